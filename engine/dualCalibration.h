@@ -1,0 +1,149 @@
+// The calibration engine: all calibration state of the library, its 48
+// tunable parameters (section "ParameterList"), the three calibration
+// records, and the feature-point and chart calibration stages that work on
+// that state. The library holds exactly one instance, g_dualCalib.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+#include "api/CalibrationRecord.h"
+#include "framework/CFilter.h"
+
+// The engine's parameters as one table: name, member, default, min, max.
+// Rows are in registration order, which is also the order of the saved lines.
+#define QLM_ENGINE_PARAMETERS(X)                       \
+  X(bSaveDebugInfo, 0, 0, 1)                           \
+  X(nHomographyConstraintScale, 0, 0, 1000)            \
+  X(nHomographyConstraintOffsetX, 0, 0, 2000)          \
+  X(nHomographyConstraintOffsetY, 0, 0, 2000)          \
+  X(nFeaturePointsNumThreshold, 0, 0, 1000)            \
+  X(nRefineFeaturePointsNumThreshold, 0, 0, 1000)      \
+  X(nBoardWidth, 0, 0, 1000)                           \
+  X(nBoardHeight, 0, 0, 1000)                          \
+  X(nCalibDis, 55, 0, 1000)                            \
+  X(nSquareSize, 0, 0, 500)                            \
+  X(nChartBlackCircleIdx, 0, 0, 3)                     \
+  X(nChartBlackCircleVerThreshold, 0, 0, 255)          \
+  X(bMonoCalib, 0, 0, 1)                               \
+  X(bDualCalib, 0, 0, 1)                               \
+  X(nMaskSizeSelect_1, 0, 0, 1024)                     \
+  X(nMaskSizeSelect_2, 1, 0, 1024)                     \
+  X(nMaxScale, 0, 0, 10)                               \
+  X(nMaxTransition, 0, 0, 100)                         \
+  X(nMaxRx, 0, 0, 100)                                 \
+  X(nMaxRy, 0, 0, 100)                                 \
+  X(nMaxRz, 0, 0, 100)                                 \
+  X(nMaxReprojectionERROR, 0, 0, 5000)                 \
+  X(nMonoCalibUseIntrinsicGuess, 0, 0, 1)              \
+  X(nMonoCalibFixAspectRatio, 0, 0, 1)                 \
+  X(nMonoCalibFixPrincipalPoint, 0, 0, 1)              \
+  X(nMonoCalibZeroTangentDist, 0, 0, 1)                \
+  X(nMonoCalibFixFocalLength, 0, 0, 1)                 \
+  X(nMonoCalibFixK1, 0, 0, 1)                          \
+  X(nMonoCalibFixK2, 0, 0, 1)                          \
+  X(nMonoCalibFixK3, 0, 0, 1)                          \
+  X(nMonoCalibFixK4, 0, 0, 1)                          \
+  X(nMonoCalibFixK5, 0, 0, 1)                          \
+  X(nMonoCalibFixK6, 0, 0, 1)                          \
+  X(nMonoCalibRationalModel, 0, 0, 1)                  \
+  X(nDualCalibUseIntrinsicGuess, 0, 0, 1)              \
+  X(nDualCalibFixAspectRatio, 0, 0, 1)                 \
+  X(nDualCalibFixPrincipalPoint, 0, 0, 1)              \
+  X(nDualCalibZeroTangentDist, 0, 0, 1)                \
+  X(nDualCalibFixFocalLength, 0, 0, 1)                 \
+  X(nDualCalibFixK1, 0, 0, 1)                          \
+  X(nDualCalibFixK2, 0, 0, 1)                          \
+  X(nDualCalibFixK3, 0, 0, 1)                          \
+  X(nDualCalibFixK4, 0, 0, 1)                          \
+  X(nDualCalibFixK5, 0, 0, 1)                          \
+  X(nDualCalibFixK6, 0, 0, 1)                          \
+  X(nDualCalibRationalModel, 0, 0, 1)                  \
+  X(nDualCalibFixIntrinsic, 0, 0, 1)                   \
+  X(nDualCalibSameFocalLength, 0, 0, 1)
+
+// Results of a stereo calibration in the form the result files print them.
+// The engine keeps a second set beside its own members for the platform file.
+struct ChartResultSet {
+  cv::Mat K1, K2, D1, D2, P1, P2;
+  cv::Mat mT;
+  float r_x = 0.0f, r_y = 0.0f, r_z = 0.0f;
+  float r_x_1 = 0.0f, r_y_1 = 0.0f, r_z_1 = 0.0f;
+  float r_x_2 = 0.0f, r_y_2 = 0.0f, r_z_2 = 0.0f;
+};
+
+class dualCalibration final : public CFilter {
+ public:
+  dualCalibration();
+  ~dualCalibration() = default;
+
+  // Registers the 48 parameters with their defaults, then bSaveDebugInfo a
+  // second time into mSecondParameterList. Always true.
+  bool Initialize() override;
+
+  // Camera matrices (3x3) and distortion rows (1x8) of the main and the second camera.
+  cv::Mat K1, K2, D1, D2;
+  // Second result set, read by the platform result file and the preview.
+  ChartResultSet mSecondResult;
+  // Stereo results.
+  cv::Mat R, mT, mE, mF, R1, R2, P1, P2, mQ;
+  cv::Mat mResidueMatrix, m_assembleMatrix, mSecondRotation;
+
+  int32_t mImgPairsIdx = 0;
+  float mRMS = 0.0f;
+
+  // Chart state: image sizes (main w, h, second w, h), reference sizes of
+  // the point-offset helpers, the view lists and the stored chart images.
+  int32_t chartImageSizes[4] = {};
+  int32_t mainReferenceSize[2] = {};
+  int32_t secondReferenceSize[2] = {};
+  std::vector<std::vector<cv::Point3f>> mObjectPoints;
+  std::vector<std::vector<cv::Point2f>> mImagePoints1;
+  std::vector<std::vector<cv::Point2f>> mImagePoints2;
+  std::vector<cv::Point2f> mCorners1, mCorners2, mMatchedCorners1, mMatchedCorners2;
+  std::vector<cv::Mat> mChartImages;
+  float r_x = 0.0f, r_y = 0.0f, r_z = 0.0f;
+  float r_x_1 = 0.0f, r_y_1 = 0.0f, r_z_1 = 0.0f;
+  float r_x_2 = 0.0f, r_y_2 = 0.0f, r_z_2 = 0.0f;
+  float m_residueScale = 0.0f;
+  float m_residueOffsetY = 0.0f;
+
+  // Bound parameter members, in declaration order (differs from registration order).
+  int32_t m_nBoardWidth = 0, m_nBoardHeight = 0, m_nSquareSize = 0;
+  int32_t m_nMaskSizeSelect_1 = 0, m_nMaskSizeSelect_2 = 0, m_nMaxScale = 0;
+  int32_t m_nMaxTransition = 0, m_nMaxRx = 0, m_nMaxRy = 0, m_nMaxRz = 0;
+  int32_t m_nChartBlackCircleIdx = 0, m_nChartBlackCircleVerThreshold = 0;
+  int32_t m_nMaxReprojectionERROR = 0;
+  int32_t m_nMonoCalibUseIntrinsicGuess = 0, m_nMonoCalibFixAspectRatio = 0;
+  int32_t m_nMonoCalibFixPrincipalPoint = 0, m_nMonoCalibZeroTangentDist = 0;
+  int32_t m_nMonoCalibFixFocalLength = 0, m_nMonoCalibFixK1 = 0, m_nMonoCalibFixK2 = 0;
+  int32_t m_nMonoCalibFixK3 = 0, m_nMonoCalibFixK4 = 0, m_nMonoCalibFixK5 = 0;
+  int32_t m_nMonoCalibFixK6 = 0, m_nMonoCalibRationalModel = 0;
+  int32_t m_nDualCalibUseIntrinsicGuess = 0, m_nDualCalibFixAspectRatio = 0;
+  int32_t m_nDualCalibFixPrincipalPoint = 0, m_nDualCalibZeroTangentDist = 0;
+  int32_t m_nDualCalibFixFocalLength = 0, m_nDualCalibFixK1 = 0, m_nDualCalibFixK2 = 0;
+  int32_t m_nDualCalibFixK3 = 0, m_nDualCalibFixK4 = 0, m_nDualCalibFixK5 = 0;
+  int32_t m_nDualCalibFixK6 = 0, m_nDualCalibRationalModel = 0;
+  int32_t m_nDualCalibFixIntrinsic = 0, m_nDualCalibSameFocalLength = 0;
+  int32_t m_bSaveDebugInfo = 0;
+  int32_t m_nHomographyConstraintScale = 0, m_nHomographyConstraintOffsetX = 0;
+  int32_t m_nHomographyConstraintOffsetY = 0, m_nFeaturePointsNumThreshold = 0;
+  int32_t m_nRefineFeaturePointsNumThreshold = 0;
+  int32_t m_bMonoCalib = 0, m_bDualCalib = 0;
+
+  // Records: result, factory file, caller memory. Zero in the global instance.
+  CalibrationRecord mResultRecord = {};
+  CalibrationRecord mFileRecord = {};
+  CalibrationRecord mCallerRecord = {};
+  int32_t mRecordSelect = 0;
+  // The pair's image sizes as given to processing.
+  int32_t mMainWidth = 0, mMainHeight = 0, mSecondWidth = 0, mSecondHeight = 0;
+  // Stored by INIT; no stage reads them.
+  int32_t mInitBlend = 0, mInitValueA = 0, mInitValueB = 0, mInitReserved = 0;
+  int32_t mInitValueC = 0, mInitValueD = 0;
+
+  int32_t m_nCalibDis = 0;
+};

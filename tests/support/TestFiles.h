@@ -1,0 +1,31 @@
+// File helpers shared by the tests: a fresh temporary directory that is also
+// the library's pictures directory, whole-file reads and writes, and golden
+// text comparison.
+#pragma once
+
+#include <string>
+
+// Creates a fresh directory under the system's temporary folder, points
+// QLM_PICTURES_DIR at it, and removes it with its files when destroyed.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  const std::string& Path() const { return mPath; }
+  std::string File(const std::string& name) const { return mPath + "/" + name; }
+
+ private:
+  std::string mPath;
+};
+
+std::string ReadFile(const std::string& path);
+void WriteFile(const std::string& path, const std::string& contents);
+bool FileExists(const std::string& path);
+
+// Compares actual with tests/data/<relativePath>; on a difference the
+// failure shows the first differing line with its neighbours. With
+// QLM_UPDATE_GOLDEN=1 in the environment the file is rewritten instead.
+void ExpectGolden(const std::string& actual, const std::string& relativePath);
