@@ -13,6 +13,8 @@
 #include "api/CalibrationRecord.h"
 #include "framework/CFilter.h"
 
+struct FeaturePointReport;
+
 // The engine's parameters as one table: name, member, default, min, max.
 // Rows are in registration order, which is also the order of the saved lines.
 #define QLM_ENGINE_PARAMETERS(X)                       \
@@ -83,6 +85,20 @@ class dualCalibration final : public CFilter {
   // Registers the 48 parameters with their defaults, then bSaveDebugInfo a
   // second time into mSecondParameterList. Always true.
   bool Initialize() override;
+
+  // ---- Feature-point calibration of an image pair ----
+  // Aligns the second image to the main image with H_OTP of the selected
+  // record (mRecordSelect nonzero: mFileRecord, zero: mCallerRecord), matches
+  // ORB features, estimates the residual similarity and prints it on standard
+  // output. Returns -4 for a null image, -5 for a dimension outside
+  // 1000..10000 (the result record untouched), 0 for too few keypoints or good
+  // matches (the result record equals the selected one) and 1 once the
+  // estimate is done (nRefineCount of the result record incremented). Each
+  // image is w x h bytes without row padding. report, when given, receives
+  // the intermediate results (engine/FeaturePointCalibration.h).
+  int calibrationDetectPoint(const unsigned char* mainImage, const unsigned char* secondImage,
+                             int32_t w1, int32_t h1, int32_t w2, int32_t h2,
+                             FeaturePointReport* report = nullptr);
 
   // Camera matrices (3x3) and distortion rows (1x8) of the main and the second camera.
   cv::Mat K1, K2, D1, D2;
