@@ -19,7 +19,7 @@ QLM_EXPORT int QLM_Get_Calib_Vertion() noexcept;
 // caller record; a to d are stored as they are. Returns 1, -1 when the
 // parameters could not be loaded (records untouched), -2 when the record file
 // could not be opened (the caller record is still copied). An unexpected
-// failure inside the run's setup also answers -1.
+// failure inside the run's set-up also answers -1. Details: api/CalibrationRun.h.
 QLM_EXPORT int QLM_Calib_INIT(unsigned char* paramFile, unsigned char* recordFile,
                               unsigned char* recordMem, int a, int b, int c, int d) noexcept;
 
@@ -30,5 +30,5 @@ QLM_EXPORT int QLM_Calib_INIT(unsigned char* paramFile, unsigned char* recordFil
 QLM_EXPORT int QLM_Calib_PROCESS(unsigned char* mainImg, unsigned char* secondImg, int w1, int h1,
                                  int w2, int h2, int recordSelect) noexcept;
 
-// Copies the 15252-byte result record to out; returns 1.
+// Copies the 15252-byte result record to out (nothing when out is null); returns 1.
 QLM_EXPORT int QLM_Get_Calib_Result(unsigned char* out) noexcept;
