@@ -73,3 +73,18 @@ cv::Matx33d SimilarityTransform(double scale, double rotationDeg, double txPx, d
   const double s = scale * std::sin(angle);
   return cv::Matx33d(c, -s, txPx, s, c, tyPx, 0.0, 0.0, 1.0);
 }
+
+SyntheticPair RenderSyntheticPair(cv::Size size, uint32_t seed, const cv::Matx33d& mainToSecond,
+                                  const cv::Matx33d& recordOffset) {
+  SyntheticPair pair;
+  pair.mainImage = RenderTexturedScene(size, seed);
+  pair.secondImage = RenderSecondView(pair.mainImage, mainToSecond, size);
+  const cv::Matx33d hOtp = mainToSecond * recordOffset;
+  cv::Matx33d stored;
+  for (int i = 0; i < 9; ++i) {
+    pair.hOtp[i] = static_cast<float>(hOtp(i / 3, i % 3));
+    stored(i / 3, i % 3) = static_cast<double>(pair.hOtp[i]);
+  }
+  pair.expectedEstimate = mainToSecond.inv() * stored;
+  return pair;
+}
