@@ -22,6 +22,9 @@ namespace {
 
 const cv::Size kPairSize(2000, 1500);
 const RecordHomography kIdentity{1, 0, 0, 0, 1, 0, 0, 0, 1};
+constexpr char kIdentityPrints[] =
+    "H_OTP=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
+    "H_OTP_INV=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n";
 // A mild perspective between the two cameras.
 const cv::Matx33d kMainToSecond(1.02, 0.01, -30, -0.008, 0.99, 12, 1e-6, -2e-6, 1);
 
@@ -200,11 +203,10 @@ TEST(calibrationDetectPoint, IdenticalImagesGiveTheIdentityAndPrintEveryMatrix) 
 
   EXPECT_EQ(run.rv, 1);
   EXPECT_EQ(run.stdoutText,
-            "H_OTP=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
-            "H_OTP_INV=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
-            "RANSAC  Refine H:[1, -0, 0;\n 0, 1, 0]\n"
-            "ORG H=[1, -0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
-            "refine H=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n");
+            std::string(kIdentityPrints) +
+                "RANSAC  Refine H:[1, -0, 0;\n 0, 1, 0]\n"
+                "ORG H=[1, -0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
+                "refine H=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n");
   EXPECT_EQ(run.logText,
             "Tarnweather I QLM LOG:calibrationDetectPoint  \n\n"
             "Tarnweather I QLM LOG:keypoints_1.size()=500\n\n"
@@ -227,10 +229,7 @@ TEST(calibrationDetectPoint, NoKeypointsPassWithThresholdZeroAndGiveTheIdentity)
   const CapturedRun run = Calibrate(*engine, black, black, &report);
 
   EXPECT_EQ(run.rv, 1);
-  EXPECT_EQ(run.stdoutText,
-            "H_OTP=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
-            "H_OTP_INV=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
-            "RANSAC  Refine H:[]\n");
+  EXPECT_EQ(run.stdoutText, std::string(kIdentityPrints) + "RANSAC  Refine H:[]\n");
   EXPECT_EQ(report.keypoints1, 0);
   EXPECT_EQ(report.keypoints2, 0);
   EXPECT_EQ(report.goodMatches, 0);
