@@ -140,7 +140,8 @@ int BareCalibration(const SyntheticPair& pair) {
 }
 
 void BM_Process(benchmark::State& state) {
-  const SyntheticPair& pair = PairOfSize(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+  const SyntheticPair& pair =
+      PairOfSize(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
   cv::Mat mainImage = pair.mainImage;
   cv::Mat secondImage = pair.secondImage;
   int rv = 0;
@@ -157,7 +158,8 @@ void BM_Process(benchmark::State& state) {
 }
 
 void BM_BareOpenCv(benchmark::State& state) {
-  const SyntheticPair& pair = PairOfSize(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+  const SyntheticPair& pair =
+      PairOfSize(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
   int goodMatches = 0;
   for (auto _ : state) goodMatches = BareCalibration(pair);
   state.counters["goodMatches"] = goodMatches;

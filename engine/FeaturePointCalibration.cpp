@@ -26,7 +26,9 @@ struct ImageFeatures {
 bool SideInRange(int32_t sidePx) { return sidePx >= kMinImageSidePx && sidePx <= kMaxImageSidePx; }
 
 // The list sizes are compared with the threshold converted to their unsigned type.
-bool HasAtLeast(size_t count, int32_t threshold) { return !(count < static_cast<size_t>(threshold)); }
+bool HasAtLeast(size_t count, int32_t threshold) {
+  return !(count < static_cast<size_t>(threshold));
+}
 
 cv::Mat CopyImage(const unsigned char* pixels, int32_t width, int32_t height) {
   cv::Mat image(height, width, CV_8UC1);
@@ -34,7 +36,9 @@ cv::Mat CopyImage(const unsigned char* pixels, int32_t width, int32_t height) {
   return image;
 }
 
-void PrintMatrix(const char* label, const cv::Mat& matrix) { std::cout << label << matrix << std::endl; }
+void PrintMatrix(const char* label, const cv::Mat& matrix) {
+  std::cout << label << matrix << std::endl;
+}
 
 cv::Mat HomographyFromRecord(const CalibrationRecord& record) {
   const RecordHomography h = RecordHOtp(record);
@@ -106,8 +110,8 @@ cv::Mat EstimateSimilarity(const std::vector<cv::DMatch>& goodMatches, const Ima
   }
   // OpenCV asserts on an empty point set; like too few points, it has no model.
   if (mainPoints.empty()) return cv::Mat();
-  return cv::estimateAffinePartial2D(secondPoints, mainPoints, cv::noArray(), cv::RANSAC, 3.0,
-                                     2000, 0.99, 10);
+  return cv::estimateAffinePartial2D(secondPoints, mainPoints, cv::noArray(), cv::RANSAC, 3.0, 2000,
+                                     0.99, 10);
 }
 
 bool MeetsConstraints(const cv::Mat& h, int32_t scaleToleranceHundredths, int32_t offsetXLimitPx,

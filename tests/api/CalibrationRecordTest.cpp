@@ -10,10 +10,12 @@ namespace {
 
 // Every byte different from its neighbours, so a stray write shows.
 void FillPattern(CalibrationRecord& record) {
-  for (size_t i = 0; i < kCalibrationRecordSize; ++i) record.bytes[i] = static_cast<uint8_t>(i * 7 + 3);
+  for (size_t i = 0; i < kCalibrationRecordSize; ++i)
+    record.bytes[i] = static_cast<uint8_t>(i * 7 + 3);
 }
 
-void ExpectBytes(const CalibrationRecord& record, size_t offset, const std::vector<uint8_t>& expected) {
+void ExpectBytes(const CalibrationRecord& record, size_t offset,
+                 const std::vector<uint8_t>& expected) {
   for (size_t i = 0; i < expected.size(); ++i) {
     EXPECT_EQ(record.bytes[offset + i], expected[i]) << "byte " << offset + i;
   }

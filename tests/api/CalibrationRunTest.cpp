@@ -16,7 +16,8 @@ namespace {
 
 CalibrationRecord PatternRecord(uint8_t seed) {
   CalibrationRecord record;
-  for (size_t i = 0; i < kCalibrationRecordSize; ++i) record.bytes[i] = static_cast<uint8_t>(i * seed + 1);
+  for (size_t i = 0; i < kCalibrationRecordSize; ++i)
+    record.bytes[i] = static_cast<uint8_t>(i * seed + 1);
   return record;
 }
 
@@ -47,10 +48,16 @@ TEST(CalibrationRun, BlendTruncatesTowardZero) {
   const struct {
     int32_t a, b, blend;
   } cases[] = {
-      {100, 200, 174},     {-100, 0, -25},       {0, 0, 0},
-      {1, 1, 0},           {4, 0, 1},            {-4, 0, -1},
-      {3, -1, 0},          {INT_MAX, INT_MAX, 2147268898},
-      {INT_MIN, INT_MIN, -2147268899},           {INT_MIN, INT_MAX, 1068802610},
+      {100, 200, 174},
+      {-100, 0, -25},
+      {0, 0, 0},
+      {1, 1, 0},
+      {4, 0, 1},
+      {-4, 0, -1},
+      {3, -1, 0},
+      {INT_MAX, INT_MAX, 2147268898},
+      {INT_MIN, INT_MIN, -2147268899},
+      {INT_MIN, INT_MAX, 1068802610},
   };
   for (const auto& c : cases) EXPECT_EQ(BlendInitValues(c.a, c.b), c.blend) << c.a << ", " << c.b;
 }
@@ -91,7 +98,9 @@ TEST(CalibrationRun, FailedLoadStoresTheValuesButLeavesRecordsAndCounter) {
   const std::string missing = dir.File("missing.txt");
 
   CaptureStdout();
-  EXPECT_EQ(InitCalibrationRun(*engine, Path(missing), Path(missing), memoryRecord.bytes, -100, 0, 1, 2), -1);
+  EXPECT_EQ(
+      InitCalibrationRun(*engine, Path(missing), Path(missing), memoryRecord.bytes, -100, 0, 1, 2),
+      -1);
   EXPECT_EQ(GetCapturedStdout(), "Open file " + missing + " fail!!! errcode=0\n");
   EXPECT_EQ(engine->mImgPairsIdx, 7);
   EXPECT_TRUE(SameRecord(engine->mCallerRecord, CalibrationRecord{}));
@@ -124,7 +133,8 @@ TEST(CalibrationRun, LogFileThatCannotBeOpenedIsSkipped) {
   CaptureStdout();
   AppendVersionLog();
   AppendProcessLog(*engine, 1);
-  EXPECT_EQ(InitCalibrationRun(*engine, Path(params), Path(params), memoryRecord.bytes, 0, 0, 0, 0), 1);
+  EXPECT_EQ(InitCalibrationRun(*engine, Path(params), Path(params), memoryRecord.bytes, 0, 0, 0, 0),
+            1);
   EXPECT_EQ(GetCapturedStdout(), "Open file " + nowhere + "/defaultParameters.txt fail!!! \n");
   EXPECT_FALSE(FileExists(nowhere));
 }

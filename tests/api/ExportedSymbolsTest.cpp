@@ -19,7 +19,8 @@ std::string CommandOutput(const std::string& command) {
   std::string output;
   if (!pipe) return output;
   char buffer[4096];
-  for (size_t n; (n = std::fread(buffer, 1, sizeof(buffer), pipe.get())) > 0;) output.append(buffer, n);
+  for (size_t n; (n = std::fread(buffer, 1, sizeof(buffer), pipe.get())) > 0;)
+    output.append(buffer, n);
   return output;
 }
 

@@ -33,7 +33,8 @@ const RecordHomography kIdentity{1, 0, 0, 0, 1, 0, 0, 0, 1};
 CalibrationRecord PatternRecord(uint8_t seed, uint8_t refineCount,
                                 const RecordHomography& hOtp = kIdentity) {
   CalibrationRecord record;
-  for (size_t i = 0; i < kCalibrationRecordSize; ++i) record.bytes[i] = static_cast<uint8_t>(i * seed + 1);
+  for (size_t i = 0; i < kCalibrationRecordSize; ++i)
+    record.bytes[i] = static_cast<uint8_t>(i * seed + 1);
   SetRecordOffsetX(record, 0.0f);
   SetRecordHOtp(record, hOtp);
   SetRecordRefineCount(record, refineCount);
@@ -117,8 +118,10 @@ class Exports : public testing::Test {
     WriteParameterFile(dir.File("params.txt"), thresholds);
     WriteFile(dir.File("record.bin"), Bytes(fileRecord));
     return Capture([&] {
-             return library.Init(dir.File("params.txt"), dir.File("record.bin"), memoryRecord.bytes);
-           }).rv;
+             return library.Init(dir.File("params.txt"), dir.File("record.bin"),
+                                 memoryRecord.bytes);
+           })
+        .rv;
   }
 
   Captured Process(cv::Mat& mainImage, cv::Mat& secondImage, int recordSelect) {
@@ -179,7 +182,8 @@ TEST_F(Exports, InitLoadsTheRunAndTheSelectorPicksTheRecord) {
   WriteFile(dir.File("record.bin"), Bytes(fileRecord));
 
   const Captured init = Capture([&] {
-    return library.Init(dir.File("params.txt"), dir.File("record.bin"), memoryRecord.bytes, 100, 200, 3, 4);
+    return library.Init(dir.File("params.txt"), dir.File("record.bin"), memoryRecord.bytes, 100,
+                        200, 3, 4);
   });
   EXPECT_EQ(init.rv, 1);
   EXPECT_EQ(init.out, "");
@@ -221,13 +225,15 @@ TEST_F(Exports, InitWithoutRecordFileStillSetsUpTheCallerRecord) {
 TEST_F(Exports, InitWithoutParametersWritesTheCurrentValuesAndKeepsTheRecords) {
   CalibrationRecord memoryRecord = PatternRecord(5, 20);
   const std::string missing = dir.File("missing.txt");
-  const Captured first = Capture([&] { return library.Init(missing, missing, memoryRecord.bytes); });
+  const Captured first =
+      Capture([&] { return library.Init(missing, missing, memoryRecord.bytes); });
   EXPECT_EQ(first.rv, -1);
   EXPECT_EQ(first.out, "Open file " + missing + " fail!!! errcode=0\n");
   EXPECT_EQ(first.log,
             "Tarnweather I Load calibration parameter ERROR !!!\n"
             "Tarnweather I QLM LOG:QLM_Calib_INIT= -1  \n\n");
-  ExpectGolden(ReadFile(dir.File("defaultParameters.txt")), "dualCalibration/default_section.golden");
+  ExpectGolden(ReadFile(dir.File("defaultParameters.txt")),
+               "dualCalibration/default_section.golden");
   EXPECT_EQ(Bytes(Result()), Bytes(CalibrationRecord{}));
 
   const CalibrationRecord fileRecord = PatternRecord(3, 10);
@@ -236,12 +242,15 @@ TEST_F(Exports, InitWithoutParametersWritesTheCurrentValuesAndKeepsTheRecords) {
   const std::string partial =
       "\nParameterList\nbSaveDebugInfo=1;\nnHomographyConstraintScale=7;\nnot a parameter line\n";
   WriteFile(dir.File("partial.txt"), partial);
-  const Captured second = Capture([&] { return library.Init(dir.File("partial.txt"), dir.File("record.bin"), memoryRecord.bytes); });
+  const Captured second = Capture([&] {
+    return library.Init(dir.File("partial.txt"), dir.File("record.bin"), memoryRecord.bytes);
+  });
   EXPECT_EQ(second.rv, -1);
   auto expected = EngineWith(Thresholds{});
   expected->m_bSaveDebugInfo = 1;
   expected->m_nHomographyConstraintScale = 7;
-  EXPECT_EQ(ReadFile(dir.File("defaultParameters.txt")), SavedSection(*expected, dir.File("expected.txt")));
+  EXPECT_EQ(ReadFile(dir.File("defaultParameters.txt")),
+            SavedSection(*expected, dir.File("expected.txt")));
 
   cv::Mat black = cv::Mat::zeros(1000, 1000, CV_8UC1);
   EXPECT_EQ(Process(black, black, 0).rv, 0);
@@ -254,7 +263,11 @@ TEST_F(Exports, ShortRecordFileFillsOnlyTheHead) {
   const CalibrationRecord shortRecord = PatternRecord(11, 0);
   WriteFile(dir.File("short.bin"), Bytes(shortRecord, 100));
   CalibrationRecord memoryRecord = PatternRecord(5, 20);
-  EXPECT_EQ(Capture([&] { return library.Init(dir.File("params.txt"), dir.File("short.bin"), memoryRecord.bytes); }).rv, 1);
+  EXPECT_EQ(Capture([&] {
+              return library.Init(dir.File("params.txt"), dir.File("short.bin"),
+                                  memoryRecord.bytes);
+            }).rv,
+            1);
 
   cv::Mat black = cv::Mat::zeros(1000, 1000, CV_8UC1);
   EXPECT_EQ(Process(black, black, 1).rv, 0);
@@ -293,9 +306,8 @@ TEST_F(Exports, ArgumentChecksAnswerMinus4AndMinus5AndLeaveTheResult) {
   };
   std::string expectedLog;
   for (const auto& c : cases) {
-    const Captured call = Capture([&] {
-      return library.Process(c.mainImg, c.secondImg, c.w1, c.h1, c.w2, c.h2, 1);
-    });
+    const Captured call =
+        Capture([&] { return library.Process(c.mainImg, c.secondImg, c.w1, c.h1, c.w2, c.h2, 1); });
     const std::string where = std::to_string(c.w1) + "x" + std::to_string(c.h1) + " " +
                               std::to_string(c.w2) + "x" + std::to_string(c.h2);
     EXPECT_EQ(call.rv, c.rv) << where;
@@ -315,9 +327,8 @@ TEST_F(Exports, SidesFrom1000To10000AreAccepted) {
     int w1, h1, w2, h2;
   } cases[] = {{1000, 1000, 1000, 1000}, {10000, 1000, 1000, 10000}, {1000, 10000, 10000, 1000}};
   for (const auto& c : cases) {
-    const Captured call = Capture([&] {
-      return library.Process(pixels.data(), pixels.data(), c.w1, c.h1, c.w2, c.h2, 1);
-    });
+    const Captured call = Capture(
+        [&] { return library.Process(pixels.data(), pixels.data(), c.w1, c.h1, c.w2, c.h2, 1); });
     EXPECT_EQ(call.rv, 0) << c.w1 << "x" << c.h1;
     EXPECT_EQ(call.out, kIdentityPrints);
     EXPECT_EQ(call.log,
@@ -368,6 +379,30 @@ TEST_F(Exports, CountFailuresAnswer0WithTheSelectedRecord) {
   }
 }
 
+TEST_F(Exports, CountsEqualToTheirThresholdsPass) {
+  cv::Mat scene = RenderTexturedScene(cv::Size(1000, 1000), 4);
+  const struct {
+    int32_t keypoints, goodMatches;
+    int rv;
+    const char* lastLogLine;
+  } cases[] = {
+      {500, 500, 1, "Tarnweather I QLM LOG:Match \n\n"},
+      {501, 500, 0, "Tarnweather I QLM LOG:ERROR 1 \n\n"},
+      {500, 501, 0, "Tarnweather I QLM LOG:ERROR 3 \n\n"},
+  };
+  for (const auto& c : cases) {
+    ASSERT_EQ(Init(Thresholds{c.keypoints, c.goodMatches, 2, 30}, PatternRecord(3, 10),
+                   PatternRecord(5, 20)),
+              1);
+    const Captured call = Process(scene, scene, 0);
+    EXPECT_EQ(call.rv, c.rv) << c.keypoints << " " << c.goodMatches;
+    const std::string tail(c.lastLogLine);
+    ASSERT_GE(call.log.size(), tail.size());
+    EXPECT_EQ(call.log.substr(call.log.size() - tail.size()), tail)
+        << c.keypoints << " " << c.goodMatches;
+  }
+}
+
 TEST_F(Exports, SuccessChangesOnlyTheRefineCountOfTheSelectedRecord) {
   const CalibrationRecord fileRecord = PatternRecord(3, 255);
   const CalibrationRecord callerRecord = PatternRecord(5, 20);
@@ -406,12 +441,15 @@ TEST_F(Exports, EstimateRecoversAKnownSimilarity) {
     uint32_t seed;
     double scale, rotationDeg, txPx, tyPx;
   } cases[] = {
-      {31, 1.01, 0.5, 20, -20}, {32, 0.99, -0.5, -20, 20}, {33, 1.006, -0.3, 12.5, 7.25}, {34, 0.995, 0.4, -8, -17},
+      {31, 1.01, 0.5, 20, -20},
+      {32, 0.99, -0.5, -20, 20},
+      {33, 1.006, -0.3, 12.5, 7.25},
+      {34, 0.995, 0.4, -8, -17},
   };
   for (const auto& c : cases) {
-    const SyntheticPair pair = RenderSyntheticPair(
-        cv::Size(2000, 1500), c.seed, mainToSecond,
-        SimilarityTransform(c.scale, c.rotationDeg, c.txPx, c.tyPx));
+    const SyntheticPair pair =
+        RenderSyntheticPair(cv::Size(2000, 1500), c.seed, mainToSecond,
+                            SimilarityTransform(c.scale, c.rotationDeg, c.txPx, c.tyPx));
     ASSERT_EQ(Init(Thresholds{}, PatternRecord(3, 10), PatternRecord(5, 20, pair.hOtp)), 1);
     cv::Mat mainImage = pair.mainImage;
     cv::Mat secondImage = pair.secondImage;
@@ -426,17 +464,19 @@ TEST_F(Exports, EstimateRecoversAKnownSimilarity) {
       const double moved = a.at<double>(row, 0) * centre[0] + a.at<double>(row, 1) * centre[1] +
                            a.at<double>(row, 2);
       EXPECT_NEAR(moved, expectedCentre[row], kCentreTolerancePx) << c.seed << " row " << row;
-      EXPECT_NEAR(a.at<double>(row, 2), truth(row, 2), kOriginTolerancePx) << c.seed << " row " << row;
+      EXPECT_NEAR(a.at<double>(row, 2), truth(row, 2), kOriginTolerancePx)
+          << c.seed << " row " << row;
     }
     EXPECT_NEAR(std::hypot(a.at<double>(0, 0), a.at<double>(1, 0)),
-                std::hypot(truth(0, 0), truth(1, 0)), kScaleTolerance) << c.seed;
+                std::hypot(truth(0, 0), truth(1, 0)), kScaleTolerance)
+        << c.seed;
     EXPECT_NE(call.out.find("refine H=["), std::string::npos) << c.seed;
   }
 }
 
 TEST_F(Exports, OffsetXShiftsTheRefinedTranslation) {
-  const SyntheticPair pair = RenderSyntheticPair(
-      cv::Size(2000, 1500), 35, cv::Matx33d::eye(), SimilarityTransform(1.003, 0.1, 4, -3));
+  const SyntheticPair pair = RenderSyntheticPair(cv::Size(2000, 1500), 35, cv::Matx33d::eye(),
+                                                 SimilarityTransform(1.003, 0.1, 4, -3));
   cv::Mat mainImage = pair.mainImage;
   cv::Mat secondImage = pair.secondImage;
   cv::Mat refined[2];

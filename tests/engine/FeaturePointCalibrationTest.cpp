@@ -66,12 +66,13 @@ struct CapturedRun {
 };
 
 CapturedRun Calibrate(dualCalibration& engine, const cv::Mat& mainImage, const cv::Mat& secondImage,
-              FeaturePointReport* report) {
+                      FeaturePointReport* report) {
   CapturedRun run;
   CaptureStdout();
   CaptureStderr();
-  run.rv = engine.calibrationDetectPoint(mainImage.data, secondImage.data, mainImage.cols,
-                                         mainImage.rows, secondImage.cols, secondImage.rows, report);
+  run.rv =
+      engine.calibrationDetectPoint(mainImage.data, secondImage.data, mainImage.cols,
+                                    mainImage.rows, secondImage.cols, secondImage.rows, report);
   run.logText = StripAndroidLogPrefixes(GetCapturedStderr());
   run.stdoutText = GetCapturedStdout();
   return run;
@@ -88,10 +89,18 @@ TEST(SelectGoodMatches, RatioIsStrictInSinglePrecisionAndNeedsTwoNeighbours) {
     std::vector<float> distances;
     bool kept;
   } cases[] = {
-      {{}, false},          {{5}, false},         {{0, 0}, false},  // 0/0 is NaN
-      {{0, 1}, true},       {{19, 30}, true},     {{65, 98}, true},
-      {{20, 30}, false},    {{2, 3}, false},      {{64, 96}, false},  // exactly 2/3
-      {{21, 31}, false},    {{1, 1}, false},      {{10, 15, 1}, false},
+      {{}, false},
+      {{5}, false},
+      {{0, 0}, false},  // 0/0 is NaN
+      {{0, 1}, true},
+      {{19, 30}, true},
+      {{65, 98}, true},
+      {{20, 30}, false},  // exactly 2/3 in binary32; kept in double precision
+      {{2, 3}, false},
+      {{64, 96}, false},
+      {{21, 31}, false},
+      {{1, 1}, false},
+      {{10, 15, 1}, false},
       {{12, 30, 31}, true},
   };
   for (const auto& c : cases) {
@@ -135,7 +144,8 @@ TEST(RefineHomography, ConstraintsAreStrictAndTestedAsStated) {
       {"|h12| equal to its limit", Estimate(1, 0, 0, 0, 1, -4), 0, 2, 10, 4, false},
       {"h11 off by more than s", Estimate(1, 0, 0, 0, 0.97, 0), 0, 2, 10, 10, false},
       {"h00 inside the binary32 s", Estimate(1.0099999997, 0, 0, 0, 1, 0), 0, 1, 10, 10, true},
-      {"h00 between binary32 s and 0.01", Estimate(1.0099999999, 0, 0, 0, 1, 0), 0, 1, 10, 10, false},
+      {"h00 between binary32 s and 0.01", Estimate(1.0099999999, 0, 0, 0, 1, 0), 0, 1, 10, 10,
+       false},
       {"scale tolerance 0", Estimate(1, 0, 0, 0, 1, 0), 0, 0, 10, 10, false},
       {"offset limit 0", Estimate(1, 0, 0, 0, 1, 0), 0, 2, 0, 10, false},
       {"fOffsetX brings h02 inside", Estimate(1, 0, 1, 0, 1, 0), 250, 2, 2, 10, true},
@@ -143,7 +153,8 @@ TEST(RefineHomography, ConstraintsAreStrictAndTestedAsStated) {
       {"NaN in the estimate", Estimate(1, 0, nan, 0, 1, 0), 0, 2, 10, 10, false},
   };
   for (const auto& c : cases) {
-    const HomographyRefinement r = RefineHomography(c.estimate, c.offsetX, c.scale, c.limitX, c.limitY);
+    const HomographyRefinement r =
+        RefineHomography(c.estimate, c.offsetX, c.scale, c.limitX, c.limitY);
     EXPECT_EQ(r.constraintsMet, c.met) << c.name;
     if (!c.met) {
       EXPECT_TRUE(SameMatrix(r.refinedH, cv::Mat::eye(3, 3, CV_64F))) << c.name;
@@ -160,7 +171,8 @@ TEST(RefineHomography, KeepsScaleAndTranslationAndDropsTheRotation) {
   EXPECT_DOUBLE_EQ(k, std::hypot(0.02, 0.99));
   EXPECT_TRUE(SameMatrix(r.refinedH, Matrix3(k, 0, 5.5, 0, k, -3.25)));
 
-  const HomographyRefinement pure = RefineHomography(Estimate(1, 0, 1, 0, 0.99, 2), 0.0f, 2, 10, 10);
+  const HomographyRefinement pure =
+      RefineHomography(Estimate(1, 0, 1, 0, 0.99, 2), 0.0f, 2, 10, 10);
   EXPECT_TRUE(SameMatrix(pure.refinedH, Matrix3(0.99, 0, 1, 0, 0.99, 2)));
 }
 
@@ -177,7 +189,8 @@ TEST(RefineHomography, OffsetCorrectionIsTheBinary32QuotientAddedToA02) {
       {3.0, 1.0f, 3.0 + static_cast<double>(-0.01f)},
   };
   for (const auto& c : cases) {
-    const HomographyRefinement r = RefineHomography(Estimate(1, 0, c.a02, 0, 1, 0), c.offsetX, 2, 100, 100);
+    const HomographyRefinement r =
+        RefineHomography(Estimate(1, 0, c.a02, 0, 1, 0), c.offsetX, 2, 100, 100);
     EXPECT_EQ(r.correctedH.at<double>(0, 2), c.expected) << c.a02 << " " << c.offsetX;
     EXPECT_EQ(r.refinedH.at<double>(0, 2), c.expected) << c.a02 << " " << c.offsetX;
   }
@@ -202,11 +215,10 @@ TEST(calibrationDetectPoint, IdenticalImagesGiveTheIdentityAndPrintEveryMatrix) 
   const CapturedRun run = Calibrate(*engine, scene, scene, &report);
 
   EXPECT_EQ(run.rv, 1);
-  EXPECT_EQ(run.stdoutText,
-            std::string(kIdentityPrints) +
-                "RANSAC  Refine H:[1, -0, 0;\n 0, 1, 0]\n"
-                "ORG H=[1, -0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
-                "refine H=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n");
+  EXPECT_EQ(run.stdoutText, std::string(kIdentityPrints) +
+                                "RANSAC  Refine H:[1, -0, 0;\n 0, 1, 0]\n"
+                                "ORG H=[1, -0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
+                                "refine H=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n");
   EXPECT_EQ(run.logText,
             "Tarnweather I QLM LOG:calibrationDetectPoint  \n\n"
             "Tarnweather I QLM LOG:keypoints_1.size()=500\n\n"
@@ -289,7 +301,8 @@ TEST(calibrationDetectPoint, StoresTheDimensionsOnlyAfterTheChecks) {
   EXPECT_EQ(engine->mMainWidth, 0);
   EXPECT_EQ(engine->mSecondHeight, 0);
 
-  const CapturedRun run = Calibrate(*engine, black, black(cv::Rect(0, 0, 1050, 1000)).clone(), nullptr);
+  const CapturedRun run =
+      Calibrate(*engine, black, black(cv::Rect(0, 0, 1050, 1000)).clone(), nullptr);
   EXPECT_EQ(run.rv, 0);
   EXPECT_EQ(run.logText,
             "Tarnweather I QLM LOG:calibrationDetectPoint  \n\n"
@@ -314,8 +327,8 @@ TEST(calibrationDetectPoint, ReportKeepsTheDrawnMatchesOnRequest) {
 }
 
 TEST(calibrationDetectPoint, OffsetXShiftsOnlyTheCorrectedTranslation) {
-  const SyntheticPair pair = RenderSyntheticPair(kPairSize, 21, kMainToSecond,
-                                                 SimilarityTransform(1.004, 0.2, 6.5, -4.0));
+  const SyntheticPair pair =
+      RenderSyntheticPair(kPairSize, 21, kMainToSecond, SimilarityTransform(1.004, 0.2, 6.5, -4.0));
   FeaturePointReport reports[3];
   const float offsets[3] = {0.0f, 250.0f, -37.0f};
   for (int i = 0; i < 3; ++i) {

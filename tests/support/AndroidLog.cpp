@@ -10,7 +10,9 @@ class PrefixReader {
   PrefixReader(const std::string& text, size_t at) : mText(text), mAt(at) {}
   size_t At() const { return mAt; }
 
-  bool Word() { return Run([](unsigned char c) { return !std::isspace(c); }) > 0; }
+  bool Word() {
+    return Run([](unsigned char c) { return !std::isspace(c); }) > 0;
+  }
   bool Digits(size_t count) { return Run(IsDigit, count) == count; }
   bool Number() { return Run(IsDigit) > 0; }
   bool Char(char expected) {
@@ -18,8 +20,12 @@ class PrefixReader {
     ++mAt;
     return true;
   }
-  bool Blanks() { return Run([](unsigned char c) { return c == ' '; }) > 0; }
-  bool Priority() { return Run([](unsigned char c) { return std::isupper(c) != 0; }, 1) == 1; }
+  bool Blanks() {
+    return Run([](unsigned char c) { return c == ' '; }) > 0;
+  }
+  bool Priority() {
+    return Run([](unsigned char c) { return std::isupper(c) != 0; }, 1) == 1;
+  }
 
  private:
   static bool IsDigit(unsigned char c) { return std::isdigit(c) != 0; }
@@ -27,7 +33,9 @@ class PrefixReader {
   template <typename Predicate>
   size_t Run(Predicate accepts, size_t limit = std::string::npos) {
     const size_t start = mAt;
-    while (mAt < mText.size() && mAt - start < limit && accepts(static_cast<unsigned char>(mText[mAt]))) ++mAt;
+    while (mAt < mText.size() && mAt - start < limit &&
+           accepts(static_cast<unsigned char>(mText[mAt])))
+      ++mAt;
     return mAt - start;
   }
 

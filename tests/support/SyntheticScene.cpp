@@ -18,7 +18,9 @@ constexpr int kMaxShapeRadiusPx = 40;
 class SceneRandom {
  public:
   explicit SceneRandom(uint32_t seed) : mEngine(seed) {}
-  int Uniform(int lo, int hi) { return lo + static_cast<int>(mEngine() % static_cast<uint32_t>(hi - lo + 1)); }
+  int Uniform(int lo, int hi) {
+    return lo + static_cast<int>(mEngine() % static_cast<uint32_t>(hi - lo + 1));
+  }
 
  private:
   std::mt19937 mEngine;
