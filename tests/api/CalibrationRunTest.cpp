@@ -138,17 +138,3 @@ TEST(CalibrationRun, LogFileThatCannotBeOpenedIsSkipped) {
   EXPECT_EQ(GetCapturedStdout(), "Open file " + nowhere + "/defaultParameters.txt fail!!! \n");
   EXPECT_FALSE(FileExists(nowhere));
 }
-
-TEST(CalibrationRun, LogLinesAreAppendedByteForByte) {
-  TempDir dir;
-  auto engine = std::make_unique<dualCalibration>();
-  engine->mImgPairsIdx = 3;
-  AppendVersionLog();
-  AppendProcessLog(*engine, -5);
-  AppendVersionLog();
-  EXPECT_EQ(ReadFile(dir.File("log.txt")),
-            "QLM_Get_Calib_Vertion...0x109...  \n"
-            "rv=-5  \n"
-            "g_dualCalib.mImgPairsIdx=3  \n"
-            "QLM_Get_Calib_Vertion...0x109...  \n");
-}
