@@ -5,7 +5,8 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+
+#include "framework/FileHandle.h"
 
 #include "distortion/Float4.h"
 
@@ -16,11 +17,6 @@ void SetIdentityTransform(float transform[3]) {
   transform[1] = 0.0f;
   transform[2] = 1.0f;
 }
-
-struct FileCloser {
-  void operator()(FILE* file) const { std::fclose(file); }
-};
-using FileHandle = std::unique_ptr<FILE, FileCloser>;
 
 // Reads the numbers of a table file with fscanf. A "%f" read that fails
 // without moving the stream would fail the same way forever, so from then on
