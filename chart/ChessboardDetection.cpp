@@ -5,6 +5,7 @@
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "distortion/ChartCorners.h"
 #include "engine/dualCalibration.h"
 
 namespace {
@@ -39,12 +40,6 @@ std::vector<cv::Point3f> BoardObjectPoints(int boardWidth, int boardHeight, floa
   return points;
 }
 
-void DrawView(const cv::Mat& image, cv::Size patternSize, const std::vector<cv::Point2f>& corners) {
-  cv::Mat colour;
-  cv::cvtColor(image, colour, cv::COLOR_GRAY2BGR);
-  cv::drawChessboardCorners(colour, patternSize, corners, true);
-}
-
 }  // namespace
 
 bool dualCalibration::detectChessboardCorners(const cv::Mat& mainImage, const cv::Mat& secondImage, int label,
@@ -77,8 +72,10 @@ int dualCalibration::findImagePoints(const cv::Mat& mainImage, const cv::Mat& se
   // A view index outside the lists is the caller's error; it draws nothing.
   const bool viewStored = viewIndex >= 0 && static_cast<size_t>(viewIndex) < mImagePoints1.size();
   if (m_bSaveDebugInfo != 0 && viewStored) {
-    DrawView(mainImage, patternSize, mImagePoints1[viewIndex]);
-    DrawView(secondImage, patternSize, mImagePoints2[viewIndex]);
+    cv::Mat mainCopy = ChartColourCopy(mainImage);
+    cv::Mat secondCopy = ChartColourCopy(secondImage);
+    DrawChartView(mainCopy, patternSize, mImagePoints1[viewIndex]);
+    DrawChartView(secondCopy, patternSize, mImagePoints2[viewIndex]);
   }
   return 1;
 }
