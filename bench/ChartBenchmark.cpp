@@ -33,11 +33,7 @@ std::vector<std::pair<cv::Mat, cv::Mat>> RenderedPairs(int count) {
 
 std::unique_ptr<dualCalibration> ChartEngine() {
   auto engine = std::make_unique<dualCalibration>();
-  engine->m_nBoardWidth = 9, engine->m_nBoardHeight = 6, engine->m_nSquareSize = 25;
-  engine->m_nMaxRx = engine->m_nMaxRy = engine->m_nMaxRz = 5;
-  engine->m_nMaxTransition = 50;
-  engine->m_nMaxReprojectionERROR = 20;
-  engine->m_nDualCalibUseIntrinsicGuess = 1;
+  ApplyExampleChartSettings(*engine);
   return engine;
 }
 

@@ -61,16 +61,9 @@ ImagePairs FirstPairs(size_t count) {
   return ImagePairs(all.begin(), all.begin() + count);
 }
 
-// The chart settings of a calibration run: 9 x 6 board of 25 units, limits
-// of half a degree, 50 units and 0.2 px. Mono: the full five-coefficient
-// model. Stereo: the mono camera matrices as the starting guess.
 std::unique_ptr<dualCalibration> ChartEngine() {
   auto engine = std::make_unique<dualCalibration>();
-  engine->m_nBoardWidth = 9, engine->m_nBoardHeight = 6, engine->m_nSquareSize = 25;
-  engine->m_nMaxRx = engine->m_nMaxRy = engine->m_nMaxRz = 5;
-  engine->m_nMaxTransition = 50;
-  engine->m_nMaxReprojectionERROR = 20;
-  engine->m_nDualCalibUseIntrinsicGuess = 1;
+  ApplyExampleChartSettings(*engine);
   return engine;
 }
 

@@ -10,6 +10,8 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "engine/dualCalibration.h"
+
 namespace {
 
 using Polygon = std::vector<cv::Point2d>;
@@ -345,4 +347,12 @@ bool WriteRenderedPairs(const std::string& directory, const StereoRig& rig, cons
   std::ofstream out(directory + "/ground_truth.json");
   out << GroundTruthJson(rig, layout, options, pairs).dump(2) << "\n";
   return static_cast<bool>(out);
+}
+
+void ApplyExampleChartSettings(dualCalibration& engine) {
+  engine.m_nBoardWidth = 9, engine.m_nBoardHeight = 6, engine.m_nSquareSize = 25;
+  engine.m_nMaxRx = engine.m_nMaxRy = engine.m_nMaxRz = 5;
+  engine.m_nMaxTransition = 50;
+  engine.m_nMaxReprojectionERROR = 20;
+  engine.m_nDualCalibUseIntrinsicGuess = 1;
 }

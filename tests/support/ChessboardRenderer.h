@@ -16,6 +16,8 @@
 
 #include <opencv2/core.hpp>
 
+class dualCalibration;
+
 struct PinholeCamera {
   cv::Matx33d K;
   cv::Size size;
@@ -91,3 +93,12 @@ RenderedPair RenderPair(const StereoRig& rig, const ChessboardLayout& layout, co
 // directory, which must exist. Returns false when a file cannot be written.
 bool WriteRenderedPairs(const std::string& directory, const StereoRig& rig, const ChessboardLayout& layout,
                         const RenderOptions& options, const std::vector<RenderedPair>& pairs);
+
+// Chart settings of a calibration run on these scenes: the default layout's
+// board (9 x 6 inner corners of 25 units), rotation limits of half a degree,
+// a translation limit of 50 units, a reprojection limit of 0.2 px, the full
+// five-coefficient mono model (nothing fixed: the cameras are ideal, and the
+// estimate has to find that out) and the mono camera matrices as the stereo
+// stage's starting guess (without it cv::stereoCalibrate calibrates each
+// camera again on its own and the mono stage's result goes unused).
+void ApplyExampleChartSettings(dualCalibration& engine);

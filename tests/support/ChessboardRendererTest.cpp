@@ -41,8 +41,8 @@ TEST(ChessboardRenderer, PixelsTakeTheirExactAreaShares) {
 TEST(ChessboardRenderer, CornersAreThePinholeProjection) {
   const StereoRig rig = ExampleStereoRig({2000, 1500}, {2400, 1800});
   const ChessboardLayout layout;
-  const std::vector<BoardPose> poses = RandomBoardPoses(rig, layout, 3, 5);
-  ASSERT_EQ(poses.size(), 3u);
+  const std::vector<BoardPose> poses = RandomBoardPoses(rig, layout, 1, 5);
+  ASSERT_EQ(poses.size(), 1u);
   std::vector<cv::Point3f> board;
   for (int i = 0; i < layout.height; ++i) {
     for (int j = 0; j < layout.width; ++j) board.emplace_back(j * 25.0f, i * 25.0f, 0.0f);
