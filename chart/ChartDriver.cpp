@@ -120,39 +120,50 @@ ChartResultSet DeepCopy(const ChartResultSet& set) {
   return copy;
 }
 
-}  // namespace
-
-ChartSummary dualCalibration::runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
-                                                  const char* mainTablePath, const char* secondTablePath) {
+ChartSummary RunChart(dualCalibration& engine, const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
+                      const char* mainTablePath, const char* secondTablePath) {
   ChartSummary summary;
   const std::string problem = CheckPairs(pairs);
   if (!problem.empty()) return Fail(summary, kChartBadImages, "chart intake", problem);
   if ((mainTablePath == nullptr) != (secondTablePath == nullptr)) {
     return Fail(summary, kChartBadTables, "chart intake", "both distortion tables or none are needed");
   }
-  if (!RunStage(summary, "findImagePoints", [&] { CollectViews(*this, pairs, summary); })) return summary;
+  if (!RunStage(summary, "findImagePoints", [&] { CollectViews(engine, pairs, summary); })) return summary;
   if (summary.viewCount < kChartMinViews) {
     return Fail(summary, kChartTooFewViews, "findImagePoints",
                 std::to_string(summary.viewCount) + " views found, " + std::to_string(kChartMinViews) + " needed");
   }
-  if (mainTablePath != nullptr && !UndistortViews(*this, summary, mainTablePath, secondTablePath)) return summary;
-  if (!RunStage(summary, "monoCalibration", [&] { monoCalibration(); })) return summary;
-  summary.monoRms1 = mMonoRMS1;
-  summary.monoRms2 = mMonoRMS2;
+  if (mainTablePath != nullptr && !UndistortViews(engine, summary, mainTablePath, secondTablePath)) return summary;
+  if (!RunStage(summary, "monoCalibration", [&] { engine.monoCalibration(); })) return summary;
+  summary.monoRms1 = engine.mMonoRMS1;
+  summary.monoRms2 = engine.mMonoRMS2;
   if (!RunStage(summary, "mono view errors", [&] {
-        summary.viewErrors1 = ViewErrors(*this, mImagePoints1, K1, D1);
-        summary.viewErrors2 = ViewErrors(*this, mImagePoints2, K2, D2);
+        summary.viewErrors1 = ViewErrors(engine, engine.mImagePoints1, engine.K1, engine.D1);
+        summary.viewErrors2 = ViewErrors(engine, engine.mImagePoints2, engine.K2, engine.D2);
       })) {
     return summary;
   }
-  if (!RunStage(summary, "stereoCalibration", [&] { stereoCalibration(); })) return summary;
+  if (!RunStage(summary, "stereoCalibration", [&] { engine.stereoCalibration(); })) return summary;
   // The platform result file and the preview read the second set and mSecondRotation.
-  mSecondResult = DeepCopy(firstResultSet());
-  mSecondRotation = R.clone();
-  summary.stereoRms = mRMS;
-  summary.T = mT;
-  summary.r_x = r_x, summary.r_y = r_y, summary.r_z = r_z;
-  summary.checks = evaluateChartLimits();
+  engine.mSecondResult = DeepCopy(engine.firstResultSet());
+  engine.mSecondRotation = engine.R.clone();
+  summary.stereoRms = engine.mRMS;
+  summary.T = engine.mT;
+  summary.r_x = engine.r_x, summary.r_y = engine.r_y, summary.r_z = engine.r_z;
+  summary.checks = engine.evaluateChartLimits();
   summary.status = kChartOk;
   return summary;
+}
+
+}  // namespace
+
+ChartSummary dualCalibration::runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
+                                                  const char* mainTablePath, const char* secondTablePath) {
+  try {
+    return RunChart(*this, pairs, mainTablePath, secondTablePath);
+  } catch (...) {
+    // Only the summary's own bookkeeping can get here (out of memory); the
+    // stages' errors are caught where they run.
+    return ChartSummary();
+  }
 }

@@ -42,7 +42,8 @@ cv::Mat dualCalibration::buildRectifyCanvas() const {
                               maps[1].second);
   const cv::Mat& P2 = mSecondResult.P2;
   const bool vertical = std::fabs(P2.at<double>(1, 3)) > std::fabs(P2.at<double>(0, 3));
-  cv::Mat canvas = vertical ? cv::Mat(2 * size.height, size.width, CV_8UC1) : cv::Mat(size.height, 2 * size.width, CV_8UC1);
+  const cv::Size canvasSize = vertical ? cv::Size(size.width, 2 * size.height) : cv::Size(2 * size.width, size.height);
+  cv::Mat canvas(canvasSize, CV_8UC1);
   for (int i = 0; i < 2; ++i) {
     cv::Mat remapped;
     cv::remap(mChartImages[i].clone(), remapped, maps[i].first, maps[i].second, cv::INTER_LINEAR,

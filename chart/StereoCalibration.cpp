@@ -32,15 +32,16 @@ void GatherResiduePoints(const std::vector<std::vector<cv::Point2f>>& mainViews,
 }
 
 void ToFloat9(const cv::Mat& matrix, float out[9]) {
+  CV_Assert(matrix.rows == 3 && matrix.cols == 3 && matrix.channels() == 1);
   cv::Mat single;
   matrix.convertTo(single, CV_32F);
   for (int i = 0; i < 9; ++i) out[i] = single.at<float>(i / 3, i % 3);
 }
 
-void Centre(std::vector<float>& points, float centreX, float centreY) {
+void Centre(std::vector<float>& points, const cv::Point2f& centre) {
   for (size_t i = 0; i + 1 < points.size(); i += 2) {
-    points[i] -= centreX;
-    points[i + 1] -= centreY;
+    points[i] -= centre.x;
+    points[i + 1] -= centre.y;
   }
 }
 
@@ -63,12 +64,11 @@ cv::Mat FitVerticalResidue(const std::vector<float>& mainPoints, const std::vect
   return solution;
 }
 
-cv::Mat CentredScale(float scale, float offsetY, int32_t width, int32_t height) {
-  const float centreX = width * 0.5f - 0.5f;
-  const float centreY = height * 0.5f - 0.5f;
-  const cv::Mat toCentre = (cv::Mat_<float>(3, 3) << 1, 0, -centreX, 0, 1, -centreY, 0, 0, 1);
+// The scale acts about the image centre: C+ * M * C-.
+cv::Mat CentredScale(float scale, float offsetY, const cv::Point2f& centre) {
+  const cv::Mat toCentre = (cv::Mat_<float>(3, 3) << 1, 0, -centre.x, 0, 1, -centre.y, 0, 0, 1);
   const cv::Mat residue = (cv::Mat_<float>(3, 3) << scale, 0, 0, 0, scale, offsetY, 0, 0, 1);
-  const cv::Mat fromCentre = (cv::Mat_<float>(3, 3) << 1, 0, centreX, 0, 1, centreY, 0, 0, 1);
+  const cv::Mat fromCentre = (cv::Mat_<float>(3, 3) << 1, 0, centre.x, 0, 1, centre.y, 0, 0, 1);
   return fromCentre * residue * toCentre;
 }
 
@@ -136,16 +136,16 @@ void dualCalibration::computeResidue() {
   const float identity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
   // Both sets end up in the main camera's pixel frame, without lens distortion.
   MainCameraFilter().MapPointsLinear(mainPoints.data(), mainPoints.data(), count, mainCamera, mainCamera, identity);
-  SecondCameraFilter().MapPointsLinear(secondPoints.data(), secondPoints.data(), count, secondCamera, mainCamera, rotation);
-  const float centreX = chartImageSizes[0] * 0.5f - 0.5f;
-  const float centreY = chartImageSizes[1] * 0.5f - 0.5f;
-  Centre(mainPoints, centreX, centreY);
-  Centre(secondPoints, centreX, centreY);
+  SecondCameraFilter().MapPointsLinear(secondPoints.data(), secondPoints.data(), count, secondCamera, mainCamera,
+                                       rotation);
+  const cv::Point2f centre(chartImageSizes[0] * 0.5f - 0.5f, chartImageSizes[1] * 0.5f - 0.5f);
+  Centre(mainPoints, centre);
+  Centre(secondPoints, centre);
   const cv::Mat solution = FitVerticalResidue(mainPoints, secondPoints);
   std::cout << solution << std::endl;
   m_residueScale = solution.at<float>(0);
   m_residueOffsetY = solution.at<float>(1);
-  mResidueMatrix = CentredScale(m_residueScale, m_residueOffsetY, chartImageSizes[0], chartImageSizes[1]);
+  mResidueMatrix = CentredScale(m_residueScale, m_residueOffsetY, centre);
   std::printf("m_residueScale==%f\n", m_residueScale);
   std::printf("m_residueOffsetY==%f\n", m_residueOffsetY);
 }

@@ -209,15 +209,21 @@ class dualCalibration final : public CFilter {
   // lines, and discards it.
   void rectifyPreview();
   // The preview's canvas: side by side, or one above the other when
-  // |P2[1][3]| of mSecondResult exceeds |P2[0][3]|.
+  // |P2[1][3]| of mSecondResult exceeds |P2[0][3]|. Needs the chart images
+  // and a 3x4 P2 in mSecondResult (computed with bSaveDebugInfo set);
+  // otherwise an OpenCV error.
   cv::Mat buildRectifyCanvas() const;
   // Turns image by 90 degrees about its old centre into the swapped size.
   void rotateImage90(cv::Mat& image) const;
 
-  // The chart driver: takes the chart image pairs (main, second; 8-bit grey),
-  // collects the views, undistorts their corners with the two distortion
-  // tables when both paths are given (both null: no tables), runs the mono
-  // and stereo stages and fills mSecondResult and mSecondRotation. Never throws.
+  // The chart driver: takes the chart image pairs (main, second; 8-bit grey,
+  // every pair of the same sizes), stores the sizes and the images of pair 0
+  // as the chart images, collects the views into emptied view lists,
+  // undistorts their corners with the two distortion tables when both paths
+  // are given (both null: no tables), runs the mono and the stereo stage and
+  // fills mSecondResult and mSecondRotation from the first result set. With
+  // fewer than kChartMinViews views no calibration stage runs. The summary's
+  // status is kChartOk or a negative ChartStatus; nothing throws.
   ChartSummary runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
                                    const char* mainTablePath, const char* secondTablePath);
 

@@ -12,7 +12,9 @@ namespace {
 cv::Mat Pattern(cv::Size size, int seed) {
   cv::Mat image(size, CV_8UC1);
   for (int y = 0; y < size.height; ++y) {
-    for (int x = 0; x < size.width; ++x) image.at<uint8_t>(y, x) = static_cast<uint8_t>(1 + (x * 7 + y * 13 + seed) % 250);
+    for (int x = 0; x < size.width; ++x) {
+      image.at<uint8_t>(y, x) = static_cast<uint8_t>(1 + (x * 7 + y * 13 + seed) % 250);
+    }
   }
   return image;
 }

@@ -59,7 +59,8 @@ std::unique_ptr<dualCalibration> ProjectedViewsEngine(const StereoRig& rig) {
     cv::Rodrigues(pose.rvec, rotation);
     engine->mObjectPoints.push_back(board);
     engine->mImagePoints1.push_back(ProjectBoardCorners(rig.main, layout, rotation, pose.tvec));
-    engine->mImagePoints2.push_back(ProjectBoardCorners(rig.second, layout, rig.R * rotation, rig.R * pose.tvec + rig.T));
+    engine->mImagePoints2.push_back(
+        ProjectBoardCorners(rig.second, layout, rig.R * rotation, rig.R * pose.tvec + rig.T));
   }
   engine->K1 = cv::Mat(rig.main.K).clone();
   engine->K2 = cv::Mat(rig.second.K).clone();
