@@ -14,6 +14,7 @@
 
 #include "api/Exports.h"
 #include "engine/dualCalibration.h"
+#include "tools/ChartCommand.h"
 #include "tools/RefineCommand.h"
 #include "tools/SynthCommand.h"
 #include "tools/ToolInput.h"
@@ -88,6 +89,14 @@ int main(int argc, char** argv) {
   AddSynthSceneOptions(*add(*synth, "scene", "A refine pair, its record, parameters and ground truth", false,
                             [&] { return RunSynthScene(scene); }),
                        scene);
+  SynthOptions chart;
+  AddSynthChartOptions(*add(*synth, "chart", "Chessboard pairs of a known stereo rig and parameters", false,
+                            [&] { return RunSynthChart(chart); }),
+                       chart);
+  ChartOptions chartRun;
+  AddChartOptions(*add(app, "chart", "Chessboard stereo calibration over image pairs", true,
+                       [&] { return RunChart(chartRun); }),
+                  chartRun);
 
   try {
     app.parse(argc, argv);
