@@ -32,11 +32,6 @@ nlohmann::json MatJson(const cv::Mat& matrix) {
   return rows;
 }
 
-bool AllChecksPassed(const ChartLimitChecks& c) {
-  return c.monoReprojection && c.rotationX && c.rotationY && c.rotationZ && c.stereoReprojection &&
-         c.translationX && c.translationY && c.translationZ;
-}
-
 const char* PassFail(bool passed) { return passed ? "pass" : "FAIL"; }
 
 std::vector<std::pair<cv::Mat, cv::Mat>> ReadPairs(const std::vector<std::string>& images) {
@@ -106,6 +101,11 @@ cv::Mat RectifiedSideBySide(const dualCalibration& engine, const std::pair<cv::M
 
 }  // namespace
 
+bool AllChartChecksPassed(const ChartLimitChecks& c) {
+  return c.monoReprojection && c.rotationX && c.rotationY && c.rotationZ && c.stereoReprojection &&
+         c.translationX && c.translationY && c.translationZ;
+}
+
 nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibration& engine) {
   const ChartLimitChecks& c = summary.checks;
   nlohmann::json json = {
@@ -142,7 +142,7 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
   command.add_option("IMAGES", options.images, "MAIN1 SECOND1 [MAIN2 SECOND2 ...]")->required();
 }
 
-int RunChart(const ChartOptions& options) {
+ChartSummary CalibrateChart(const ChartOptions& options) {
   for (const std::string& table : options.tables) RequireReadableFile(table);
   const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = ReadPairs(options.images);
   dualCalibration& engine = g_dualCalib;
@@ -163,5 +163,10 @@ int RunChart(const ChartOptions& options) {
     WriteAtomically(options.saveRectified, [&](const std::string& temporary) { return cv::imwrite(temporary, canvas); });
     std::printf("rectified pair:   %s\n", options.saveRectified.c_str());
   }
-  return summary.status == kChartOk && AllChecksPassed(summary.checks) ? kExitSuccess : kExitChecksFailed;
+  return summary;
+}
+
+int RunChart(const ChartOptions& options) {
+  const ChartSummary summary = CalibrateChart(options);
+  return summary.status == kChartOk && AllChartChecksPassed(summary.checks) ? kExitSuccess : kExitChecksFailed;
 }

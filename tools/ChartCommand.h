@@ -20,9 +20,15 @@ struct ChartOptions {
 };
 
 void AddChartOptions(CLI::App& command, ChartOptions& options);
-// Exit status 0 when every limit check passed, 3 when the calibration ran
+// Runs the chart driver on the global engine, prints the summary and writes
+// the requested files.
+ChartSummary CalibrateChart(const ChartOptions& options);
+// CalibrateChart answered with the exit status: 0 when every limit check passed, 3 when the calibration ran
 // but failed or a check did not pass.
 int RunChart(const ChartOptions& options);
+
+// True when every limit check of the summary passed.
+bool AllChartChecksPassed(const ChartLimitChecks& checks);
 
 // The summary's JSON form (keys views_found, views_total, rms, T,
 // angles_deg, K1, K2, D1, D2, per_view_errors, mono_rms, status, checks).

@@ -15,6 +15,7 @@
 #include "api/Exports.h"
 #include "engine/dualCalibration.h"
 #include "tools/ChartCommand.h"
+#include "tools/DemoCommand.h"
 #include "tools/RefineCommand.h"
 #include "tools/SynthCommand.h"
 #include "tools/ToolInput.h"
@@ -97,6 +98,8 @@ int main(int argc, char** argv) {
   AddChartOptions(*add(app, "chart", "Chessboard stereo calibration over image pairs", true,
                        [&] { return RunChart(chartRun); }),
                   chartRun);
+
+  add(app, "demo", "Generate synthetic data, run refine and chart on it, compare with the truth", true, RunDemo);
 
   try {
     app.parse(argc, argv);
