@@ -750,16 +750,6 @@ TEST(CDistortionFilter, LookupsMatchThePlainSearch) {
   }
 }
 
-namespace {
-
-// FNV-1a over bytes, continuing from hash.
-uint64_t Fnv1a(const void* data, size_t size, uint64_t hash = 14695981039346656037ull) {
-  for (size_t i = 0; i < size; ++i) hash = (hash ^ static_cast<const uint8_t*>(data)[i]) * 1099511628211ull;
-  return hash;
-}
-
-}  // namespace
-
 // The curves and point kernels' bits pinned for fixed inputs, so that a build
 // on another architecture (AArch64 under qemu) shows any difference in rounding.
 TEST(CDistortionFilter, SameBitsOnEveryPlatform) {

@@ -13,6 +13,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "distortion/CDistortionFilter.h"
+#include "tests/support/TestFiles.h"
 
 namespace {
 
@@ -498,16 +499,6 @@ TEST(YuvWarp, PolynomialModelAgreesWithAnOracle) {
   EXPECT_LT(luma.mean, kOracleMeanLevels);
   EXPECT_LE(luma.max, kOracleMaxLevels);
 }
-
-namespace {
-
-// FNV-1a over bytes, continuing from hash.
-uint64_t Fnv1a(const void* data, size_t size, uint64_t hash = 14695981039346656037ull) {
-  for (size_t i = 0; i < size; ++i) hash = (hash ^ static_cast<const uint8_t*>(data)[i]) * 1099511628211ull;
-  return hash;
-}
-
-}  // namespace
 
 // The warp's bytes pinned for a fixed scene, so that a build on another
 // architecture (AArch64 under qemu) shows any difference in rounding.
