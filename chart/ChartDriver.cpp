@@ -58,7 +58,7 @@ bool RunStage(ChartSummary& summary, const char* name, Stage stage) {
 // The intake: chart sizes and images from pair 0, fresh view lists, then
 // one findImagePoints per pair.
 void CollectViews(dualCalibration& engine, const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
-                  ChartSummary& summary) {
+                  const ChartPairProgress& onPair, ChartSummary& summary) {
   const cv::Mat& mainImage = pairs[0].first;
   const cv::Mat& secondImage = pairs[0].second;
   engine.chartImageSizes[0] = mainImage.cols;
@@ -74,6 +74,7 @@ void CollectViews(dualCalibration& engine, const std::vector<std::pair<cv::Mat, 
     const int found = engine.findImagePoints(pair.first, pair.second, viewIndex);
     summary.viewsFound.push_back(found);
     summary.viewCount += found;
+    if (onPair) onPair(summary.viewsFound.size() - 1, found == 1);
   }
 }
 
@@ -121,14 +122,14 @@ ChartResultSet DeepCopy(const ChartResultSet& set) {
 }
 
 ChartSummary RunChart(dualCalibration& engine, const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
-                      const char* mainTablePath, const char* secondTablePath) {
+                      const char* mainTablePath, const char* secondTablePath, const ChartPairProgress& onPair) {
   ChartSummary summary;
   const std::string problem = CheckPairs(pairs);
   if (!problem.empty()) return Fail(summary, kChartBadImages, "chart intake", problem);
   if ((mainTablePath == nullptr) != (secondTablePath == nullptr)) {
     return Fail(summary, kChartBadTables, "chart intake", "both distortion tables or none are needed");
   }
-  if (!RunStage(summary, "findImagePoints", [&] { CollectViews(engine, pairs, summary); })) return summary;
+  if (!RunStage(summary, "findImagePoints", [&] { CollectViews(engine, pairs, onPair, summary); })) return summary;
   if (summary.viewCount < kChartMinViews) {
     return Fail(summary, kChartTooFewViews, "findImagePoints",
                 std::to_string(summary.viewCount) + " views found, " + std::to_string(kChartMinViews) + " needed");
@@ -158,9 +159,10 @@ ChartSummary RunChart(dualCalibration& engine, const std::vector<std::pair<cv::M
 }  // namespace
 
 ChartSummary dualCalibration::runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
-                                                  const char* mainTablePath, const char* secondTablePath) {
+                                                  const char* mainTablePath, const char* secondTablePath,
+                                                  const ChartPairProgress& onPair) {
   try {
-    return RunChart(*this, pairs, mainTablePath, secondTablePath);
+    return RunChart(*this, pairs, mainTablePath, secondTablePath, onPair);
   } catch (...) {
     // Only the summary's own bookkeeping can get here (out of memory); the
     // stages' errors are caught where they run.

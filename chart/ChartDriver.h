@@ -3,7 +3,9 @@
 // the figures of every stage that ran.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,10 @@ enum ChartStatus : int32_t {
   kChartUndistortFailed = -4,  // a second-camera corner left the distortion band
   kChartStageFailed = -5,   // an OpenCV or memory error in a stage; message holds its text
 };
+
+// Told after each pair's chessboard search: the pair's index and whether it
+// became a view.
+using ChartPairProgress = std::function<void(size_t pairIndex, bool found)>;
 
 // Views the stereo stage needs: its residue fit reads views 0 to 3.
 constexpr int kChartMinViews = 4;

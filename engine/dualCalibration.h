@@ -238,9 +238,11 @@ class dualCalibration final : public CFilter {
   // are given (both null: no tables), runs the mono and the stereo stage and
   // fills mSecondResult and mSecondRotation from the first result set. With
   // fewer than kChartMinViews views no calibration stage runs. The summary's
-  // status is kChartOk or a negative ChartStatus; nothing throws.
+  // status is kChartOk or a negative ChartStatus; nothing throws. onPair,
+  // when given, is told after each pair's search whether it became a view.
   ChartSummary runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
-                                   const char* mainTablePath, const char* secondTablePath);
+                                   const char* mainTablePath, const char* secondTablePath,
+                                   const ChartPairProgress& onPair = nullptr);
 
   // Bound parameter members, in declaration order (differs from registration order).
   int32_t m_nBoardWidth = 0, m_nBoardHeight = 0, m_nSquareSize = 0;

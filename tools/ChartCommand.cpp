@@ -46,11 +46,7 @@ std::vector<std::pair<cv::Mat, cv::Mat>> ReadPairs(const std::vector<std::string
   return pairs;
 }
 
-void PrintSummary(const ChartOptions& options, const ChartSummary& summary) {
-  for (size_t k = 0; k < summary.viewsFound.size(); ++k) {
-    std::printf("pair %zu: %s %s: %s\n", k + 1, options.images[2 * k].c_str(), options.images[2 * k + 1].c_str(),
-                summary.viewsFound[k] ? "board found in both" : "board not found");
-  }
+void PrintSummary(const ChartSummary& summary) {
   std::printf("\n== chart summary\nviews:            %d of %zu\n", summary.viewCount, summary.viewsFound.size());
   if (summary.status != kChartOk) {
     std::printf("failed:           %s: %s\n", summary.failedStage.c_str(), summary.message.c_str());
@@ -150,13 +146,19 @@ ChartSummary CalibrateChart(const ChartOptions& options) {
     throw ToolError(options.params + ": parameter file could not be loaded");
   }
   const bool withTables = options.tables.size() == 2;
+  const auto progress = [&](size_t k, bool found) {
+    std::cout.flush();
+    std::printf("pair %zu: %s %s: %s\n", k + 1, options.images[2 * k].c_str(), options.images[2 * k + 1].c_str(),
+                found ? "board found in both" : "board not found");
+    std::fflush(stdout);
+  };
   const ChartSummary summary = engine.runChartCalibration(pairs, withTables ? options.tables[0].c_str() : nullptr,
-                                                          withTables ? options.tables[1].c_str() : nullptr);
+                                                          withTables ? options.tables[1].c_str() : nullptr, progress);
   std::cout.flush();
   if (summary.status == kChartBadImages || summary.status == kChartBadTables) {
     throw ToolError(summary.failedStage + ": " + summary.message);
   }
-  PrintSummary(options, summary);
+  PrintSummary(summary);
   if (!options.json.empty()) WriteJsonAtomically(options.json, ChartSummaryJson(summary, engine));
   if (!options.saveRectified.empty() && summary.status == kChartOk) {
     const cv::Mat canvas = RectifiedSideBySide(engine, pairs[0]);

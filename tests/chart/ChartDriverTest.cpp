@@ -171,8 +171,15 @@ TEST(ChartDriver, PairsWithoutTheBoardInBothImagesAddNoView) {
   const cv::Mat empty = RenderEmptyView(kImageSize, RenderOptions(), 5);
   ImagePairs pairs = {good[0], {empty, empty}, good[1], {good[2].first, empty}, {empty, good[2].second}, good[2]};
   auto engine = ChartEngine();
-  const ChartSummary summary = RunDriver(*engine, pairs);
+  std::vector<std::pair<size_t, bool>> progress;
+  CaptureStdout();
+  const ChartSummary summary = engine->runChartCalibration(
+      pairs, nullptr, nullptr, [&](size_t k, bool found) { progress.emplace_back(k, found); });
+  GetCapturedStdout();
   EXPECT_EQ(summary.viewsFound, (std::vector<int32_t>{1, 0, 1, 0, 0, 1}));
+  const std::vector<std::pair<size_t, bool>> expectedProgress = {{0, true},  {1, false}, {2, true},
+                                                                 {3, false}, {4, false}, {5, true}};
+  EXPECT_EQ(progress, expectedProgress);
   auto reference = ChartEngine();
   CaptureStdout();
   for (const auto& pair : good) reference->findImagePoints(pair.first, pair.second, 0);
