@@ -1,0 +1,110 @@
+#!/usr/bin/env bash
+# Installs what the AArch64 cross build and its emulated test run need, and
+# nothing that is already there: Debian's aarch64 cross compiler, qemu's user
+# mode emulator, and arm64 multiarch packages of OpenCV, liblog and
+# GoogleTest. Safe to run again; it says what it does, and it never lets apt
+# remove a package (the native build's packages stay as they are).
+#
+# Only part of OpenCV is co-installable across architectures: libopencv-dev
+# (which also ships OpenCVConfig.cmake) is not, and the arm64 -dev packages of
+# features2d, calib3d and imgcodecs pull highgui/imgcodecs, whose GDAL, GDCM
+# and OpenEXR dependencies would replace the amd64 ones. So the arm64 side
+# takes the core and imgproc -dev packages plus the features2d and calib3d
+# runtime libraries; their headers are the native -dev packages' (the same
+# files), and cmake/opencv-multiarch/ describes the modules to CMake.
+set -euo pipefail
+
+readonly HOST_PACKAGES=(
+  g++-aarch64-linux-gnu qemu-user
+  libopencv-features2d-dev libopencv-calib3d-dev
+  libcli11-dev nlohmann-json3-dev
+)
+# libc6:arm64 also gives the emulator the loader and C runtime that the arm64
+# OpenCV libraries were built against.
+readonly ARM64_PACKAGES=(
+  libc6 libopencv-core-dev libopencv-imgproc-dev
+  libopencv-features2d406 libopencv-calib3d406
+  android-liblog-dev libgtest-dev
+)
+
+say() { echo "install-cross-deps: $*"; }
+
+as_root() {
+  if [ "$(id -u)" -eq 0 ]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    say "need root or sudo to run: $*" >&2
+    exit 1
+  fi
+}
+
+is_installed() {
+  [ "$(dpkg-query -W -f='${Status}' "$1" 2>/dev/null)" = "install ok installed" ]
+}
+
+has_candidate() {
+  local candidate
+  candidate=$(apt-cache policy "$1" 2>/dev/null | awk '/Candidate:/ {print $2}')
+  [ -n "$candidate" ] && [ "$candidate" != "(none)" ]
+}
+
+have_arm64_lists() {
+  compgen -G "/var/lib/apt/lists/*binary-arm64_Packages*" >/dev/null
+}
+
+ensure_arm64_architecture() {
+  if dpkg --print-foreign-architectures | grep -qx arm64; then
+    say "arm64 is already a foreign architecture"
+  else
+    say "adding arm64 as a foreign architecture"
+    as_root dpkg --add-architecture arm64
+  fi
+}
+
+missing_packages() {
+  local package
+  for package in "${HOST_PACKAGES[@]}"; do
+    is_installed "$package" || echo "$package"
+  done
+  for package in "${ARM64_PACKAGES[@]}"; do
+    is_installed "$package:arm64" || echo "$package:arm64"
+  done
+}
+
+# Refreshes the package lists only when arm64 lists are absent or a missing
+# package has no install candidate in the current lists.
+update_lists_if_needed() {
+  local package
+  if have_arm64_lists; then
+    for package in "$@"; do
+      if ! has_candidate "$package"; then
+        say "no candidate for $package in the current lists: apt-get update"
+        as_root apt-get update -q
+        return
+      fi
+    done
+    say "package lists are current enough, no update"
+  else
+    say "no arm64 package lists yet: apt-get update"
+    as_root apt-get update -q
+  fi
+}
+
+main() {
+  ensure_arm64_architecture
+  local missing
+  mapfile -t missing < <(missing_packages)
+  if [ "${#missing[@]}" -eq 0 ]; then
+    say "everything is installed"
+    return
+  fi
+  say "missing: ${missing[*]}"
+  update_lists_if_needed "${missing[@]}"
+  as_root env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -q --no-install-recommends --no-remove "${missing[@]}"
+  say "installed: ${missing[*]}"
+}
+
+main "$@"
