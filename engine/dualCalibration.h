@@ -13,6 +13,8 @@
 #include "api/CalibrationRecord.h"
 #include "framework/CFilter.h"
 
+class CDistortionFilter;
+
 // The engine's parameters as one table: name, member, default, min, max.
 // Rows are in registration order, which is also the order of the saved lines.
 #define QLM_ENGINE_PARAMETERS(X)                       \
@@ -83,6 +85,25 @@ class dualCalibration final : public CFilter {
   // Registers the 48 parameters with their defaults, then bSaveDebugInfo a
   // second time into mSecondParameterList. Always true.
   bool Initialize() override;
+
+  // ---- Distortion tables and chart corners (distortion/ChartCorners.cpp) ----
+  // The main camera's table goes to g_distortionFilter2, the second camera's
+  // to g_distortionFilter1; these two accessors are the only place that says so.
+  static CDistortionFilter& MainCameraFilter();
+  static CDistortionFilter& SecondCameraFilter();
+  // Loads firstPath into the main camera's filter and secondPath into the
+  // second camera's. Returns 1, -2 when the first cannot be opened (the
+  // second is then not tried), -3 when the second cannot be opened.
+  int LoadDistortionTables(const char* firstPath, const char* secondPath);
+  // Undistorts views 0..3 of mImagePoints1 and mImagePoints2 with the two
+  // filters' polynomials and the sizes in chartImageSizes; each view
+  // processes as many points as view 0 of mImagePoints1 has, at most its own.
+  // A main-camera point outside the band stops that view only; a
+  // second-camera point outside it returns 0 at once, that view unchanged.
+  // Returns 0 also when either list holds fewer than four views (nothing
+  // changed), else 1. With m_bSaveDebugInfo set it draws the corners on
+  // colour copies of both images, which are then discarded.
+  int undistortChartCorners(const cv::Mat& mainImage, const cv::Mat& secondImage);
 
   // Camera matrices (3x3) and distortion rows (1x8) of the main and the second camera.
   cv::Mat K1, K2, D1, D2;

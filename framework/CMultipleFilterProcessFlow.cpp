@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "framework/NodeChain.h"
+
 CMultipleFilterProcessFlow::~CMultipleFilterProcessFlow() { ClearFilters(); }
 
 int CMultipleFilterProcessFlow::AddFilter(CFilter* filter, const char* suffix) {
@@ -12,26 +14,14 @@ int CMultipleFilterProcessFlow::AddFilter(CFilter* filter, const char* suffix) {
   }
   auto* node = new FilterListNode;
   node->filter = filter;
-  if (mFilterTail == nullptr) {
-    mFilterHead = node;
-  } else {
-    mFilterTail->next = node;
-  }
-  mFilterTail = node;
+  AppendNode(mFilterHead, mFilterTail, node);
   ++mFilterCount;
   return 1;
 }
 
 void CMultipleFilterProcessFlow::ClearFilters() {
-  FilterListNode* node = mFilterHead;
-  while (node != nullptr) {
-    FilterListNode* next = node->next;
-    delete node;
-    node = next;
-  }
+  DeleteNodes(mFilterHead, mFilterTail);
   mFilterCount = 0;
-  mFilterHead = nullptr;
-  mFilterTail = nullptr;
 }
 
 void CMultipleFilterProcessFlow::ResetFilterLoadedFlags() {

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "framework/NodeChain.h"
+
 namespace {
 
 // Bounded copy that always terminates the destination.
@@ -42,12 +44,7 @@ int FilterParameterList::AddParameter(const char* name, int32_t* value, int32_t 
   entry->min = min;
   entry->max = max;
   CopyText(entry->description, sizeof(entry->description), description);
-  if (tail == nullptr) {
-    head = entry;
-  } else {
-    tail->next = entry;
-  }
-  tail = entry;
+  AppendNode(head, tail, entry);
   ++count;
   return 1;
 }
@@ -158,13 +155,6 @@ int FilterParameterList::LoadList(FILE* stream) {
 }
 
 void FilterParameterList::Clear() {
-  FilterParameter* entry = head;
-  while (entry != nullptr) {
-    FilterParameter* next = entry->next;
-    delete entry;
-    entry = next;
-  }
+  DeleteNodes(head, tail);
   count = 0;
-  head = nullptr;
-  tail = nullptr;
 }

@@ -42,14 +42,7 @@ class ThreeStageFlow final : public CMultipleFilterProcessFlow {
 };
 
 std::string SaveToText(ThreeStageFlow& flow) {
-  char* data = nullptr;
-  size_t size = 0;
-  FILE* stream = open_memstream(&data, &size);
-  EXPECT_TRUE(flow.SaveParameters(stream));
-  std::fclose(stream);
-  std::string text(data, size);
-  std::free(data);
-  return text;
+  return TextWrittenBy([&](FILE* stream) { EXPECT_TRUE(flow.SaveParameters(stream)); });
 }
 
 }  // namespace

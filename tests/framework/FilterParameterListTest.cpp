@@ -5,6 +5,8 @@
 #include <cstring>
 #include <string>
 
+#include "tests/support/TestFiles.h"
+
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
 
@@ -26,9 +28,7 @@ struct ThreeParameters {
 
 // Runs LoadList over text held in memory and returns what it printed.
 std::string LoadFromText(FilterParameterList& list, const std::string& text, int* result) {
-  FILE* stream = std::tmpfile();
-  std::fwrite(text.data(), 1, text.size(), stream);
-  std::rewind(stream);
+  FILE* stream = StreamOf(text);
   CaptureStdout();
   *result = list.LoadList(stream);
   std::string printed = GetCapturedStdout();
@@ -37,14 +37,7 @@ std::string LoadFromText(FilterParameterList& list, const std::string& text, int
 }
 
 std::string SaveToText(const FilterParameterList& list) {
-  char* data = nullptr;
-  size_t size = 0;
-  FILE* stream = open_memstream(&data, &size);
-  EXPECT_EQ(list.SaveList(stream), 1);
-  std::fclose(stream);
-  std::string text(data, size);
-  std::free(data);
-  return text;
+  return TextWrittenBy([&](FILE* stream) { EXPECT_EQ(list.SaveList(stream), 1); });
 }
 
 }  // namespace

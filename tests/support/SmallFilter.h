@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 #include "framework/CFilter.h"
 
@@ -24,11 +23,3 @@ class SmallFilter final : public CFilter {
   int32_t bias = 0;
   int initializeCalls = 0;
 };
-
-// Writes text to an anonymous temporary file and rewinds it.
-inline FILE* StreamOf(const std::string& text) {
-  FILE* stream = std::tmpfile();
-  std::fwrite(text.data(), 1, text.size(), stream);
-  std::rewind(stream);
-  return stream;
-}

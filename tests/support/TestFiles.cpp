@@ -61,6 +61,24 @@ void WriteFile(const std::string& path, const std::string& contents) {
 
 bool FileExists(const std::string& path) { return std::filesystem::exists(path); }
 
+FILE* StreamOf(const std::string& text) {
+  FILE* stream = std::tmpfile();
+  std::fwrite(text.data(), 1, text.size(), stream);
+  std::rewind(stream);
+  return stream;
+}
+
+std::string TextWrittenBy(const std::function<void(FILE*)>& write) {
+  char* data = nullptr;
+  size_t size = 0;
+  FILE* stream = open_memstream(&data, &size);
+  write(stream);
+  std::fclose(stream);
+  std::string text(data, size);
+  std::free(data);
+  return text;
+}
+
 void ExpectGolden(const std::string& actual, const std::string& relativePath) {
   const std::string path = std::string(QLM_TEST_DATA_DIR) + "/" + relativePath;
   const char* update = std::getenv("QLM_UPDATE_GOLDEN");

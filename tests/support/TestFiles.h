@@ -3,6 +3,8 @@
 // text comparison.
 #pragma once
 
+#include <cstdio>
+#include <functional>
 #include <string>
 
 // Creates a fresh directory under the system's temporary folder, points
@@ -24,6 +26,10 @@ class TempDir {
 std::string ReadFile(const std::string& path);
 void WriteFile(const std::string& path, const std::string& contents);
 bool FileExists(const std::string& path);
+// An anonymous temporary file holding text, rewound; the caller closes it.
+FILE* StreamOf(const std::string& text);
+// What write puts into a memory stream.
+std::string TextWrittenBy(const std::function<void(FILE*)>& write);
 
 // Compares actual with tests/data/<relativePath>; on a difference the
 // failure shows the first differing line with its neighbours. With
