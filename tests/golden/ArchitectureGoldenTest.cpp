@@ -1,0 +1,150 @@
+// The library's own arithmetic must give the same bits on x86-64 and AArch64.
+// Each case feeds fixed inputs to one group of kernels and compares every
+// output, floats printed as %a, with a golden file written on x86-64 and
+// committed. The inputs are exact binary values built from integers, so they
+// are the same on every machine. OpenCV's own results (keypoints, RANSAC)
+// are not golden; only the library's steps around them are.
+// Regenerate with QLM_UPDATE_GOLDEN=1 only after a deliberate change of the
+// arithmetic, and review the diff.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "distortion/CDistortionFilter.h"
+#include "tests/support/TestFiles.h"
+
+namespace {
+
+// Output text: one value per line, "label value", floats as %a.
+class GoldenText {
+ public:
+  void Float(const std::string& label, double value) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "%a", value);
+    mText += label + " " + text + "\n";
+  }
+  void Int(const std::string& label, long long value) {
+    mText += label + " " + std::to_string(value) + "\n";
+  }
+  void Floats(const std::string& label, const float* values, int count) {
+    for (int i = 0; i < count; ++i) Float(label + "[" + std::to_string(i) + "]", values[i]);
+  }
+  void Bytes(const std::string& label, const uint8_t* bytes, int count, int perLine) {
+    static const char kHex[] = "0123456789abcdef";
+    for (int start = 0; start < count; start += perLine) {
+      std::string line = label + "[" + std::to_string(start) + "]";
+      for (int i = start; i < count && i < start + perLine; ++i) {
+        line += ' ';
+        line += kHex[bytes[i] >> 4];
+        line += kHex[bytes[i] & 15];
+      }
+      mText += line + "\n";
+    }
+  }
+  const std::string& Text() const { return mText; }
+
+ private:
+  std::string mText;
+};
+
+// A 2000 x 1500 camera with an off-centre principal point.
+constexpr int kWidth = 2000;
+constexpr int kHeight = 1500;
+constexpr float kCamera[9] = {1600.0f, 0.0f, 1003.5f, 0.0f, 1590.0f, 748.25f, 0.0f, 0.0f, 1.0f};
+constexpr float kTargetCamera[9] = {1500.0f, 0.0f, 1010.0f, 0.0f, 1495.0f, 740.0f, 0.0f, 0.0f, 1.0f};
+// A small rotation about all three axes (rows of a near-orthonormal matrix).
+constexpr float kRotation[9] = {0.99984771f, -0.01745241f, 0.00174524f,  //
+                                0.01744975f, 0.99983245f,  0.00523596f,  //
+                                -0.00183652f, -0.00520461f, 0.99998477f};
+
+// A filter with a three-row polynomial table, a barrel radial model and
+// both placement transforms away from the identity.
+void Configure(CDistortionFilter& filter) {
+  filter.rowCount = 3;
+  filter.coefficientCount = 4;
+  filter.referenceRadius = 1250.0f;
+  const float polynomial[4] = {0.031f, -0.012f, 0.0043f, -0.0007f};
+  for (int j = 0; j < 4; ++j) filter.currentPolynomial[j] = polynomial[j];
+  filter.radialCoefficients[0] = -0.12f;
+  filter.radialCoefficients[1] = 0.05f;
+  filter.radialCoefficients[2] = -0.01f;
+  filter.forwardTransform[0] = 3.25f;
+  filter.forwardTransform[1] = -2.5f;
+  filter.forwardTransform[2] = 1.0009765625f;
+  filter.SetSourceTransform(kWidth, kHeight, 1990, 1490, 0.995f);
+}
+
+// Points spread over the whole image, corners included, with quarter-pixel
+// fractions: exact in binary32.
+std::vector<float> ImagePoints() {
+  std::vector<float> points = {0.0f, 0.0f, kWidth - 1.0f, 0.0f, 0.0f, kHeight - 1.0f,
+                               kWidth - 1.0f, kHeight - 1.0f};
+  for (int i = 1; i <= 60; ++i) {
+    points.push_back(static_cast<float>(i * 7919 % kWidth) + 0.25f * static_cast<float>(i % 4));
+    points.push_back(static_cast<float>(i * 104729 % kHeight) + 0.25f * static_cast<float>(i % 3));
+  }
+  return points;
+}
+
+int PointCount(const std::vector<float>& points) { return static_cast<int>(points.size() / 2); }
+
+TEST(ArchitectureGolden, Curves) {
+  CDistortionFilter filter;
+  Configure(filter);
+  CurveTable radialRadius{}, radialScale{}, polyRadius{}, polyScale{};
+  filter.BuildCurveFromRadialModel(kCamera, radialRadius, radialScale, kWidth, kHeight);
+  filter.BuildCurveFromPolynomial(polyRadius, polyScale, kWidth, kHeight);
+  GoldenText out;
+  out.Floats("radialRadius", radialRadius.data(), kCurveSize);
+  out.Floats("radialScale", radialScale.data(), kCurveSize);
+  out.Floats("polyRadius", polyRadius.data(), kCurveSize);
+  out.Floats("polyScale", polyScale.data(), kCurveSize);
+  for (int i = 0; i < 40; ++i) {
+    // Queries from below the first node to past the last one of each table.
+    const float pixelRadius = static_cast<float>(i) * 33.5f - 2.0f;
+    const float normalisedRadius = static_cast<float>(i) * 0.021484375f - 0.015625f;
+    const std::string index = "[" + std::to_string(i) + "]";
+    out.Float("interpolate" + index,
+              CDistortionFilter::InterpolateCurve(polyRadius, polyScale, pixelRadius));
+    out.Float("reciprocal" + index, CDistortionFilter::InterpolateCurveReciprocal(
+                                        radialRadius, radialScale, normalisedRadius));
+  }
+  ExpectGolden(out.Text(), "golden/Curves.golden");
+}
+
+TEST(ArchitectureGolden, PointKernels) {
+  CDistortionFilter filter;
+  Configure(filter);
+  const std::vector<float> in = ImagePoints();
+  const int count = PointCount(in);
+  std::vector<float> out(in.size());
+  GoldenText text;
+
+  // Points well inside the polynomial's band, so that all are processed.
+  std::vector<float> inner(in.size());
+  for (size_t i = 0; i < in.size(); ++i) inner[i] = in[i] * 0.5f + (i % 2 == 0 ? 500.0f : 375.0f);
+  text.Int("undistortPolynomialResult",
+           filter.UndistortPointsPolynomial(inner.data(), out.data(), count, kWidth, kHeight));
+  text.Floats("undistortPolynomial", out.data(), 2 * count);
+
+  filter.DistortPointsPolynomial(in.data(), out.data(), count, kWidth, kHeight, kCamera);
+  text.Floats("distortPolynomial", out.data(), 2 * count);
+
+  filter.UndistortPointsRadial(in.data(), out.data(), count, kWidth, kHeight, kCamera);
+  text.Floats("undistortRadial", out.data(), 2 * count);
+
+  CurveTable radius{}, scale{};
+  filter.BuildCurveFromRadialModel(kCamera, radius, scale, kWidth, kHeight);
+  filter.MapPointsRadial(in.data(), out.data(), count, kCamera, kTargetCamera, kRotation, radius,
+                         scale);
+  text.Floats("mapRadial", out.data(), 2 * count);
+
+  filter.MapPointsLinear(in.data(), out.data(), count, kCamera, kTargetCamera, kRotation);
+  text.Floats("mapLinear", out.data(), 2 * count);
+  ExpectGolden(text.Text(), "golden/PointKernels.golden");
+}
+
+}  // namespace
