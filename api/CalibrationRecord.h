@@ -4,6 +4,7 @@
 // at any address.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -16,3 +17,20 @@ struct CalibrationRecord {
   uint8_t bytes[kCalibrationRecordSize];
 };
 static_assert(sizeof(CalibrationRecord) == kCalibrationRecordSize, "record must stay 15252 bytes");
+static_assert(alignof(CalibrationRecord) == 1, "a record may start at any address");
+
+// The 3x3 homography H_OTP, row by row: h00 h01 h02 h10 h11 h12 h20 h21 h22.
+using RecordHomography = std::array<float, 9>;
+static_assert(sizeof(RecordHomography) == 36, "H_OTP is nine packed binary32 values");
+
+// fOffsetX: horizontal offset correction in hundredths of a pixel (offset 48).
+float RecordOffsetX(const CalibrationRecord& record);
+void SetRecordOffsetX(CalibrationRecord& record, float offsetX);
+
+// H_OTP: maps main-image pixels to second-image pixels (offsets 112..147).
+RecordHomography RecordHOtp(const CalibrationRecord& record);
+void SetRecordHOtp(CalibrationRecord& record, const RecordHomography& hOtp);
+
+// nRefineCount: completed feature-point calibrations modulo 256 (offset 15222).
+uint8_t RecordRefineCount(const CalibrationRecord& record);
+void SetRecordRefineCount(CalibrationRecord& record, uint8_t count);

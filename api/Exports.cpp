@@ -1,5 +1,53 @@
 #include "api/Exports.h"
 
+#include <cstring>
+
+#include "api/CalibrationRun.h"
 #include "api/Globals.h"
 
-int QLM_Get_Calib_Vertion() { return kLibraryVersion; }
+namespace {
+
+// What an exception escaping the engine becomes: INIT could not set up the
+// run (as when its parameters fail), PROCESS computed no estimate (as when
+// its counts fail).
+constexpr int kInitOnException = -1;
+constexpr int kProcessOnException = 0;
+
+template <typename Body>
+int Guarded(int fallbackCode, Body&& body) noexcept {
+  try {
+    return body();
+  } catch (...) {
+    return fallbackCode;
+  }
+}
+
+}  // namespace
+
+int QLM_Get_Calib_Vertion() noexcept {
+  AppendVersionLog();
+  return kLibraryVersion;
+}
+
+int QLM_Calib_INIT(unsigned char* paramFile, unsigned char* recordFile, unsigned char* recordMem,
+                   int a, int b, int c, int d) noexcept {
+  return Guarded(kInitOnException, [&] {
+    return InitCalibrationRun(g_dualCalib, paramFile, recordFile, recordMem, a, b, c, d);
+  });
+}
+
+int QLM_Calib_PROCESS(unsigned char* mainImg, unsigned char* secondImg, int w1, int h1, int w2,
+                      int h2, int recordSelect) noexcept {
+  g_dualCalib.mRecordSelect = recordSelect;
+  const int rv = Guarded(kProcessOnException, [&] {
+    return g_dualCalib.calibrationDetectPoint(mainImg, secondImg, w1, h1, w2, h2);
+  });
+  AppendProcessLog(g_dualCalib, rv);
+  return rv;
+}
+
+// A null out receives nothing.
+int QLM_Get_Calib_Result(unsigned char* out) noexcept {
+  if (out != nullptr) std::memcpy(out, g_dualCalib.mResultRecord.bytes, kCalibrationRecordSize);
+  return 1;
+}

@@ -5,7 +5,10 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
-#include <memory>
+
+#include "framework/FileHandle.h"
+
+#include "distortion/Float4.h"
 
 namespace {
 
@@ -14,11 +17,6 @@ void SetIdentityTransform(float transform[3]) {
   transform[1] = 0.0f;
   transform[2] = 1.0f;
 }
-
-struct FileCloser {
-  void operator()(FILE* file) const { std::fclose(file); }
-};
-using FileHandle = std::unique_ptr<FILE, FileCloser>;
 
 // Reads the numbers of a table file with fscanf. A "%f" read that fails
 // without moving the stream would fail the same way forever, so from then on
@@ -51,17 +49,26 @@ class TableReader {
   bool mExhausted = false;
 };
 
+// The first k below `intervals` with (x - xs[k]) * (x - xs[k+1]) <= 0, or
+// -1; the products of four intervals are formed and tested at once.
+int FirstBracket(const CurveTable& xs, float x, int intervals) {
+  using namespace float4;
+  for (int k = 0; k < intervals; k += 4) {
+    const F4 products = (x - Load4(&xs[k])) * (x - Load4(&xs[k + 1]));
+    const int lane = FirstSetLane(products <= Splat(0.0f));
+    if (lane >= 0) return k + lane < intervals ? k + lane : -1;
+  }
+  return -1;
+}
+
 // Clamps x to [xs[0], xs[1023]] and interpolates over the first `intervals`
 // intervals; the first interval that brackets x wins, ys[0] when none does.
 float LookupCurve(const CurveTable& xs, const CurveTable& ys, float x, int intervals) {
   if (xs[0] > x) x = xs[0];
   if (x > xs[kCurveSize - 1]) x = xs[kCurveSize - 1];
-  for (int k = 0; k < intervals; ++k) {
-    if ((x - xs[k]) * (x - xs[k + 1]) <= 0.0f) {
-      return ys[k] + (x - xs[k]) / (xs[k + 1] - xs[k]) * (ys[k + 1] - ys[k]);
-    }
-  }
-  return ys[0];
+  const int k = FirstBracket(xs, x, intervals);
+  if (k < 0) return ys[0];
+  return ys[k] + (x - xs[k]) / (xs[k + 1] - xs[k]) * (ys[k + 1] - ys[k]);
 }
 
 // Clamps to [low, high]. A NaN passes the lower bound and is then limited to high.

@@ -99,6 +99,31 @@ class CDistortionFilter final : public CFilter {
   // out = b[0] * h / (a[0] * w).
   static void FocalRatio(const float a[], const float b[], float* out, float w, float h);
 
+  // ---- Image kernels (distortion/YuvWarp.cpp) ----
+  // The target's planes must hold WarpLumaBytes and WarpChromaBytes of its
+  // size (distortion/YuvWarp.h) and must not overlap the source's planes.
+
+  // Undistorts and rectifies source into target with the radial model and
+  // reports the zoom (at least 1) that keeps the source border outside the
+  // output frame. Each chroma pair holds the sample of its last writer.
+  void WarpYuvImageRadial(const YuvImage& source, const YuvImage& target, const float sourceCamera[9],
+                          const float targetCamera[9], const float rotation[9], float* zoom) const;
+  // The same bytes as WarpYuvImageRadial, computed the plain way: every
+  // output pixel mapped one at a time and every chroma pair written by every
+  // pixel in turn. The reference for the fast form.
+  void WarpYuvImageRadialReference(const YuvImage& source, const YuvImage& target,
+                                   const float sourceCamera[9], const float targetCamera[9],
+                                   const float rotation[9], float* zoom) const;
+  // The warp with the model chosen by coefficientCount: 1 or more uses the
+  // loaded polynomial, below 1 the radial model. Its curve is built as
+  // BuildCurveFromPolynomial or BuildCurveFromRadialModel does (polynomial
+  // radii are divided by the source fx so that both are in normalised
+  // units about the camera centre); the border is mapped as in
+  // MapPointsRadial and each output pixel's factor is InterpolateCurve over
+  // the radius table at its undistorted radius.
+  void WarpYuvImage(const YuvImage& source, const YuvImage& target, const float sourceCamera[9],
+                    const float targetCamera[9], const float rotation[9], float* zoom) const;
+
   float cameraMatrix[3][3];
   int32_t rowCount = 0;
   int32_t coefficientCount = 0;

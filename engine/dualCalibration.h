@@ -14,6 +14,7 @@
 #include "framework/CFilter.h"
 
 class CDistortionFilter;
+struct FeaturePointReport;
 
 // The engine's parameters as one table: name, member, default, min, max.
 // Rows are in registration order, which is also the order of the saved lines.
@@ -85,6 +86,20 @@ class dualCalibration final : public CFilter {
   // Registers the 48 parameters with their defaults, then bSaveDebugInfo a
   // second time into mSecondParameterList. Always true.
   bool Initialize() override;
+
+  // ---- Feature-point calibration of an image pair (engine/FeaturePointCalibration.cpp) ----
+  // Aligns the second image to the main image with H_OTP of the selected
+  // record (mRecordSelect nonzero: mFileRecord, zero: mCallerRecord), matches
+  // ORB features, estimates the residual similarity and prints it on standard
+  // output. Returns -4 for a null image, -5 for a dimension outside
+  // 1000..10000 (the result record untouched), 0 for too few keypoints or good
+  // matches (the result record equals the selected one) and 1 once the
+  // estimate is done (nRefineCount of the result record incremented). Each
+  // image is w x h bytes without row padding. report, when given, receives
+  // the intermediate results (engine/FeaturePointCalibration.h).
+  int calibrationDetectPoint(const unsigned char* mainImage, const unsigned char* secondImage,
+                             int32_t w1, int32_t h1, int32_t w2, int32_t h2,
+                             FeaturePointReport* report = nullptr);
 
   // ---- Distortion tables and chart corners (distortion/ChartCorners.cpp) ----
   // The main camera's table goes to g_distortionFilter2, the second camera's

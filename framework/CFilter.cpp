@@ -1,16 +1,8 @@
 #include "framework/CFilter.h"
 
 #include <cstring>
-#include <memory>
 
-namespace {
-
-struct FileCloser {
-  void operator()(FILE* file) const { std::fclose(file); }
-};
-using FileHandle = std::unique_ptr<FILE, FileCloser>;
-
-}  // namespace
+#include "framework/FileHandle.h"
 
 CFilter::~CFilter() {
   mThirdParameterList.Clear();

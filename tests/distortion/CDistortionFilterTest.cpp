@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <random>
@@ -707,4 +708,40 @@ TEST(CDistortionFilter, MappingsWithIdentityKeepPoints) {
   EXPECT_LT(MaxDistance(points, original), 1e-3);
   filter->MapPointsRadial(Floats(points), Floats(points), count, kCamera, kCamera, identity, radius, scale);
   EXPECT_LT(MaxDistance(points, original), 1e-3);
+}
+
+// The lookups against the plain scalar search written out here, on random
+// tables with repeated, unordered, infinite and NaN entries.
+TEST(CDistortionFilter, LookupsMatchThePlainSearch) {
+  const auto plain = [](const CurveTable& xs, const CurveTable& ys, float x, int intervals) {
+    if (xs[0] > x) x = xs[0];
+    if (x > xs[1023]) x = xs[1023];
+    for (int k = 0; k < intervals; ++k) {
+      if ((x - xs[k]) * (x - xs[k + 1]) <= 0.0f) return ys[k] + (x - xs[k]) / (xs[k + 1] - xs[k]) * (ys[k + 1] - ys[k]);
+    }
+    return ys[0];
+  };
+  std::mt19937 random(99);
+  std::uniform_real_distribution<float> value(-2.0f, 2.0f);
+  std::uniform_int_distribution<int> index(0, kCurveSize);
+  const float specials[] = {kNaN, std::numeric_limits<float>::infinity(), -std::numeric_limits<float>::infinity(), 0.0f};
+  for (int trial = 0; trial < 400; ++trial) {
+    CurveTable xs{}, ys{};
+    const bool ascending = trial % 2 == 0;
+    for (int i = 0; i <= kCurveSize; ++i) {
+      xs[i] = ascending ? i * 0.002f + (trial % 4 == 0 ? 0.0f : value(random) * 1e-3f) : value(random);
+      ys[i] = value(random);
+    }
+    for (int n = 0; n < trial % 5; ++n) xs[index(random)] = specials[n % 4];
+    for (int n = 0; n < trial % 3; ++n) xs[index(random)] = xs[index(random)];
+    for (int query = 0; query < 20; ++query) {
+      const float x = query == 0 ? kNaN : (ascending ? value(random) + 1.0f : value(random));
+      const float a = CDistortionFilter::InterpolateCurve(xs, ys, x);
+      const float b = plain(xs, ys, x, 1023);
+      ASSERT_EQ(std::memcmp(&a, &b, sizeof(float)), 0) << trial << " " << x;
+      const float c = CDistortionFilter::InterpolateCurveReciprocal(xs, ys, x);
+      const float d = 1.0f / plain(xs, ys, x, 1024);
+      ASSERT_EQ(std::memcmp(&c, &d, sizeof(float)), 0) << trial << " " << x;
+    }
+  }
 }

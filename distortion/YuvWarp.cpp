@@ -1,0 +1,452 @@
+#include "distortion/YuvWarp.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+#include "distortion/CDistortionFilter.h"
+#include "distortion/Float4.h"
+
+namespace {
+
+// Per-call constants of the output-to-input pixel mapping.
+struct PixelMapping {
+  float targetFx, targetFy, targetCx, targetCy;
+  float placeX, placeY, placeScale;  // sourceTransform
+  float zoom;
+  float m[9];
+  float fx, fy, cx, cy;
+  float offsetX, offsetY, scale;  // forwardTransform
+};
+
+PixelMapping MakeMapping(const CDistortionFilter& filter, const float sourceCamera[9],
+                         const float targetCamera[9], const float rotation[9], float zoom) {
+  PixelMapping mapping{};
+  mapping.targetFx = targetCamera[0];
+  mapping.targetFy = targetCamera[4];
+  mapping.targetCx = targetCamera[2];
+  mapping.targetCy = targetCamera[5];
+  mapping.placeX = filter.sourceTransform[0];
+  mapping.placeY = filter.sourceTransform[1];
+  mapping.placeScale = filter.sourceTransform[2];
+  mapping.zoom = zoom;
+  for (int i = 0; i < 9; ++i) mapping.m[i] = rotation[i];
+  mapping.fx = sourceCamera[0];
+  mapping.fy = sourceCamera[4];
+  mapping.cx = sourceCamera[2];
+  mapping.cy = sourceCamera[5];
+  mapping.offsetX = filter.forwardTransform[0];
+  mapping.offsetY = filter.forwardTransform[1];
+  mapping.scale = filter.forwardTransform[2];
+  return mapping;
+}
+
+// Normalised target coordinate of output column or row t. The centre is
+// added back and taken away again, which only affects rounding.
+float NormalisedOutput(float t, float centre, float place, float placeScale, float zoom, float focal) {
+  const float a = ((t - centre) * placeScale + place + centre) - centre;
+  return (a / zoom) / focal;
+}
+
+// The radial model evaluated directly: 1 + k1 r^2 + k2 r^4 + k3 r^6.
+struct RadialFactor {
+  float k1, k2, k3;
+  float operator()(float r) const {
+    const float r2 = r * r;
+    const float r4 = r2 * r2;
+    const float r6 = r4 * r2;
+    return 1.0f + k1 * r2 + k2 * r4 + k3 * r6;
+  }
+};
+
+// The factor looked up in a curve's radius table.
+struct TableFactor {
+  const CurveTable& radius;
+  const CurveTable& scale;
+  float operator()(float r) const { return CDistortionFilter::InterpolateCurve(radius, scale, r); }
+};
+
+// Maps output pixel (x, y) to the source: normalise, rotate as stored,
+// distort by the factor at the rotated radius, project and place.
+template <typename Factor>
+void MapPixel(const PixelMapping& p, const Factor& factor, int x, int y, float* sx, float* sy) {
+  const float xn = NormalisedOutput(static_cast<float>(x), p.targetCx, p.placeX, p.placeScale, p.zoom, p.targetFx);
+  const float yn = NormalisedOutput(static_cast<float>(y), p.targetCy, p.placeY, p.placeScale, p.zoom, p.targetFy);
+  const float d = p.m[6] * xn + p.m[7] * yn + p.m[8];
+  const float rx = (p.m[0] * xn + p.m[1] * yn + p.m[2]) / d;
+  const float ry = (p.m[3] * xn + p.m[4] * yn + p.m[5]) / d;
+  const float f = factor(std::sqrt(rx * rx + ry * ry));
+  *sx = (p.cx + p.fx * rx * f) / p.scale - p.offsetX;
+  *sy = (p.cy + p.fy * ry * f) / p.scale - p.offsetY;
+}
+
+uint8_t* ChromaPair(const YuvImage& target, int x, int y) {
+  return target.chroma + static_cast<ptrdiff_t>(y >> 1) * target.width + (x & ~1);
+}
+
+// Every pixel in turn: luma sample, then its chroma pair, which later pixels
+// of the same pair overwrite.
+template <typename Factor>
+void WarpEveryPixel(const YuvImage& source, const YuvImage& target, const PixelMapping& mapping,
+                    const Factor& factor) {
+  for (int y = 0; y < target.height; ++y) {
+    for (int x = 0; x < target.width; ++x) {
+      float sx = 0.0f, sy = 0.0f;
+      MapPixel(mapping, factor, x, y, &sx, &sy);
+      CDistortionFilter::SampleGrayBilinear(source, sx, sy,
+                                            target.luma + static_cast<ptrdiff_t>(y) * target.width + x);
+      CDistortionFilter::SampleChromaBilinear(source, sx, sy, ChromaPair(target, x, y));
+    }
+  }
+}
+
+// Largest mapped coordinate of one border coordinate, starting from start.
+float Largest(const std::vector<float>& points, int axis, float start) {
+  for (size_t i = axis; i < points.size(); i += 2) {
+    if (points[i] > start) start = points[i];
+  }
+  return start;
+}
+
+float Smallest(const std::vector<float>& points, int axis, float start) {
+  for (size_t i = axis; i < points.size(); i += 2) {
+    if (points[i] < start) start = points[i];
+  }
+  return start;
+}
+
+// Maps the source border through the radial tables into the target frame and
+// returns the enlargement about the target centre that pushes every side of
+// it out of the frame, at least 1.
+float MappedBorderZoom(const CDistortionFilter& filter, const YuvImage& source, const YuvImage& target,
+                       const float sourceCamera[9], const float targetCamera[9], const float rotation[9],
+                       const CurveTable& radius, const CurveTable& scale) {
+  const int width = std::max(source.width, 0);
+  const int height = std::max(source.height, 0);
+  std::vector<float> top(2 * width), bottom(2 * width), left(2 * height), right(2 * height);
+  for (int x = 0; x < width; ++x) {
+    top[2 * x] = bottom[2 * x] = static_cast<float>(x);
+    top[2 * x + 1] = 0.0f;
+    bottom[2 * x + 1] = static_cast<float>(height - 1);
+  }
+  for (int y = 0; y < height; ++y) {
+    left[2 * y] = 0.0f;
+    right[2 * y] = static_cast<float>(width - 1);
+    left[2 * y + 1] = right[2 * y + 1] = static_cast<float>(y);
+  }
+  for (std::vector<float>* border : {&top, &bottom, &left, &right}) {
+    filter.MapPointsRadial(border->data(), border->data(), static_cast<int32_t>(border->size() / 2), sourceCamera,
+                           targetCamera, rotation, radius, scale);
+  }
+  const float outWidth = static_cast<float>(target.width);
+  const float outHeight = static_cast<float>(target.height);
+  const float cx = targetCamera[2], cy = targetCamera[5];
+  const float ratios[] = {cx / (cx - Largest(left, 0, 0.0f)), (outWidth - cx) / (Smallest(right, 0, outWidth) - cx),
+                          cy / (cy - Largest(top, 1, 0.0f)), (outHeight - cy) / (Smallest(bottom, 1, outHeight) - cy)};
+  float zoom = 1.0f;
+  for (float ratio : ratios) {
+    if (ratio > zoom) zoom = ratio;
+  }
+  return zoom;
+}
+
+// ---- Fast form: the same operations on four pixels at a time ----
+
+using namespace float4;
+
+// ClampSample on four lanes: a NaN passes the lower bound, then becomes high.
+F4 Clamp4(F4 value, float low, float high) {
+  value = Select(Splat(low) > value, Splat(low), value);
+  return Select(value < Splat(high), value, Splat(high));
+}
+
+// The rotation's products with each output column's normalised coordinate
+// (m0 xn, m3 xn, m6 xn): the same for every row, so computed once per call.
+struct ColumnTerms {
+  std::vector<float> m0, m3, m6;
+};
+
+ColumnTerms MakeColumnTerms(const PixelMapping& p, int width) {
+  ColumnTerms terms{std::vector<float>(width), std::vector<float>(width), std::vector<float>(width)};
+  for (int x = 0; x < width; ++x) {
+    const float xn = NormalisedOutput(static_cast<float>(x), p.targetCx, p.placeX, p.placeScale, p.zoom, p.targetFx);
+    terms.m0[x] = p.m[0] * xn;
+    terms.m3[x] = p.m[3] * xn;
+    terms.m6[x] = p.m[6] * xn;
+  }
+  return terms;
+}
+
+// The rotation's products with one output row's normalised coordinate.
+struct RowTerms {
+  float m1, m4, m7;
+};
+
+RowTerms MakeRowTerms(const PixelMapping& p, int y) {
+  const float yn = NormalisedOutput(static_cast<float>(y), p.targetCy, p.placeY, p.placeScale, p.zoom, p.targetFy);
+  return RowTerms{p.m[1] * yn, p.m[4] * yn, p.m[7] * yn};
+}
+
+// MapPixel with the radial model on columns x .. x+3 of one row.
+void MapPixels4(const PixelMapping& p, const RadialFactor& k, const ColumnTerms& columns, const RowTerms& row,
+                int x, F4* sx, F4* sy) {
+  const F4 d = Load4(&columns.m6[x]) + row.m7 + p.m[8];
+  const F4 rx = (Load4(&columns.m0[x]) + row.m1 + p.m[2]) / d;
+  const F4 ry = (Load4(&columns.m3[x]) + row.m4 + p.m[5]) / d;
+  const F4 r = Sqrt(rx * rx + ry * ry);
+  const F4 r2 = r * r;
+  const F4 r4 = r2 * r2;
+  const F4 r6 = r4 * r2;
+  const F4 f = 1.0f + k.k1 * r2 + k.k2 * r4 + k.k3 * r6;
+  const F4 px = p.cx + p.fx * rx * f;
+  const F4 py = p.cy + p.fy * ry * f;
+  if (p.scale == 1.0f) {
+    // Dividing by exactly 1 returns its operand unchanged.
+    *sx = px - p.offsetX;
+    *sy = py - p.offsetY;
+  } else {
+    *sx = px / p.scale - p.offsetX;
+    *sy = py / p.scale - p.offsetY;
+  }
+}
+
+// BilinearSum's neighbours and weights on four lanes. The far column is
+// x0 + 1, or x0 itself where x0 is the last column (atEnd).
+struct Bilinear4 {
+  I4 x0, y0, y1, atEnd;
+  F4 w00, w10, w01, w11;
+};
+
+Bilinear4 MakeBilinear4(F4 x, F4 y, int lastColumn, int lastRow) {
+  Bilinear4 b;
+  b.x0 = __builtin_convertvector(x, I4);
+  b.y0 = __builtin_convertvector(y, I4);
+  b.y1 = SelectInt(b.y0 < SplatInt(lastRow), b.y0 + 1, SplatInt(lastRow));
+  b.atEnd = b.x0 == SplatInt(lastColumn);
+  const F4 fx = x - __builtin_convertvector(b.x0, F4);
+  const F4 gx = __builtin_convertvector(b.x0 + 1, F4) - x;
+  const F4 fy = y - __builtin_convertvector(b.y0, F4);
+  const F4 gy = __builtin_convertvector(b.y0 + 1, F4) - y;
+  b.w00 = gx * gy;
+  b.w10 = fx * gy;
+  b.w01 = gx * fy;
+  b.w11 = fx * fy;
+  return b;
+}
+
+#if __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
+#error "The neighbour loads below take the lower address as the low byte."
+#endif
+
+template <typename Unit>
+int32_t LoadUnit(const uint8_t* at) {
+  Unit unit;
+  std::memcpy(&unit, at, sizeof(unit));
+  return static_cast<int32_t>(unit);
+}
+
+// One unit per lane at base + offsets[lane].
+template <typename Unit>
+I4 LoadUnits4(const uint8_t* base, I4 offsets) {
+  return I4{LoadUnit<Unit>(base + offsets[0]), LoadUnit<Unit>(base + offsets[1]), LoadUnit<Unit>(base + offsets[2]),
+            LoadUnit<Unit>(base + offsets[3])};
+}
+
+F4 ToFloat(I4 values) { return __builtin_convertvector(values, F4); }
+
+// Byte k (0 = lowest address) of each lane's unit.
+I4 ByteOf(I4 units, int k) { return (units >> (8 * k)) & 0xFF; }
+
+// The bilinear sum from each lane's two rows of neighbour bytes: near is the
+// byte of column x0 unless at the end, far the byte of column x0 + 1 (the
+// same as x0 at the end).
+F4 SumOfNeighbours(const Bilinear4& b, I4 near0, I4 far0, I4 near1, I4 far1) {
+  return b.w00 * ToFloat(SelectInt(b.atEnd, far0, near0)) + b.w10 * ToFloat(far0) +
+         b.w01 * ToFloat(SelectInt(b.atEnd, far1, near1)) + b.w11 * ToFloat(far1);
+}
+
+// Start column of each lane's two-column read: x0, or x0 - 1 at the last
+// column so that the read stays inside the row.
+I4 ReadColumn(const Bilinear4& b) { return b.x0 + b.atEnd; }
+
+using U4 = uint8_t __attribute__((vector_size(4)));
+
+// Lanes already within 0..255, stored as four bytes.
+void StoreBytes4(I4 values, uint8_t* out) {
+  const U4 bytes = __builtin_convertvector(values, U4);
+  std::memcpy(out, &bytes, sizeof(bytes));
+}
+
+// SampleGrayBilinear on four lanes, stored to out[0..3]. The source is at
+// least two pixels wide.
+void SampleGray4(const YuvImage& source, F4 sx, F4 sy, uint8_t* out) {
+  const int lastColumn = source.width - 1;
+  const int lastRow = source.height - 1;
+  const Bilinear4 b = MakeBilinear4(Clamp4(sx, 0.0f, static_cast<float>(lastColumn)),
+                                    Clamp4(sy, 0.0f, static_cast<float>(lastRow)), lastColumn, lastRow);
+  const I4 column = ReadColumn(b);
+  const I4 row0 = LoadUnits4<uint16_t>(source.luma, b.y0 * source.width + column);
+  const I4 row1 = LoadUnits4<uint16_t>(source.luma, b.y1 * source.width + column);
+  const F4 v = SumOfNeighbours(b, ByteOf(row0, 0), ByteOf(row0, 1), ByteOf(row1, 0), ByteOf(row1, 1));
+  I4 rounded = __builtin_convertvector(v + 0.5f, I4);
+  rounded = SelectInt(rounded < SplatInt(0), SplatInt(0), rounded);
+  rounded = SelectInt(rounded > SplatInt(255), SplatInt(255), rounded);
+  StoreBytes4(rounded, out);
+}
+
+// SampleChromaBilinear on four lanes, each pair stored to its own pointer.
+// The source has at least two chroma columns and one chroma row.
+void SampleChroma4(const YuvImage& source, F4 sx, F4 sy, uint8_t* const pairs[4]) {
+  const int lastColumn = (source.width >> 1) - 1;
+  const int lastRow = (source.height >> 1) - 1;
+  const int32_t stride = source.width & ~1;
+  const Bilinear4 b = MakeBilinear4(Clamp4(sx * 0.5f, 0.0f, static_cast<float>(lastColumn)),
+                                    Clamp4(sy * 0.5f, 0.0f, static_cast<float>(lastRow)), lastColumn, lastRow);
+  const I4 column = ReadColumn(b) * 2;
+  // Each read holds both channels of two columns: c0 of x, c1 of x, c0 of x+1, c1 of x+1.
+  const I4 row0 = LoadUnits4<uint32_t>(source.chroma, b.y0 * stride + column);
+  const I4 row1 = LoadUnits4<uint32_t>(source.chroma, b.y1 * stride + column);
+  I4 bytes[2];
+  for (int c = 0; c < 2; ++c) {
+    const F4 v = SumOfNeighbours(b, ByteOf(row0, c), ByteOf(row0, c + 2), ByteOf(row1, c), ByteOf(row1, c + 2));
+    const F4 rounded = v + 0.5f;
+    bytes[c] = __builtin_convertvector(Select(Splat(255.0f) < rounded, Splat(255.0f), rounded), I4);
+  }
+  for (int lane = 0; lane < 4; ++lane) {
+    pairs[lane][0] = static_cast<uint8_t>(bytes[0][lane]);
+    pairs[lane][1] = static_cast<uint8_t>(bytes[1][lane]);
+  }
+}
+
+// A chroma pair's last writer: the odd column of the pair, or the last
+// column when the pair has no odd column; the same for rows.
+bool LastWriter(int t, int size) { return (t & 1) != 0 || t == size - 1; }
+
+// Chroma samples of one row gathered four at a time.
+class ChromaBatch {
+ public:
+  explicit ChromaBatch(const YuvImage& source) : mSource(source) {}
+
+  void Add(float sx, float sy, uint8_t* pair) {
+    mX[mCount] = sx;
+    mY[mCount] = sy;
+    mPairs[mCount] = pair;
+    if (++mCount == 4) {
+      SampleChroma4(mSource, mX, mY, mPairs);
+      mCount = 0;
+    }
+  }
+
+  void Flush() {
+    for (int lane = 0; lane < mCount; ++lane) CDistortionFilter::SampleChromaBilinear(mSource, mX[lane], mY[lane], mPairs[lane]);
+    mCount = 0;
+  }
+
+ private:
+  const YuvImage& mSource;
+  F4 mX{}, mY{};
+  uint8_t* mPairs[4] = {};
+  int mCount = 0;
+};
+
+// One output row: four pixels at a time, then the remaining columns one by
+// one. Only the last writer of each chroma pair samples chroma.
+void WarpRowFast(const YuvImage& source, const YuvImage& target, const PixelMapping& mapping,
+                 const RadialFactor& factor, const ColumnTerms& columns, int y) {
+  const RowTerms row = MakeRowTerms(mapping, y);
+  const bool chromaRow = LastWriter(y, target.height);
+  uint8_t* luma = target.luma + static_cast<ptrdiff_t>(y) * target.width;
+  ChromaBatch chroma(source);
+  const int blocks = target.width & ~3;
+  for (int x = 0; x < blocks; x += 4) {
+    F4 sx, sy;
+    MapPixels4(mapping, factor, columns, row, x, &sx, &sy);
+    SampleGray4(source, sx, sy, luma + x);
+    if (!chromaRow) continue;
+    // Inside a full block only the odd lanes write last: an even last column lies past it.
+    chroma.Add(sx[1], sy[1], ChromaPair(target, x + 1, y));
+    chroma.Add(sx[3], sy[3], ChromaPair(target, x + 3, y));
+  }
+  chroma.Flush();
+  for (int x = blocks; x < target.width; ++x) {
+    float sx = 0.0f, sy = 0.0f;
+    MapPixel(mapping, factor, x, y, &sx, &sy);
+    CDistortionFilter::SampleGrayBilinear(source, sx, sy, luma + x);
+    if (chromaRow && LastWriter(x, target.width)) {
+      CDistortionFilter::SampleChromaBilinear(source, sx, sy, ChromaPair(target, x, y));
+    }
+  }
+}
+
+// Step one of both radial warps: the radial tables of the source and the zoom
+// of the mapped border.
+float RadialBorderZoom(const CDistortionFilter& filter, const YuvImage& source, const YuvImage& target,
+                       const float sourceCamera[9], const float targetCamera[9], const float rotation[9]) {
+  CurveTable radius, scale;
+  filter.BuildCurveFromRadialModel(sourceCamera, radius, scale, static_cast<float>(source.width),
+                                   static_cast<float>(source.height));
+  return MappedBorderZoom(filter, source, target, sourceCamera, targetCamera, rotation, radius, scale);
+}
+
+RadialFactor RadialFactorOf(const CDistortionFilter& filter) {
+  return RadialFactor{filter.radialCoefficients[0], filter.radialCoefficients[1], filter.radialCoefficients[2]};
+}
+
+}  // namespace
+
+int64_t WarpLumaBytes(int32_t width, int32_t height) {
+  if (width < 1 || height < 1) return 0;
+  return static_cast<int64_t>(width) * height;
+}
+
+int64_t WarpChromaBytes(int32_t width, int32_t height) {
+  if (width < 1 || height < 1) return 0;
+  return static_cast<int64_t>(width) * ((static_cast<int64_t>(height) + 1) / 2) + (width & 1);
+}
+
+void CDistortionFilter::WarpYuvImageRadial(const YuvImage& source, const YuvImage& target,
+                                           const float sourceCamera[9], const float targetCamera[9],
+                                           const float rotation[9], float* zoom) const {
+  *zoom = 1.0f;
+  *zoom = RadialBorderZoom(*this, source, target, sourceCamera, targetCamera, rotation);
+  if (target.height < 1) return;
+  const PixelMapping mapping = MakeMapping(*this, sourceCamera, targetCamera, rotation, *zoom);
+  if (source.width < 4 || source.height < 2 || WarpLumaBytes(source.width, source.height) > INT32_MAX) {
+    // Fewer than two chroma columns to read in pairs, or offsets past 32 bits: the plain loop.
+    WarpEveryPixel(source, target, mapping, RadialFactorOf(*this));
+    return;
+  }
+  const ColumnTerms columns = MakeColumnTerms(mapping, target.width);
+  for (int y = 0; y < target.height; ++y) WarpRowFast(source, target, mapping, RadialFactorOf(*this), columns, y);
+}
+
+void CDistortionFilter::WarpYuvImageRadialReference(const YuvImage& source, const YuvImage& target,
+                                                    const float sourceCamera[9], const float targetCamera[9],
+                                                    const float rotation[9], float* zoom) const {
+  *zoom = 1.0f;
+  *zoom = RadialBorderZoom(*this, source, target, sourceCamera, targetCamera, rotation);
+  if (target.height < 1) return;
+  WarpEveryPixel(source, target, MakeMapping(*this, sourceCamera, targetCamera, rotation, *zoom),
+                 RadialFactorOf(*this));
+}
+
+void CDistortionFilter::WarpYuvImage(const YuvImage& source, const YuvImage& target, const float sourceCamera[9],
+                                     const float targetCamera[9], const float rotation[9], float* zoom) const {
+  *zoom = 1.0f;
+  CurveTable radius, scale;
+  const float width = static_cast<float>(source.width);
+  const float height = static_cast<float>(source.height);
+  if (coefficientCount >= 1) {
+    BuildCurveFromPolynomial(radius, scale, width, height);
+    for (int i = 0; i < kCurveSize; ++i) radius[i] /= sourceCamera[0];
+  } else {
+    BuildCurveFromRadialModel(sourceCamera, radius, scale, width, height);
+  }
+  *zoom = MappedBorderZoom(*this, source, target, sourceCamera, targetCamera, rotation, radius, scale);
+  if (target.height < 1) return;
+  WarpEveryPixel(source, target, MakeMapping(*this, sourceCamera, targetCamera, rotation, *zoom),
+                 TableFactor{radius, scale});
+}

@@ -1,0 +1,10 @@
+// Android log lines as Debian's liblog prints them on standard error:
+// "<tag> <priority> <MM-DD> <hh:mm:ss> <pid> <tid> <message>\n". The date,
+// time and ids change from run to run; tests compare the rest.
+#pragma once
+
+#include <string>
+
+// Replaces every "<tag> <priority> <date> <time> <pid> <tid> " prefix with
+// "<tag> <priority> ", leaving the messages byte for byte.
+std::string StripAndroidLogPrefixes(const std::string& stderrText);

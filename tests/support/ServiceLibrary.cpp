@@ -1,0 +1,45 @@
+#include "tests/support/ServiceLibrary.h"
+
+#include <dlfcn.h>
+
+#include <vector>
+
+namespace {
+
+std::vector<unsigned char> CString(const std::string& text) {
+  std::vector<unsigned char> bytes(text.begin(), text.end());
+  bytes.push_back('\0');
+  return bytes;
+}
+
+}  // namespace
+
+ServiceLibrary::ServiceLibrary(const char* path) : mHandle(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
+  if (mHandle == nullptr) {
+    mError = dlerror();
+    return;
+  }
+  mVersion = Symbol<VersionFn>("_Z21QLM_Get_Calib_Vertionv");
+  mInit = Symbol<InitFn>("_Z14QLM_Calib_INITPhS_S_iiii");
+  mProcess = Symbol<ProcessFn>("_Z17QLM_Calib_PROCESSPhS_iiiii");
+  mResult = Symbol<ResultFn>("_Z20QLM_Get_Calib_ResultPh");
+  mLoaded = mVersion != nullptr && mInit != nullptr && mProcess != nullptr && mResult != nullptr;
+}
+
+ServiceLibrary::~ServiceLibrary() {
+  if (mHandle != nullptr) dlclose(mHandle);
+}
+
+template <typename Fn>
+Fn ServiceLibrary::Symbol(const char* mangledName) {
+  void* address = dlsym(mHandle, mangledName);
+  if (address == nullptr) mError += std::string("missing ") + mangledName + "; ";
+  return reinterpret_cast<Fn>(address);
+}
+
+int ServiceLibrary::Init(const std::string& paramFile, const std::string& recordFile,
+                         unsigned char* recordMem, int a, int b, int c, int d) const {
+  std::vector<unsigned char> param = CString(paramFile);
+  std::vector<unsigned char> record = CString(recordFile);
+  return mInit(param.data(), record.data(), recordMem, a, b, c, d);
+}
