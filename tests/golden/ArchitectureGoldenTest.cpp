@@ -13,8 +13,12 @@
 #include <string>
 #include <vector>
 
+#include <opencv2/core.hpp>
+
 #include "distortion/CDistortionFilter.h"
+#include "engine/FeaturePointCalibration.h"
 #include "tests/support/TestFiles.h"
+#include "tests/support/YuvPlanes.h"
 
 namespace {
 
@@ -42,6 +46,15 @@ class GoldenText {
         line += kHex[bytes[i] & 15];
       }
       mText += line + "\n";
+    }
+  }
+  void Matrix(const std::string& label, const cv::Mat& matrix) {
+    cv::Mat values;
+    matrix.convertTo(values, CV_64F);
+    for (int r = 0; r < values.rows; ++r) {
+      for (int c = 0; c < values.cols; ++c) {
+        Float(label + "(" + std::to_string(r) + "," + std::to_string(c) + ")", values.at<double>(r, c));
+      }
     }
   }
   const std::string& Text() const { return mText; }
@@ -145,6 +158,62 @@ TEST(ArchitectureGolden, PointKernels) {
   filter.MapPointsLinear(in.data(), out.data(), count, kCamera, kTargetCamera, kRotation);
   text.Floats("mapLinear", out.data(), 2 * count);
   ExpectGolden(text.Text(), "golden/PointKernels.golden");
+}
+
+// A small source image with a luma and chroma pattern that varies at every pixel.
+YuvPlanes PatternSource(int32_t width, int32_t height) {
+  YuvPlanes planes{width, height, std::vector<uint8_t>(static_cast<size_t>(width * height)),
+                   std::vector<uint8_t>(static_cast<size_t>((height >> 1) * (width & ~1)))};
+  for (int32_t y = 0; y < height; ++y) {
+    for (int32_t x = 0; x < width; ++x) planes.luma[y * width + x] = static_cast<uint8_t>((x * 7 + y * 13 + x * y % 31) & 255);
+  }
+  for (size_t i = 0; i < planes.chroma.size(); ++i) planes.chroma[i] = static_cast<uint8_t>((i * 37 + i / 11) & 255);
+  return planes;
+}
+
+TEST(ArchitectureGolden, YuvWarpRadial) {
+  CDistortionFilter filter;
+  Configure(filter);
+  constexpr float kSourceCamera[9] = {90.0f, 0.0f, 47.5f, 0.0f, 89.0f, 31.75f, 0.0f, 0.0f, 1.0f};
+  constexpr float kWarpTargetCamera[9] = {85.0f, 0.0f, 40.25f, 0.0f, 84.5f, 29.5f, 0.0f, 0.0f, 1.0f};
+  YuvPlanes source = PatternSource(96, 64);
+  YuvPlanes target = WarpTarget(80, 60, 0);
+  float zoom = 0.0f;
+  filter.WarpYuvImageRadial(source.Image(), target.Image(), kSourceCamera, kWarpTargetCamera, kRotation, &zoom);
+  GoldenText out;
+  out.Float("zoom", zoom);
+  out.Bytes("luma", target.luma.data(), static_cast<int>(target.luma.size()), 40);
+  out.Bytes("chroma", target.chroma.data(), static_cast<int>(target.chroma.size()), 40);
+  ExpectGolden(out.Text(), "golden/YuvWarpRadial.golden");
+}
+
+TEST(ArchitectureGolden, HomographyRefinement) {
+  struct Case {
+    double a[6];
+    float offsetX;
+    int32_t scaleHundredths, offsetXLimitPx, offsetYLimitPx;
+  };
+  // Rotations, scales and translations around the limits, met and not met.
+  const Case cases[] = {
+      {{1.0123456789, -0.0234567891, 3.456789, 0.0198765432, 0.9876543219, -2.345678}, 250.0f, 5, 10, 10},
+      {{0.9987654321, 0.0012345678, -7.654321, -0.0011223344, 1.0011223344, 4.321098}, -137.0f, 1, 8, 5},
+      {{1.0499999999, 0.0312500001, 9.999999, -0.0312499999, 1.0400000001, 9.999999}, 0.0f, 5, 10, 10},
+      {{1.2, 0.1, 100.5, -0.1, 1.2, -50.25}, 33.0f, 30, 200, 100},
+      {{0.93, -0.07, 0.5, 0.07, 0.93, 0.25}, 1.0f, 0, 10, 10},
+      {{1.0009765625, 0.0, 2.5, 0.0, 0.9990234375, 6.0}, 50.0f, 1, 10, 6},
+  };
+  GoldenText out;
+  int index = 0;
+  for (const Case& c : cases) {
+    const cv::Mat estimate(2, 3, CV_64F, const_cast<double*>(c.a));
+    const HomographyRefinement refinement =
+        RefineHomography(estimate, c.offsetX, c.scaleHundredths, c.offsetXLimitPx, c.offsetYLimitPx);
+    const std::string prefix = "case" + std::to_string(index++) + ".";
+    out.Matrix(prefix + "correctedH", refinement.correctedH);
+    out.Int(prefix + "constraintsMet", refinement.constraintsMet);
+    out.Matrix(prefix + "refinedH", refinement.refinedH);
+  }
+  ExpectGolden(out.Text(), "golden/HomographyRefinement.golden");
 }
 
 }  // namespace
