@@ -65,6 +65,20 @@ void AppendProcessLog(const dualCalibration& engine, int rv) noexcept {
   std::fprintf(log.get(), "g_dualCalib.mImgPairsIdx=%d  \n", engine.mImgPairsIdx);
 }
 
+int ProcessImagePair(dualCalibration& engine, const unsigned char* mainImage,
+                     const unsigned char* secondImage, int32_t w1, int32_t h1, int32_t w2, int32_t h2,
+                     int32_t recordSelect, FeaturePointReport* report) noexcept {
+  engine.mRecordSelect = recordSelect;
+  int rv = kProcessOnException;
+  try {
+    rv = engine.calibrationDetectPoint(mainImage, secondImage, w1, h1, w2, h2, report);
+  } catch (...) {
+    rv = kProcessOnException;
+  }
+  AppendProcessLog(engine, rv);
+  return rv;
+}
+
 // |a * 0.2511 + b * 0.7488| < 2^31 for any 32-bit a and b: the conversion is always defined.
 int32_t BlendInitValues(int32_t a, int32_t b) {
   return static_cast<int32_t>(static_cast<double>(a) * 0.2511 + static_cast<double>(b) * 0.7488);

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 
+#include "engine/FeaturePointCalibration.h"
 #include "engine/dualCalibration.h"
 
 // Appends "QLM_Get_Calib_Vertion...0x109...  \n" to log.txt.
@@ -12,6 +13,17 @@ void AppendVersionLog() noexcept;
 
 // Appends "rv=%d  \n" and "g_dualCalib.mImgPairsIdx=%d  \n" to log.txt.
 void AppendProcessLog(const dualCalibration& engine, int rv) noexcept;
+
+// What PROCESS answers when an exception escapes the engine: no estimate was
+// computed, as when its counts fail.
+constexpr int kProcessOnException = 0;
+
+// Stores recordSelect, runs calibrationDetectPoint (report, when given,
+// receives its intermediate results), then appends the process lines to
+// log.txt. Nothing is thrown: an escaping exception answers kProcessOnException.
+int ProcessImagePair(dualCalibration& engine, const unsigned char* mainImage,
+                     const unsigned char* secondImage, int32_t w1, int32_t h1, int32_t w2, int32_t h2,
+                     int32_t recordSelect, FeaturePointReport* report) noexcept;
 
 // a * 0.2511 + b * 0.7488 in double precision, truncated toward zero.
 int32_t BlendInitValues(int32_t a, int32_t b);

@@ -7,20 +7,9 @@
 
 namespace {
 
-// What an exception escaping the engine becomes: INIT could not set up the
-// run (as when its parameters fail), PROCESS computed no estimate (as when
-// its counts fail).
+// What an exception escaping the run's set-up becomes: INIT could not set up
+// the run, as when its parameters fail.
 constexpr int kInitOnException = -1;
-constexpr int kProcessOnException = 0;
-
-template <typename Body>
-int Guarded(int fallbackCode, Body&& body) noexcept {
-  try {
-    return body();
-  } catch (...) {
-    return fallbackCode;
-  }
-}
 
 }  // namespace
 
@@ -31,19 +20,16 @@ int QLM_Get_Calib_Vertion() noexcept {
 
 int QLM_Calib_INIT(unsigned char* paramFile, unsigned char* recordFile, unsigned char* recordMem,
                    int a, int b, int c, int d) noexcept {
-  return Guarded(kInitOnException, [&] {
+  try {
     return InitCalibrationRun(g_dualCalib, paramFile, recordFile, recordMem, a, b, c, d);
-  });
+  } catch (...) {
+    return kInitOnException;
+  }
 }
 
 int QLM_Calib_PROCESS(unsigned char* mainImg, unsigned char* secondImg, int w1, int h1, int w2,
                       int h2, int recordSelect) noexcept {
-  g_dualCalib.mRecordSelect = recordSelect;
-  const int rv = Guarded(kProcessOnException, [&] {
-    return g_dualCalib.calibrationDetectPoint(mainImg, secondImg, w1, h1, w2, h2);
-  });
-  AppendProcessLog(g_dualCalib, rv);
-  return rv;
+  return ProcessImagePair(g_dualCalib, mainImg, secondImg, w1, h1, w2, h2, recordSelect, nullptr);
 }
 
 // A null out receives nothing.

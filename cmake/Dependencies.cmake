@@ -4,7 +4,7 @@ if(ANDROID AND NOT EXISTS "${OpenCV_DIR}/OpenCVConfig.cmake")
   message(FATAL_ERROR "Android build: OpenCV_DIR must name the OpenCV Android SDK's "
                       "sdk/native/jni folder (OpenCVConfig.cmake not found in '${OpenCV_DIR}')")
 endif()
-find_package(OpenCV 4 REQUIRED COMPONENTS core imgproc features2d calib3d)
+find_package(OpenCV 4 REQUIRED COMPONENTS core imgproc features2d calib3d imgcodecs)
 
 if(ANDROID)
   find_library(QLM_LOG_LIBRARY log REQUIRED)

@@ -6,11 +6,13 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <opencv2/core.hpp>
 
 #include "api/CalibrationRecord.h"
+#include "chart/ChartDriver.h"
 #include "framework/CFilter.h"
 
 class CDistortionFilter;
@@ -72,7 +74,7 @@ struct FeaturePointReport;
 // The engine keeps a second set beside its own members for the platform file.
 struct ChartResultSet {
   cv::Mat K1, K2, D1, D2, P1, P2;
-  cv::Mat mT;
+  cv::Vec3d mT;
   float r_x = 0.0f, r_y = 0.0f, r_z = 0.0f;
   float r_x_1 = 0.0f, r_y_1 = 0.0f, r_z_1 = 0.0f;
   float r_x_2 = 0.0f, r_y_2 = 0.0f, r_z_2 = 0.0f;
@@ -125,7 +127,8 @@ class dualCalibration final : public CFilter {
   // Second result set, read by the platform result file and the preview.
   ChartResultSet mSecondResult;
   // Stereo results.
-  cv::Mat R, mT, mE, mF, R1, R2, P1, P2, mQ;
+  cv::Mat R, mE, mF, R1, R2, P1, P2, mQ;
+  cv::Vec3d mT;
   cv::Mat mResidueMatrix, m_assembleMatrix, mSecondRotation;
 
   int32_t mImgPairsIdx = 0;
@@ -146,6 +149,98 @@ class dualCalibration final : public CFilter {
   float r_x_2 = 0.0f, r_y_2 = 0.0f, r_z_2 = 0.0f;
   float m_residueScale = 0.0f;
   float m_residueOffsetY = 0.0f;
+  // RMS reprojection errors of the last mono calibration, pixels.
+  double mMonoRMS1 = 0.0;
+  double mMonoRMS2 = 0.0;
+
+  // ---- Chart stages (chart/) ----
+  // Each stage prints its progress and problems on standard output and
+  // returns as stated; only the driver reports failures to its caller.
+
+  // Corner correspondence: appends corners1 unchanged to matched1 and to
+  // matched2 the corner of corners2 nearest to each after both clouds are
+  // normalised to zero mean and unit spread per axis. Prints "missed" or
+  // "multiple shoot" per corner that found no or an already taken partner;
+  // neither stops the pairing. Returns 1.
+  int matchCornerOrder(std::vector<cv::Point2f> corners1, std::vector<cv::Point2f> corners2,
+                       std::vector<cv::Point2f>& matched1, std::vector<cv::Point2f>& matched2);
+  // The same on mCorners1/mCorners2, appending to mMatchedCorners1/2. Returns 1.
+  int matchStoredCornerOrder();
+
+  // Searches both images at quarter size (the second without the fast
+  // check), refines the corners on the full images and pairs them. True when
+  // the board was found in both; label appears in the messages only.
+  bool detectChessboardCorners(const cv::Mat& mainImage, const cv::Mat& secondImage, int label,
+                               cv::Size patternSize, std::vector<cv::Point2f>& corners1,
+                               std::vector<cv::Point2f>& corners2);
+  // Appends one view (object points and both corner lists) when the board is
+  // found in both 8-bit grey images: 1; otherwise 0 and no list changes.
+  // viewIndex names the stored view drawn while bSaveDebugInfo is set.
+  int findImagePoints(const cv::Mat& mainImage, const cv::Mat& secondImage, int viewIndex);
+
+  // Calibrates each camera from the view lists into K1/D1 and K2/D2 and
+  // warns when either RMS exceeds nMaxReprojectionERROR / 100. Returns 1.
+  int monoCalibration();
+  // Flag words of the mono and the stereo calibration from their switches.
+  int monoCalibrationFlags() const;
+  int stereoCalibrationFlags() const;
+  // The mono stage's limit: rms above nMaxReprojectionERROR / 100 in single precision.
+  bool monoReprojectionExceeds(double rms) const;
+  // RMS reprojection error over all views (NaN without views); with
+  // perViewErrors, also appends each view's RMS.
+  double computeReprojectionErrors(const std::vector<std::vector<cv::Point3f>>& objectPoints,
+                                   const std::vector<std::vector<cv::Point2f>>& imagePoints,
+                                   const std::vector<cv::Mat>& rvecs, const std::vector<cv::Mat>& tvecs,
+                                   const cv::Mat& cameraMatrix, const cv::Mat& distCoeffs,
+                                   std::vector<float>* perViewErrors = nullptr) const;
+  // Shift points by the chart image size minus the reference size: mode 1
+  // x, 2 y, 3 both, any other nothing.
+  void offsetMainPoints(std::vector<cv::Point2f>& points, int& mode);
+  void offsetSecondPoints(std::vector<cv::Point2f>& points, int& mode);
+
+  // Stereo calibration with its limit checks, result file and chart log. Returns 1.
+  int stereoCalibration();
+  // Angles of a 3x3 double rotation, radians.
+  void rotationToEulerAngles(const cv::Mat& rotation, float& x, float& y, float& z) const;
+  // Vertical scale and offset left between the cameras after mapping.
+  void computeResidue();
+  // m_assembleMatrix = (mResidueMatrix * K1 * R^T * K2^-1)^-1 in single precision.
+  void assembleRectifyMatrix();
+  // The limit checks of the mono stage (mMonoRMS1/2) and of the stereo
+  // stage (r_x, r_y, r_z, mRMS, mT) on the current state.
+  ChartLimitChecks evaluateChartLimits() const;
+  // Appends the stage's summary to calib_log.txt in the pictures directory.
+  void appendCalibLog() const;
+
+  // The first result set as the result files and the second set hold it (shallow copies).
+  ChartResultSet firstResultSet() const;
+  // calibrationResult.txt from the first result set.
+  void saveCalibrationResult() const;
+  // calibrationResult_mtk.txt from mSecondResult.
+  void savePlatformCalibrationResult() const;
+
+  // Undistorts the stored chart images with K1/D1 and K2/D2 (the second
+  // turned by the inverse of mSecondRotation) onto one canvas with guide
+  // lines, and discards it.
+  void rectifyPreview();
+  // The preview's canvas: side by side, or one above the other when
+  // |P2[1][3]| of mSecondResult exceeds |P2[0][3]|. Needs the chart images
+  // and a 3x4 P2 in mSecondResult (computed with bSaveDebugInfo set);
+  // otherwise an OpenCV error.
+  cv::Mat buildRectifyCanvas() const;
+  // Turns image by 90 degrees about its old centre into the swapped size.
+  void rotateImage90(cv::Mat& image) const;
+
+  // The chart driver: takes the chart image pairs (main, second; 8-bit grey,
+  // every pair of the same sizes), stores the sizes and the images of pair 0
+  // as the chart images, collects the views into emptied view lists,
+  // undistorts their corners with the two distortion tables when both paths
+  // are given (both null: no tables), runs the mono and the stereo stage and
+  // fills mSecondResult and mSecondRotation from the first result set. With
+  // fewer than kChartMinViews views no calibration stage runs. The summary's
+  // status is kChartOk or a negative ChartStatus; nothing throws.
+  ChartSummary runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
+                                   const char* mainTablePath, const char* secondTablePath);
 
   // Bound parameter members, in declaration order (differs from registration order).
   int32_t m_nBoardWidth = 0, m_nBoardHeight = 0, m_nSquareSize = 0;

@@ -12,6 +12,11 @@
 # takes the core and imgproc -dev packages plus the features2d and calib3d
 # runtime libraries; their headers are the native -dev packages' (the same
 # files), and cmake/opencv-multiarch/ describes the modules to CMake.
+# imgcodecs (read and written by the tools and the test scenes) needs GDAL,
+# which is single-architecture: its arm64 runtime library and the few
+# single-architecture libraries below it are unpacked with dpkg-deb into
+# /opt/qlm-aarch64 instead, where the toolchain file looks for them; their
+# other dependencies are ordinary multiarch packages.
 set -euo pipefail
 
 readonly HOST_PACKAGES=(
@@ -26,6 +31,13 @@ readonly ARM64_PACKAGES=(
   libopencv-features2d406 libopencv-calib3d406
   android-liblog-dev libgtest-dev
 )
+readonly UNPACKED_PACKAGES=(
+  libopencv-imgcodecs406 libgdal32 libarmadillo11 libhdf4-0-alt libogdi4.1
+)
+# Required by libgdal32 as a package, but only holds optional GDAL drivers.
+readonly UNPACKED_SKIPPED=(gdal-plugins)
+readonly UNPACKED_ROOT=/opt/qlm-aarch64
+DOWNLOAD_DIR=
 
 say() { echo "install-cross-deps: $*"; }
 
@@ -42,6 +54,11 @@ as_root() {
 
 is_installed() {
   [ "$(dpkg-query -W -f='${Status}' "$1" 2>/dev/null)" = "install ok installed" ]
+}
+
+# Architecture-independent packages are installed without a qualifier.
+is_installed_for_arm64() {
+  is_installed "$1:arm64" || is_installed "$1"
 }
 
 has_candidate() {
@@ -92,19 +109,66 @@ update_lists_if_needed() {
   fi
 }
 
+install_packages() {
+  [ "$#" -eq 0 ] && return
+  say "missing: $*"
+  update_lists_if_needed "$@"
+  as_root env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -q --no-install-recommends --no-remove "$@"
+  say "installed: $*"
+}
+
+candidate_versions() {
+  local package
+  for package in "${UNPACKED_PACKAGES[@]}"; do
+    echo "$package $(apt-cache policy "$package:arm64" | awk '/Candidate:/ {print $2}')"
+  done
+}
+
+# First alternative of every dependency of the downloaded packages, without
+# versions, less the packages unpacked here and the skipped ones.
+unpacked_dependencies() {
+  local deb
+  for deb in "$1"/*.deb; do dpkg-deb -f "$deb" Depends; done |
+    tr ',' '\n' | sed 's/|.*//; s/(.*)//; s/[[:space:]]//g' | sort -u |
+    grep -vxF -f <(printf '%s\n' "${UNPACKED_PACKAGES[@]}" "${UNPACKED_SKIPPED[@]}")
+}
+
+unpack_single_arch_packages() {
+  local stamp="$UNPACKED_ROOT/packages.txt"
+  update_lists_if_needed "${UNPACKED_PACKAGES[@]/%/:arm64}"
+  if [ -f "$stamp" ] && [ "$(cat "$stamp")" = "$(candidate_versions)" ]; then
+    say "$UNPACKED_ROOT is up to date"
+    return
+  fi
+  local download dependency
+  download=$(mktemp -d)
+  DOWNLOAD_DIR=$download
+  trap 'rm -rf "$DOWNLOAD_DIR"' EXIT
+  say "downloading ${UNPACKED_PACKAGES[*]} (arm64) to unpack into $UNPACKED_ROOT"
+  (cd "$download" && chmod 777 . && apt-get download -q "${UNPACKED_PACKAGES[@]/%/:arm64}")
+  local missing=()
+  while read -r dependency; do
+    is_installed_for_arm64 "$dependency" || missing+=("$dependency:arm64")
+  done < <(unpacked_dependencies "$download")
+  install_packages "${missing[@]}"
+  as_root rm -rf "$UNPACKED_ROOT"
+  as_root mkdir -p "$UNPACKED_ROOT"
+  for deb in "$download"/*.deb; do as_root dpkg-deb -x "$deb" "$UNPACKED_ROOT"; done
+  candidate_versions | as_root tee "$stamp" >/dev/null
+  say "unpacked into $UNPACKED_ROOT: ${UNPACKED_PACKAGES[*]}"
+}
+
 main() {
   ensure_arm64_architecture
   local missing
   mapfile -t missing < <(missing_packages)
   if [ "${#missing[@]}" -eq 0 ]; then
-    say "everything is installed"
-    return
+    say "all packages are installed"
+  else
+    install_packages "${missing[@]}"
   fi
-  say "missing: ${missing[*]}"
-  update_lists_if_needed "${missing[@]}"
-  as_root env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y -q --no-install-recommends --no-remove "${missing[@]}"
-  say "installed: ${missing[*]}"
+  unpack_single_arch_packages
 }
 
 main "$@"

@@ -2,11 +2,7 @@
 # Installs what is missing (scripts/install-cross-deps.sh), cross-builds the
 # project for aarch64-linux-gnu into build-aarch64 and runs the whole test
 # suite under qemu-aarch64 through CTest. Benchmarks are not built: they are
-# not run under emulation. Nor are the command-line tools and their tests:
-# they read image files through OpenCV's imgcodecs, whose arm64 package cannot
-# be installed beside the amd64 one (its GDAL, GDCM and OpenEXR dependencies
-# are single-architecture), and they are host programs, not part of the
-# shipped library.
+# not run under emulation.
 #   QLM_JOBS       parallel build and test jobs (default 2)
 #   QLM_BUILD_DIR  build directory (default build-aarch64)
 set -euo pipefail
@@ -20,7 +16,6 @@ bash scripts/install-cross-deps.sh
 cmake -S . -B "$build" -G Ninja \
   -DCMAKE_TOOLCHAIN_FILE=cmake/aarch64-linux-gnu.cmake \
   -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-  -DQLM_BUILD_BENCH=OFF \
-  -DQLM_BUILD_TOOLS=OFF
+  -DQLM_BUILD_BENCH=OFF
 ninja -C "$build" -j"$jobs"
 ctest --test-dir "$build" --output-on-failure -j"$jobs"

@@ -70,16 +70,20 @@ std::vector<float> ParseFloatList(const std::string& text, size_t count, const s
                   " comma-separated numbers, got '" + text + "'");
 }
 
+void RequireReadableFile(const std::string& path) {
+  if (!std::ifstream(path, std::ios::binary)) throw ToolError(path + ": cannot open file");
+}
+
 std::vector<unsigned char> ReadBinaryFile(const std::string& path) {
+  RequireReadableFile(path);
   std::ifstream in(path, std::ios::binary);
-  if (!in) throw ToolError(path + ": cannot open file");
   std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   if (in.bad()) throw ToolError(path + ": cannot read file");
   return bytes;
 }
 
 cv::Mat ReadGrayImage(const std::string& path) {
-  if (!std::ifstream(path, std::ios::binary)) throw ToolError(path + ": cannot open file");
+  RequireReadableFile(path);
   const cv::Mat image = cv::imread(path, cv::IMREAD_UNCHANGED);
   if (image.empty()) throw ToolError(path + ": not an image OpenCV can decode");
   if (image.depth() != CV_8U) throw ToolError(path + ": not an 8-bit image");

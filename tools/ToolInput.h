@@ -23,6 +23,8 @@ class ToolError : public std::runtime_error {
 cv::Size ParseSize(const std::string& text, const std::string& option);
 // Exactly count comma-separated finite numbers, e.g. "1000,1000,2000,1500".
 std::vector<float> ParseFloatList(const std::string& text, size_t count, const std::string& option);
+// Throws unless path names a file that can be opened for reading.
+void RequireReadableFile(const std::string& path);
 // The whole contents of a file that must exist and be readable.
 std::vector<unsigned char> ReadBinaryFile(const std::string& path);
 // An image in any format OpenCV decodes, 8 bits per channel, converted to

@@ -1,41 +1,115 @@
-// qlm-calib: runs the calibration library's capabilities from the command line.
+// qlm-calib: runs every capability of the calibration library on files.
+// Exit status: 0 success, 2 bad input (message names the file or option),
+// 3 a calibration that ran but failed its checks.
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
+#include <functional>
+#include <iostream>
 #include <memory>
 #include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
 
 #include "api/Exports.h"
 #include "engine/dualCalibration.h"
+#include "tools/RefineCommand.h"
+#include "tools/SynthCommand.h"
+#include "tools/ToolInput.h"
+#include "tools/ToolOutput.h"
+#include "tools/WarpYuvCommand.h"
 
 namespace {
+
+constexpr char kExitStatusHelp[] =
+    "Exit status: 0 success, 2 bad input (missing or unreadable file, undecodable image, size outside "
+    "what the library accepts, malformed option), 3 a calibration that ran but failed its checks.";
 
 int RunVersion() {
   std::printf("library version %d (0x%x)\nqlm-calib %s\n", kLibraryVersion, kLibraryVersion,
               QLM_TOOL_VERSION);
-  return 0;
+  return kExitSuccess;
 }
 
 // Writes the engine's default parameter section to outPath, or to standard output.
 int RunParams(const std::string& outPath) {
   auto engine = std::make_unique<dualCalibration>();
-  if (outPath.empty()) return engine->SaveParameters(stdout) ? 0 : 1;
-  if (SaveParametersToFile(*engine, outPath.c_str()) != 1) return 2;
+  if (outPath.empty()) return engine->SaveParameters(stdout) ? kExitSuccess : kExitBadInput;
+  WriteAtomically(outPath, [&](const std::string& temporary) {
+    return SaveParametersToFile(*engine, temporary.c_str()) == 1;
+  });
   std::printf("wrote %s\n", outPath.c_str());
-  return 0;
+  return kExitSuccess;
 }
+
+struct Command {
+  CLI::App* app;
+  std::function<int()> run;
+  // Commands that run the library say where its files went.
+  bool writesLibraryFiles;
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
   CLI::App app{"qlm-calib: dual-camera calibration from the command line"};
+  app.footer(kExitStatusHelp);
   app.require_subcommand(1);
-  CLI::App* version = app.add_subcommand("version", "Print the library and tool versions");
-  CLI::App* params = app.add_subcommand("params", "Write the engine's default parameter section");
+  std::string picturesDir;
+  std::vector<Command> commands;
+  auto add = [&](CLI::App& parent, const char* name, const char* description, bool writesLibraryFiles,
+                 std::function<int()> run) {
+    CLI::App* command = parent.add_subcommand(name, description);
+    command->footer(kExitStatusHelp);
+    command->add_option("--pictures-dir", picturesDir,
+                        "Directory for the files the library writes (default: QLM_PICTURES_DIR, else "
+                        "/sdcard/Pictures/ when it exists, else ./qlm-output/)");
+    commands.push_back({command, std::move(run), writesLibraryFiles});
+    return command;
+  };
+
+  add(app, "version", "Print the library and tool versions", false, RunVersion);
   std::string paramsOut;
-  params->add_option("--out", paramsOut, "Output file (standard output when omitted)");
-  CLI11_PARSE(app, argc, argv);
-  if (version->parsed()) return RunVersion();
-  if (params->parsed()) return RunParams(paramsOut);
-  return 2;
+  add(app, "params", "Write the engine's default parameter section", false, [&] { return RunParams(paramsOut); })
+      ->add_option("--out", paramsOut, "Output file (standard output when omitted)");
+  RefineOptions refine;
+  AddRefineOptions(*add(app, "refine", "Refine the stored homography on one image pair", true,
+                        [&] { return RunRefine(refine); }),
+                   refine);
+  WarpYuvOptions warpYuv;
+  AddWarpYuvOptions(*add(app, "warp-yuv", "Undistort and rectify a raw 4:2:0 frame", false,
+                         [&] { return RunWarpYuv(warpYuv); }),
+                    warpYuv);
+
+  CLI::App* synth = app.add_subcommand("synth", "Write synthetic test data with ground truth");
+  synth->require_subcommand(1);
+  SynthOptions scene;
+  AddSynthSceneOptions(*add(*synth, "scene", "A refine pair, its record, parameters and ground truth", false,
+                            [&] { return RunSynthScene(scene); }),
+                       scene);
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const int status = app.exit(error);
+    return status == 0 ? kExitSuccess : kExitBadInput;
+  }
+  for (const Command& command : commands) {
+    if (!command.app->parsed()) continue;
+    try {
+      if (!command.writesLibraryFiles) return command.run();
+      const std::string directory = SelectPicturesDir(picturesDir);
+      const int status = command.run();
+      std::cout << "library files:    " << directory << std::endl;
+      return status;
+    } catch (const ToolError& error) {
+      std::cerr << "qlm-calib: " << error.what() << std::endl;
+      return kExitBadInput;
+    } catch (const cv::Exception& error) {
+      std::cerr << "qlm-calib: " << error.what() << std::endl;
+      return kExitBadInput;
+    }
+  }
+  return kExitBadInput;
 }

@@ -1,0 +1,85 @@
+// The chart calibration at full sensor size: the whole driver on eight
+// rendered 4000 x 3000 pairs, and the corner search on a pair without a
+// board, the slow case in which the second image is searched without the
+// fast check. The stages print their progress; the figures follow it.
+#include <benchmark/benchmark.h>
+
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <opencv2/imgproc.hpp>
+
+#include "engine/dualCalibration.h"
+#include "tests/support/ChessboardRenderer.h"
+
+namespace {
+
+const cv::Size kSensorSize(4000, 3000);
+
+std::vector<std::pair<cv::Mat, cv::Mat>> RenderedPairs(int count) {
+  const StereoRig rig = ExampleStereoRig(kSensorSize, kSensorSize);
+  ChessboardLayout layout;
+  RenderOptions options;
+  options.noiseSigma = 1.0;
+  options.blurSigmaPx = 1.0;
+  std::vector<std::pair<cv::Mat, cv::Mat>> pairs;
+  for (const BoardPose& pose : RandomBoardPoses(rig, layout, count, 2024)) {
+    RenderedPair pair = RenderPair(rig, layout, pose, options, pairs.size() * 2 + 1);
+    pairs.emplace_back(pair.mainImage, pair.secondImage);
+  }
+  return pairs;
+}
+
+std::unique_ptr<dualCalibration> ChartEngine() {
+  auto engine = std::make_unique<dualCalibration>();
+  ApplyExampleChartSettings(*engine);
+  return engine;
+}
+
+void BM_ChartDriverEightPairs(benchmark::State& state) {
+  const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = RenderedPairs(8);
+  for (auto _ : state) {
+    auto engine = ChartEngine();
+    const ChartSummary summary = engine->runChartCalibration(pairs, nullptr, nullptr);
+    if (summary.status != kChartOk) state.SkipWithError(summary.message.c_str());
+    state.counters["views"] = summary.viewCount;
+    state.counters["stereoRmsPx"] = summary.stereoRms;
+  }
+}
+BENCHMARK(BM_ChartDriverEightPairs)->Unit(benchmark::kMillisecond)->Iterations(2);
+
+// A scene without a board: flat grey with sensor noise (argument 0), or
+// with blotchy texture of about 50 px features and a spread of about 30
+// grey levels under the same noise (argument 1).
+cv::Mat SceneWithoutBoard(bool textured, uint64_t seed) {
+  RenderOptions options;
+  options.noiseSigma = 2.0;
+  const cv::Mat scene = RenderEmptyView(kSensorSize, options, seed);
+  if (!textured) return scene;
+  cv::Mat texture(kSensorSize, CV_32F);
+  cv::RNG(seed + 100).fill(texture, cv::RNG::NORMAL, 0.0, 1300.0);
+  cv::GaussianBlur(texture, texture, cv::Size(0, 0), 12.0);
+  cv::Mat sceneLevels;
+  scene.convertTo(sceneLevels, CV_32F);
+  cv::Mat grey;
+  cv::Mat(sceneLevels + texture).convertTo(grey, CV_8U);
+  return grey;
+}
+
+void BM_DetectChessboardCornersWithoutBoard(benchmark::State& state) {
+  const bool textured = state.range(0) != 0;
+  const cv::Mat mainImage = SceneWithoutBoard(textured, 1);
+  const cv::Mat secondImage = SceneWithoutBoard(textured, 2);
+  auto engine = ChartEngine();
+  for (auto _ : state) {
+    std::vector<cv::Point2f> corners1, corners2;
+    const bool found = engine->detectChessboardCorners(mainImage, secondImage, 1, {9, 6}, corners1, corners2);
+    benchmark::DoNotOptimize(found);
+  }
+}
+BENCHMARK(BM_DetectChessboardCornersWithoutBoard)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,169 @@
+// The chart calibration driver: intake of the chart image pairs, the view
+// collection, the optional corner undistortion, the mono and the stereo
+// stage, and the summary for the caller.
+#include "chart/ChartDriver.h"
+
+#include <cstdio>
+#include <exception>
+#include <string>
+
+#include <opencv2/calib3d.hpp>
+
+#include "engine/dualCalibration.h"
+
+namespace {
+
+bool IsGrey(const cv::Mat& image) { return !image.empty() && image.type() == CV_8UC1; }
+
+// Empty when every image is 8-bit grey and all main and all second images
+// share their sizes; otherwise why not.
+std::string CheckPairs(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs) {
+  if (pairs.empty()) return "no chart image pair";
+  for (size_t k = 0; k < pairs.size(); ++k) {
+    if (!IsGrey(pairs[k].first) || !IsGrey(pairs[k].second)) {
+      return "chart pair " + std::to_string(k) + " is not two 8-bit grey images";
+    }
+    if (pairs[k].first.size() != pairs[0].first.size() || pairs[k].second.size() != pairs[0].second.size()) {
+      return "chart pair " + std::to_string(k) + " differs in size from pair 0";
+    }
+  }
+  return {};
+}
+
+ChartSummary& Fail(ChartSummary& summary, ChartStatus status, const char* stage, std::string message) {
+  while (!message.empty() && message.back() == '\n') message.pop_back();
+  summary.status = status;
+  summary.failedStage = stage;
+  summary.message = message;
+  std::printf("ERROR: %s failed: %s\n", stage, summary.message.c_str());
+  return summary;
+}
+
+// Runs one stage; an OpenCV, memory or other error becomes a failed summary.
+template <typename Stage>
+bool RunStage(ChartSummary& summary, const char* name, Stage stage) {
+  try {
+    stage();
+    return true;
+  } catch (const cv::Exception& error) {
+    Fail(summary, kChartStageFailed, name, error.what());
+  } catch (const std::exception& error) {
+    Fail(summary, kChartStageFailed, name, error.what());
+  } catch (...) {
+    Fail(summary, kChartStageFailed, name, "unknown error");
+  }
+  return false;
+}
+
+// The intake: chart sizes and images from pair 0, fresh view lists, then
+// one findImagePoints per pair.
+void CollectViews(dualCalibration& engine, const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
+                  ChartSummary& summary) {
+  const cv::Mat& mainImage = pairs[0].first;
+  const cv::Mat& secondImage = pairs[0].second;
+  engine.chartImageSizes[0] = mainImage.cols;
+  engine.chartImageSizes[1] = mainImage.rows;
+  engine.chartImageSizes[2] = secondImage.cols;
+  engine.chartImageSizes[3] = secondImage.rows;
+  engine.mChartImages = {mainImage.clone(), secondImage.clone()};
+  engine.mObjectPoints.clear();
+  engine.mImagePoints1.clear();
+  engine.mImagePoints2.clear();
+  for (const std::pair<cv::Mat, cv::Mat>& pair : pairs) {
+    const int viewIndex = static_cast<int>(engine.mImagePoints1.size());
+    const int found = engine.findImagePoints(pair.first, pair.second, viewIndex);
+    summary.viewsFound.push_back(found);
+    summary.viewCount += found;
+  }
+}
+
+bool UndistortViews(dualCalibration& engine, ChartSummary& summary, const char* mainTablePath,
+                    const char* secondTablePath) {
+  int loaded = 0;
+  if (!RunStage(summary, "LoadDistortionTables",
+                [&] { loaded = engine.LoadDistortionTables(mainTablePath, secondTablePath); })) {
+    return false;
+  }
+  if (loaded != 1) {
+    Fail(summary, kChartBadTables, "LoadDistortionTables", "tables not loaded, code " + std::to_string(loaded));
+    return false;
+  }
+  int undistorted = 0;
+  if (!RunStage(summary, "undistortChartCorners", [&] {
+        undistorted = engine.undistortChartCorners(engine.mChartImages[0], engine.mChartImages[1]);
+      })) {
+    return false;
+  }
+  if (undistorted != 1) {
+    Fail(summary, kChartUndistortFailed, "undistortChartCorners", "a second-camera corner left the distortion band");
+    return false;
+  }
+  return true;
+}
+
+// Each view's pose under the given intrinsics, then the per-view errors.
+std::vector<float> ViewErrors(const dualCalibration& engine, const std::vector<std::vector<cv::Point2f>>& imagePoints,
+                              const cv::Mat& cameraMatrix, const cv::Mat& distCoeffs) {
+  std::vector<cv::Mat> rvecs(imagePoints.size()), tvecs(imagePoints.size());
+  for (size_t k = 0; k < imagePoints.size(); ++k) {
+    cv::solvePnP(engine.mObjectPoints[k], imagePoints[k], cameraMatrix, distCoeffs, rvecs[k], tvecs[k]);
+  }
+  std::vector<float> errors;
+  engine.computeReprojectionErrors(engine.mObjectPoints, imagePoints, rvecs, tvecs, cameraMatrix, distCoeffs, &errors);
+  return errors;
+}
+
+ChartResultSet DeepCopy(const ChartResultSet& set) {
+  ChartResultSet copy = set;
+  copy.K1 = set.K1.clone(), copy.K2 = set.K2.clone(), copy.D1 = set.D1.clone(), copy.D2 = set.D2.clone();
+  copy.P1 = set.P1.clone(), copy.P2 = set.P2.clone();
+  return copy;
+}
+
+ChartSummary RunChart(dualCalibration& engine, const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
+                      const char* mainTablePath, const char* secondTablePath) {
+  ChartSummary summary;
+  const std::string problem = CheckPairs(pairs);
+  if (!problem.empty()) return Fail(summary, kChartBadImages, "chart intake", problem);
+  if ((mainTablePath == nullptr) != (secondTablePath == nullptr)) {
+    return Fail(summary, kChartBadTables, "chart intake", "both distortion tables or none are needed");
+  }
+  if (!RunStage(summary, "findImagePoints", [&] { CollectViews(engine, pairs, summary); })) return summary;
+  if (summary.viewCount < kChartMinViews) {
+    return Fail(summary, kChartTooFewViews, "findImagePoints",
+                std::to_string(summary.viewCount) + " views found, " + std::to_string(kChartMinViews) + " needed");
+  }
+  if (mainTablePath != nullptr && !UndistortViews(engine, summary, mainTablePath, secondTablePath)) return summary;
+  if (!RunStage(summary, "monoCalibration", [&] { engine.monoCalibration(); })) return summary;
+  summary.monoRms1 = engine.mMonoRMS1;
+  summary.monoRms2 = engine.mMonoRMS2;
+  if (!RunStage(summary, "mono view errors", [&] {
+        summary.viewErrors1 = ViewErrors(engine, engine.mImagePoints1, engine.K1, engine.D1);
+        summary.viewErrors2 = ViewErrors(engine, engine.mImagePoints2, engine.K2, engine.D2);
+      })) {
+    return summary;
+  }
+  if (!RunStage(summary, "stereoCalibration", [&] { engine.stereoCalibration(); })) return summary;
+  // The platform result file and the preview read the second set and mSecondRotation.
+  engine.mSecondResult = DeepCopy(engine.firstResultSet());
+  engine.mSecondRotation = engine.R.clone();
+  summary.stereoRms = engine.mRMS;
+  summary.T = engine.mT;
+  summary.r_x = engine.r_x, summary.r_y = engine.r_y, summary.r_z = engine.r_z;
+  summary.checks = engine.evaluateChartLimits();
+  summary.status = kChartOk;
+  return summary;
+}
+
+}  // namespace
+
+ChartSummary dualCalibration::runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
+                                                  const char* mainTablePath, const char* secondTablePath) {
+  try {
+    return RunChart(*this, pairs, mainTablePath, secondTablePath);
+  } catch (...) {
+    // Only the summary's own bookkeeping can get here (out of memory); the
+    // stages' errors are caught where they run.
+    return ChartSummary();
+  }
+}

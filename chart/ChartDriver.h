@@ -1,0 +1,54 @@
+// What the chart calibration driver (dualCalibration::runChartCalibration)
+// hands back: a status code, the stage that failed with its message, and
+// the figures of every stage that ran.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+// Status codes of the chart driver.
+enum ChartStatus : int32_t {
+  kChartOk = 1,
+  kChartBadImages = -1,     // no pair, an empty or non-grey image, or sizes that differ between pairs
+  kChartTooFewViews = -2,   // fewer than kChartMinViews pairs had the board in both images
+  kChartBadTables = -3,     // only one table path given, or the distortion tables did not load
+  kChartUndistortFailed = -4,  // a second-camera corner left the distortion band
+  kChartStageFailed = -5,   // an OpenCV or memory error in a stage; message holds its text
+};
+
+// Views the stereo stage needs: its residue fit reads views 0 to 3.
+constexpr int kChartMinViews = 4;
+
+// Outcome of every limit check. A check is true when its value is within
+// its limit. The translation checks compare |mT[i]| with nMaxTransition
+// whatever the error; the stereo stage reports them only when the stereo
+// reprojection check failed.
+struct ChartLimitChecks {
+  bool monoReprojection = true;
+  bool rotationX = true;
+  bool rotationY = true;
+  bool rotationZ = true;
+  bool stereoReprojection = true;
+  bool translationX = true;
+  bool translationY = true;
+  bool translationZ = true;
+};
+
+struct ChartSummary {
+  int32_t status = kChartStageFailed;
+  std::string failedStage;  // empty when status is kChartOk
+  std::string message;      // why the driver stopped; empty when status is kChartOk
+  std::vector<int32_t> viewsFound;  // per pair: 1 when it became a view, 0 otherwise
+  int32_t viewCount = 0;
+  double monoRms1 = 0.0;  // main camera, pixels
+  double monoRms2 = 0.0;  // second camera, pixels
+  std::vector<float> viewErrors1;  // per view, main camera, mono calibration, pixels
+  std::vector<float> viewErrors2;  // per view, second camera
+  float stereoRms = 0.0f;
+  cv::Vec3d T;                     // translation, unit of nSquareSize
+  float r_x = 0.0f, r_y = 0.0f, r_z = 0.0f;  // angles of R, radians
+  ChartLimitChecks checks;
+};

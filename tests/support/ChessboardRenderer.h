@@ -1,0 +1,104 @@
+// Synthetic chessboard scenes for the chart tests, benchmarks and tools: a
+// planar board of W x H inner corners seen by two ideal pinhole cameras.
+// Images are rendered with exact pixel-area coverage of every board square,
+// so a corner's sub-pixel position carries no rendering bias.
+//
+// Conventions: the board lies in its own plane z = 0 with inner corner
+// (column j, row i) at (j * squareSize, i * squareSize, 0), the order of the
+// engine's object points. A board pose maps board coordinates into the main
+// camera's frame; the rig's R and T map the main camera's frame into the
+// second camera's (x2 = R * x1 + T). Pixel centres lie on integer coordinates.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+class dualCalibration;
+
+struct PinholeCamera {
+  cv::Matx33d K;
+  cv::Size size;
+};
+
+struct StereoRig {
+  PinholeCamera main;
+  PinholeCamera second;
+  cv::Matx33d R;
+  cv::Vec3d T;
+};
+
+struct ChessboardLayout {
+  int width = 9;            // inner corners along the board's width
+  int height = 6;           // inner corners along the board's height
+  double squareSize = 25.0;
+  double marginSquares = 1.0;  // white border around the outer squares
+};
+
+struct RenderOptions {
+  double darkLevel = 30.0;
+  double lightLevel = 220.0;
+  double backgroundLevel = 100.0;
+  double blurSigmaPx = 0.0;   // Gaussian blur, none when 0
+  double noiseSigma = 0.0;    // additive Gaussian noise in grey levels, none when 0
+};
+
+// Board to main-camera transform: Rodrigues rotation and translation.
+struct BoardPose {
+  cv::Vec3d rvec;
+  cv::Vec3d tvec;
+};
+
+struct RenderedPair {
+  cv::Mat mainImage;
+  cv::Mat secondImage;
+  BoardPose pose;
+  std::vector<cv::Point2f> mainCorners;    // true corner positions, board order
+  std::vector<cv::Point2f> secondCorners;
+};
+
+// A rig of two slightly different cameras at the given image sizes, a
+// 40-unit baseline along x and a small relative rotation, focal lengths
+// scaled with the main image width (1600 px at 2000 px).
+StereoRig ExampleStereoRig(const cv::Size& mainSize, const cv::Size& secondSize);
+
+// Board poses drawn from a generator seeded with seed: tilted by up to
+// maxTiltDeg about the board's axes and turned by up to maxRollDeg in its
+// plane, placed so that the whole board with its margin stays at least
+// 32 px inside both images and every square spans at least 48 px. Returns
+// fewer than count poses only when the rig cannot see the board that way.
+std::vector<BoardPose> RandomBoardPoses(const StereoRig& rig, const ChessboardLayout& layout, int count,
+                                        uint64_t seed, double maxTiltDeg = 30.0, double maxRollDeg = 15.0);
+
+// Projects the inner corners in board order.
+std::vector<cv::Point2f> ProjectBoardCorners(const PinholeCamera& camera, const ChessboardLayout& layout,
+                                             const cv::Matx33d& rotation, const cv::Vec3d& translation);
+
+// Renders one 8-bit grey view of the board; rotation and translation map
+// board coordinates into the camera's frame. noiseSeed seeds the noise.
+cv::Mat RenderBoardView(const PinholeCamera& camera, const ChessboardLayout& layout, const cv::Matx33d& rotation,
+                        const cv::Vec3d& translation, const RenderOptions& options, uint64_t noiseSeed);
+
+// An image of the background level (plus noise) without a board.
+cv::Mat RenderEmptyView(const cv::Size& size, const RenderOptions& options, uint64_t noiseSeed);
+
+// Both views of one pose, with their true corners.
+RenderedPair RenderPair(const StereoRig& rig, const ChessboardLayout& layout, const BoardPose& pose,
+                        const RenderOptions& options, uint64_t noiseSeed);
+
+// Writes pair_<k>_main.png and pair_<k>_second.png for every pair and
+// ground_truth.json (rig, layout, options, poses, true corners) into
+// directory, which must exist. Returns false when a file cannot be written.
+bool WriteRenderedPairs(const std::string& directory, const StereoRig& rig, const ChessboardLayout& layout,
+                        const RenderOptions& options, const std::vector<RenderedPair>& pairs);
+
+// Chart settings of a calibration run on these scenes: the default layout's
+// board (9 x 6 inner corners of 25 units), rotation limits of half a degree,
+// a translation limit of 50 units, a reprojection limit of 0.2 px, the full
+// five-coefficient mono model (nothing fixed: the cameras are ideal, and the
+// estimate has to find that out) and the mono camera matrices as the stereo
+// stage's starting guess (without it cv::stereoCalibrate calibrates each
+// camera again on its own and the mono stage's result goes unused).
+void ApplyExampleChartSettings(dualCalibration& engine);

@@ -1,0 +1,30 @@
+// qlm-calib synth: writes the synthetic test data of the test renderers,
+// with ground truth as JSON, so the tool can be tried without a camera.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+struct SynthOptions {
+  std::string out;
+  std::string size;
+  uint32_t seed = 1;
+  int pairs = 8;
+};
+
+// Files written by the scene generator, relative to its output directory.
+constexpr char kSceneMainImage[] = "main.png";
+constexpr char kSceneSecondImage[] = "second.png";
+constexpr char kSceneRecord[] = "record.bin";
+constexpr char kSceneParams[] = "params.txt";
+constexpr char kSceneTruth[] = "truth.json";
+
+void AddSynthSceneOptions(CLI::App& command, SynthOptions& options);
+// A pair for refine: the second image through a known homography, a record
+// whose H_OTP is off from it by a known similarity, a parameter file and the
+// ground truth. Returns the ground truth it wrote.
+nlohmann::json WriteSyntheticScene(const SynthOptions& options);
+int RunSynthScene(const SynthOptions& options);
