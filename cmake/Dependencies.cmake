@@ -23,3 +23,8 @@ else()
   target_link_libraries(QLM::log INTERFACE ${QLM_LOG_LIBRARY})
   target_link_options(QLM::log INTERFACE "LINKER:-rpath,${QLM_LOG_LIBRARY_DIR}")
 endif()
+
+# Header-only JSON for the synthetic scenes' ground truth and the tools.
+if(QLM_BUILD_TOOLS OR QLM_BUILD_TESTS OR QLM_BUILD_BENCH)
+  find_package(nlohmann_json 3 REQUIRED)
+endif()

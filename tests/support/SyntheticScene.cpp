@@ -32,14 +32,18 @@ std::vector<cv::Point> RandomPolygon(SceneRandom& random, cv::Point center, int 
   const int corners = random.Uniform(3, 6);
   std::vector<cv::Point> polygon;
   for (int i = 0; i < corners; ++i) {
-    polygon.emplace_back(center.x + random.Uniform(-radiusPx, radiusPx),
-                         center.y + random.Uniform(-radiusPx, radiusPx));
+    const int dx = random.Uniform(-radiusPx, radiusPx);
+    const int dy = random.Uniform(-radiusPx, radiusPx);
+    polygon.emplace_back(center.x + dx, center.y + dy);
   }
   return polygon;
 }
 
 void DrawRandomShape(cv::Mat& image, SceneRandom& random) {
-  const cv::Point center(random.Uniform(0, image.cols - 1), random.Uniform(0, image.rows - 1));
+  // One draw per statement: the order of evaluation of arguments is unspecified.
+  const int x = random.Uniform(0, image.cols - 1);
+  const int y = random.Uniform(0, image.rows - 1);
+  const cv::Point center(x, y);
   const int radiusPx = random.Uniform(kMinShapeRadiusPx, kMaxShapeRadiusPx);
   const cv::Scalar grey(random.Uniform(0, 255));
   if (random.Uniform(0, 3) == 0) {
