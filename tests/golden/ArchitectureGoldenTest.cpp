@@ -16,6 +16,7 @@
 #include <opencv2/core.hpp>
 
 #include "distortion/CDistortionFilter.h"
+#include "engine/dualCalibration.h"
 #include "engine/FeaturePointCalibration.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/YuvPlanes.h"
@@ -48,6 +49,14 @@ class GoldenText {
       mText += line + "\n";
     }
   }
+  void Points(const std::string& label, const std::vector<cv::Point2f>& points) {
+    for (size_t i = 0; i < points.size(); ++i) {
+      const std::string index = label + "[" + std::to_string(i) + "].";
+      Float(index + "x", points[i].x);
+      Float(index + "y", points[i].y);
+    }
+  }
+  void Line(const std::string& line) { mText += line + "\n"; }
   void Matrix(const std::string& label, const cv::Mat& matrix) {
     cv::Mat values;
     matrix.convertTo(values, CV_64F);
@@ -214,6 +223,90 @@ TEST(ArchitectureGolden, HomographyRefinement) {
     out.Matrix(prefix + "refinedH", refinement.refinedH);
   }
   ExpectGolden(out.Text(), "golden/HomographyRefinement.golden");
+}
+
+// A 9 x 6 board seen slightly rotated, with sub-pixel offsets that differ per corner.
+std::vector<cv::Point2f> BoardCorners(float originX, float originY, float stepPx) {
+  std::vector<cv::Point2f> corners;
+  for (int row = 0; row < 6; ++row) {
+    for (int column = 0; column < 9; ++column) {
+      const float jitter = static_cast<float>((row * 9 + column) * 37 % 16) * 0.0625f;
+      corners.emplace_back(originX + column * stepPx - row * 0.75f + jitter, originY + row * stepPx + column * 0.5f - jitter);
+    }
+  }
+  return corners;
+}
+
+TEST(ArchitectureGolden, CornerMatching) {
+  dualCalibration engine;
+  const std::vector<cv::Point2f> main = BoardCorners(412.25f, 300.5f, 61.0f);
+  // The second view: the same board from the opposite corner, scaled and shifted.
+  std::vector<cv::Point2f> reversed;
+  for (auto it = main.rbegin(); it != main.rend(); ++it) reversed.emplace_back(it->x * 0.875f + 37.5f, it->y * 0.875f - 12.25f);
+  // Two corners of the first list nearest to the same one of the second.
+  std::vector<cv::Point2f> crowded = main;
+  crowded[10] = crowded[11];
+  std::vector<cv::Point2f> matched1, matched2;
+  GoldenText out;
+  testing::internal::CaptureStdout();
+  out.Int("reversedResult", engine.matchCornerOrder(main, reversed, matched1, matched2));
+  out.Int("crowdedResult", engine.matchCornerOrder(crowded, main, matched1, matched2));
+  out.Line("stdout: " + testing::internal::GetCapturedStdout());
+  out.Points("matched1", matched1);
+  out.Points("matched2", matched2);
+  ExpectGolden(out.Text(), "golden/CornerMatching.golden");
+}
+
+cv::Mat Matrix3x3(const double values[9]) { return cv::Mat(3, 3, CV_64F, const_cast<double*>(values)).clone(); }
+
+TEST(ArchitectureGolden, EulerAngles) {
+  const dualCalibration engine;
+  // Small and large rotations, and two singular ones (sy below 1e-6).
+  const double rotations[][9] = {
+      {0.99984771, -0.01745241, 0.00174524, 0.01744975, 0.99983245, 0.00523596, -0.00183652, -0.00520461, 0.99998477},
+      {0.86602540, -0.5, 0.0, 0.43301270, 0.75, -0.5, 0.25, 0.43301270, 0.86602540},
+      {0.0, 0.0, 1.0, 0.0, 1.0, 0.0, -1.0, 0.0, 0.0},
+      {1e-7, -0.70710678, 0.70710678, 2e-7, 0.70710678, 0.70710678, -1.0, 0.0, 1e-7},
+  };
+  GoldenText out;
+  int index = 0;
+  for (const auto& rotation : rotations) {
+    float x = 0.0f, y = 0.0f, z = 0.0f;
+    engine.rotationToEulerAngles(Matrix3x3(rotation), x, y, z);
+    const std::string prefix = "rotation" + std::to_string(index++) + ".";
+    out.Float(prefix + "x", x);
+    out.Float(prefix + "y", y);
+    out.Float(prefix + "z", z);
+  }
+  ExpectGolden(out.Text(), "golden/EulerAngles.golden");
+}
+
+TEST(ArchitectureGolden, ResidueFit) {
+  dualCalibration engine;
+  dualCalibration::MainCameraFilter().ResetDistortion();
+  dualCalibration::SecondCameraFilter().ResetDistortion();
+  const double k1[9] = {1650.5, 0.0, 1001.25, 0.0, 1648.75, 751.5, 0.0, 0.0, 1.0};
+  const double k2[9] = {1490.25, 0.0, 902.5, 0.0, 1489.5, 676.75, 0.0, 0.0, 1.0};
+  const double r[9] = {0.99984771, -0.01745241, 0.00174524, 0.01744975, 0.99983245, 0.00523596,
+                       -0.00183652, -0.00520461, 0.99998477};
+  engine.K1 = Matrix3x3(k1);
+  engine.K2 = Matrix3x3(k2);
+  engine.R = Matrix3x3(r);
+  const int32_t sizes[4] = {2000, 1500, 1800, 1350};
+  std::copy(sizes, sizes + 4, engine.chartImageSizes);
+  for (int view = 0; view < 4; ++view) {
+    const float shift = static_cast<float>(view) * 97.25f;
+    engine.mImagePoints1.push_back(BoardCorners(300.5f + shift, 250.25f + shift * 0.5f, 83.0f));
+    engine.mImagePoints2.push_back(BoardCorners(262.75f + shift * 0.9f, 231.5f + shift * 0.45f, 74.5f));
+  }
+  testing::internal::CaptureStdout();
+  engine.computeResidue();
+  GoldenText out;
+  out.Line("stdout: " + testing::internal::GetCapturedStdout());
+  out.Float("m_residueScale", engine.m_residueScale);
+  out.Float("m_residueOffsetY", engine.m_residueOffsetY);
+  out.Matrix("mResidueMatrix", engine.mResidueMatrix);
+  ExpectGolden(out.Text(), "golden/ResidueFit.golden");
 }
 
 }  // namespace
