@@ -110,7 +110,7 @@ update_lists_if_needed() {
 }
 
 install_packages() {
-  [ "$#" -eq 0 ] && return
+  [ "$#" -eq 0 ] && return 0
   say "missing: $*"
   update_lists_if_needed "$@"
   as_root env DEBIAN_FRONTEND=noninteractive \
@@ -134,6 +134,9 @@ unpacked_dependencies() {
     grep -vxF -f <(printf '%s\n' "${UNPACKED_PACKAGES[@]}" "${UNPACKED_SKIPPED[@]}")
 }
 
+# Downloads the single-architecture packages and unpacks them into
+# UNPACKED_ROOT, with their dependency list, unless the stamp shows that the
+# current candidates are already there.
 unpack_single_arch_packages() {
   local stamp="$UNPACKED_ROOT/packages.txt"
   update_lists_if_needed "${UNPACKED_PACKAGES[@]/%/:arm64}"
@@ -141,22 +144,26 @@ unpack_single_arch_packages() {
     say "$UNPACKED_ROOT is up to date"
     return
   fi
-  local download dependency
-  download=$(mktemp -d)
-  DOWNLOAD_DIR=$download
+  DOWNLOAD_DIR=$(mktemp -d)
   trap 'rm -rf "$DOWNLOAD_DIR"' EXIT
   say "downloading ${UNPACKED_PACKAGES[*]} (arm64) to unpack into $UNPACKED_ROOT"
-  (cd "$download" && chmod 777 . && apt-get download -q "${UNPACKED_PACKAGES[@]/%/:arm64}")
-  local missing=()
-  while read -r dependency; do
-    is_installed_for_arm64 "$dependency" || missing+=("$dependency:arm64")
-  done < <(unpacked_dependencies "$download")
-  install_packages "${missing[@]}"
+  (cd "$DOWNLOAD_DIR" && chmod 777 . && apt-get download -q "${UNPACKED_PACKAGES[@]/%/:arm64}")
   as_root rm -rf "$UNPACKED_ROOT"
   as_root mkdir -p "$UNPACKED_ROOT"
-  for deb in "$download"/*.deb; do as_root dpkg-deb -x "$deb" "$UNPACKED_ROOT"; done
+  local deb
+  for deb in "$DOWNLOAD_DIR"/*.deb; do as_root dpkg-deb -x "$deb" "$UNPACKED_ROOT"; done
+  unpacked_dependencies "$DOWNLOAD_DIR" | as_root tee "$UNPACKED_ROOT/dependencies.txt" >/dev/null
   candidate_versions | as_root tee "$stamp" >/dev/null
   say "unpacked into $UNPACKED_ROOT: ${UNPACKED_PACKAGES[*]}"
+}
+
+# The unpacked libraries' own dependencies are ordinary arm64 packages.
+install_unpacked_dependencies() {
+  local dependency missing=()
+  while read -r dependency; do
+    is_installed_for_arm64 "$dependency" || missing+=("$dependency:arm64")
+  done <"$UNPACKED_ROOT/dependencies.txt"
+  install_packages "${missing[@]}"
 }
 
 main() {
@@ -169,6 +176,7 @@ main() {
     install_packages "${missing[@]}"
   fi
   unpack_single_arch_packages
+  install_unpacked_dependencies
 }
 
 main "$@"
