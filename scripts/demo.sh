@@ -8,4 +8,4 @@ bash scripts/install-deps.sh
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j "$(nproc)" --target qlm-calib QLM_DualCalibration_Service
 build/tools/qlm-calib version
-build/tools/qlm-calib params
+build/tools/qlm-calib demo

@@ -92,7 +92,7 @@ void AddRefineOptions(CLI::App& command, RefineOptions& options) {
   command.add_option("SECOND", options.secondImage, "Second camera image")->required();
 }
 
-int RunRefine(const RefineOptions& options) {
+RefineOutcome Refine(const RefineOptions& options) {
   const bool fromFile = options.select == "file";
   if (fromFile && options.fileRecord.empty()) throw ToolError("--select file: needs --file-record");
   if (!options.fileRecord.empty()) RequireReadableFile(options.fileRecord);
@@ -111,22 +111,30 @@ int RunRefine(const RefineOptions& options) {
   if (init == -1) throw ToolError(options.params + ": " + RefineCodeMeaning(init));
   if (init == -2 && fromFile) throw ToolError(options.fileRecord + ": " + RefineCodeMeaning(init));
 
-  FeaturePointReport report;
+  RefineOutcome outcome;
+  FeaturePointReport& report = outcome.report;
   report.keepMatchesImage = !options.saveMatches.empty();
-  const int code = ProcessImagePair(g_dualCalib, mainImage.data, secondImage.data, mainImage.cols, mainImage.rows,
-                                    secondImage.cols, secondImage.rows, fromFile ? 1 : 0, &report);
+  outcome.code = ProcessImagePair(g_dualCalib, mainImage.data, secondImage.data, mainImage.cols, mainImage.rows,
+                                  secondImage.cols, secondImage.rows, fromFile ? 1 : 0, &report);
   const CalibrationRecord& result = g_dualCalib.mResultRecord;
-  const int refineCount = RecordRefineCount(result);
-  PrintSummary(code, report, refineCount);
+  outcome.refineCount = RecordRefineCount(result);
+  PrintSummary(outcome.code, report, outcome.refineCount);
 
   if (!options.out.empty()) {
     WriteBytesAtomically(options.out, result.bytes, sizeof(result.bytes));
     std::cout << "result record:    " << options.out << "\n";
   }
-  if (!options.json.empty()) WriteJsonAtomically(options.json, ReportJson(code, report, refineCount));
+  if (!options.json.empty()) {
+    WriteJsonAtomically(options.json, ReportJson(outcome.code, report, outcome.refineCount));
+  }
   if (!options.saveMatches.empty() && !report.matchesImage.empty()) {
     WriteAtomically(options.saveMatches,
                     [&](const std::string& temporary) { return cv::imwrite(temporary, report.matchesImage); });
   }
-  return code == 1 && report.constraintsMet ? kExitSuccess : kExitChecksFailed;
+  return outcome;
+}
+
+int RunRefine(const RefineOptions& options) {
+  const RefineOutcome outcome = Refine(options);
+  return outcome.code == 1 && outcome.report.constraintsMet ? kExitSuccess : kExitChecksFailed;
 }

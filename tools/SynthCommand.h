@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -28,3 +29,13 @@ void AddSynthSceneOptions(CLI::App& command, SynthOptions& options);
 // ground truth. Returns the ground truth it wrote.
 nlohmann::json WriteSyntheticScene(const SynthOptions& options);
 int RunSynthScene(const SynthOptions& options);
+
+// Files of the chart generator besides its pair_<k>_main.png and pair_<k>_second.png.
+constexpr char kChartParams[] = "params.txt";
+constexpr char kChartTruth[] = "ground_truth.json";
+
+void AddSynthChartOptions(CLI::App& command, SynthOptions& options);
+// Rendered chessboard pairs of a known stereo rig, a parameter file for the
+// chart command and the ground truth. Returns the image paths in pair order.
+std::vector<std::string> WriteSyntheticChart(const SynthOptions& options);
+int RunSynthChart(const SynthOptions& options);

@@ -14,6 +14,8 @@
 
 #include "api/Exports.h"
 #include "engine/dualCalibration.h"
+#include "tools/ChartCommand.h"
+#include "tools/DemoCommand.h"
 #include "tools/RefineCommand.h"
 #include "tools/SynthCommand.h"
 #include "tools/ToolInput.h"
@@ -88,6 +90,16 @@ int main(int argc, char** argv) {
   AddSynthSceneOptions(*add(*synth, "scene", "A refine pair, its record, parameters and ground truth", false,
                             [&] { return RunSynthScene(scene); }),
                        scene);
+  SynthOptions chart;
+  AddSynthChartOptions(*add(*synth, "chart", "Chessboard pairs of a known stereo rig and parameters", false,
+                            [&] { return RunSynthChart(chart); }),
+                       chart);
+  ChartOptions chartRun;
+  AddChartOptions(*add(app, "chart", "Chessboard stereo calibration over image pairs", true,
+                       [&] { return RunChart(chartRun); }),
+                  chartRun);
+
+  add(app, "demo", "Generate synthetic data, run refine and chart on it, compare with the truth", true, RunDemo);
 
   try {
     app.parse(argc, argv);

@@ -91,3 +91,8 @@ void ExpectGolden(const std::string& actual, const std::string& relativePath) {
   const std::string expected = ReadFile(path);
   EXPECT_TRUE(expected == actual) << relativePath << ": " << DescribeFirstDifference(expected, actual);
 }
+
+uint64_t Fnv1a(const void* data, size_t size, uint64_t hash) {
+  for (size_t i = 0; i < size; ++i) hash = (hash ^ static_cast<const uint8_t*>(data)[i]) * 1099511628211ull;
+  return hash;
+}

@@ -3,6 +3,8 @@
 // text comparison.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -35,3 +37,7 @@ std::string TextWrittenBy(const std::function<void(FILE*)>& write);
 // failure shows the first differing line with its neighbours. With
 // QLM_UPDATE_GOLDEN=1 in the environment the file is rewritten instead.
 void ExpectGolden(const std::string& actual, const std::string& relativePath);
+
+// FNV-1a over size bytes, continuing from hash: pins exact bytes (such as
+// float results that must match on every platform) in one literal.
+uint64_t Fnv1a(const void* data, size_t size, uint64_t hash = 14695981039346656037ull);

@@ -1,0 +1,172 @@
+#include "tools/ChartCommand.h"
+
+#include <cmath>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <utility>
+
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "api/Globals.h"
+#include "framework/PicturesDir.h"
+#include "tools/ToolInput.h"
+#include "tools/ToolOutput.h"
+
+namespace {
+
+constexpr double kDegreesPerRadian = 180.0 / 3.14159265358979323846;
+constexpr int kGuideLineSpacingPx = 64;
+
+nlohmann::json MatJson(const cv::Mat& matrix) {
+  nlohmann::json rows = nlohmann::json::array();
+  cv::Mat values;
+  matrix.convertTo(values, CV_64F);
+  for (int r = 0; r < values.rows; ++r) {
+    nlohmann::json row = nlohmann::json::array();
+    for (int c = 0; c < values.cols; ++c) row.push_back(values.at<double>(r, c));
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+const char* PassFail(bool passed) { return passed ? "pass" : "FAIL"; }
+
+std::vector<std::pair<cv::Mat, cv::Mat>> ReadPairs(const std::vector<std::string>& images) {
+  if (images.size() < 2 || images.size() % 2 != 0) {
+    throw ToolError("chart: expected image pairs MAIN1 SECOND1 [MAIN2 SECOND2 ...], got " +
+                    std::to_string(images.size()) + " files");
+  }
+  std::vector<std::pair<cv::Mat, cv::Mat>> pairs;
+  for (size_t i = 0; i < images.size(); i += 2) {
+    pairs.emplace_back(ReadGrayImage(images[i]), ReadGrayImage(images[i + 1]));
+  }
+  return pairs;
+}
+
+void PrintSummary(const ChartOptions& options, const ChartSummary& summary) {
+  for (size_t k = 0; k < summary.viewsFound.size(); ++k) {
+    std::printf("pair %zu: %s %s: %s\n", k + 1, options.images[2 * k].c_str(), options.images[2 * k + 1].c_str(),
+                summary.viewsFound[k] ? "board found in both" : "board not found");
+  }
+  std::printf("\n== chart summary\nviews:            %d of %zu\n", summary.viewCount, summary.viewsFound.size());
+  if (summary.status != kChartOk) {
+    std::printf("failed:           %s: %s\n", summary.failedStage.c_str(), summary.message.c_str());
+    return;
+  }
+  const ChartLimitChecks& c = summary.checks;
+  std::printf("mono RMS:         main %.4f px, second %.4f px (%s)\n", summary.monoRms1, summary.monoRms2,
+              PassFail(c.monoReprojection));
+  std::printf("stereo RMS:       %.4f px (%s)\n", summary.stereoRms, PassFail(c.stereoReprojection));
+  for (size_t k = 0; k < summary.viewErrors1.size(); ++k) {
+    std::printf("view %zu error:     main %.4f px, second %.4f px\n", k + 1, summary.viewErrors1[k],
+                k < summary.viewErrors2.size() ? summary.viewErrors2[k] : 0.0f);
+  }
+  std::printf("T:                [%.4f, %.4f, %.4f] (%s %s %s)\n", summary.T[0], summary.T[1], summary.T[2],
+              PassFail(c.translationX), PassFail(c.translationY), PassFail(c.translationZ));
+  std::printf("angles (deg):     x %.4f (%s), y %.4f (%s), z %.4f (%s)\n", summary.r_x * kDegreesPerRadian,
+              PassFail(c.rotationX), summary.r_y * kDegreesPerRadian, PassFail(c.rotationY),
+              summary.r_z * kDegreesPerRadian, PassFail(c.rotationZ));
+  std::printf("result files:     %s\n                  %s\n", PicturesPath("calibrationResult.txt").c_str(),
+              PicturesPath("calib_log.txt").c_str());
+}
+
+// The first pair undistorted and rectified side by side, with horizontal
+// guide lines: matching points of a good calibration lie on one line.
+cv::Mat RectifiedSideBySide(const dualCalibration& engine, const std::pair<cv::Mat, cv::Mat>& pair) {
+  const cv::Size size = pair.first.size();
+  cv::Mat R1, R2, P1, P2, Q;
+  cv::stereoRectify(engine.K1, engine.D1, engine.K2, engine.D2, size, engine.R, engine.mT, R1, R2, P1, P2, Q,
+                    cv::CALIB_ZERO_DISPARITY, 0.0);
+  cv::Mat canvas(size.height, 2 * size.width, CV_8UC3);
+  const cv::Mat* images[2] = {&pair.first, &pair.second};
+  const cv::Mat* cameras[2] = {&engine.K1, &engine.K2};
+  const cv::Mat* distortions[2] = {&engine.D1, &engine.D2};
+  const cv::Mat* rotations[2] = {&R1, &R2};
+  const cv::Mat* projections[2] = {&P1, &P2};
+  for (int i = 0; i < 2; ++i) {
+    cv::Mat mapX, mapY, rectified;
+    cv::initUndistortRectifyMap(*cameras[i], *distortions[i], *rotations[i], *projections[i], size, CV_32FC1,
+                                mapX, mapY);
+    cv::remap(*images[i], rectified, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_CONSTANT, 0);
+    cv::cvtColor(rectified, canvas(cv::Rect(i * size.width, 0, size.width, size.height)), cv::COLOR_GRAY2BGR);
+  }
+  for (int y = 0; y < canvas.rows; y += kGuideLineSpacingPx) {
+    cv::line(canvas, {0, y}, {canvas.cols - 1, y}, cv::Scalar(0, 255, 0), 1);
+  }
+  return canvas;
+}
+
+}  // namespace
+
+bool AllChartChecksPassed(const ChartLimitChecks& c) {
+  return c.monoReprojection && c.rotationX && c.rotationY && c.rotationZ && c.stereoReprojection &&
+         c.translationX && c.translationY && c.translationZ;
+}
+
+nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibration& engine) {
+  const ChartLimitChecks& c = summary.checks;
+  nlohmann::json json = {
+      {"status", summary.status},
+      {"views_found", summary.viewsFound},
+      {"views_total", summary.viewCount},
+      {"mono_rms", {summary.monoRms1, summary.monoRms2}},
+      {"per_view_errors", {{"main", summary.viewErrors1}, {"second", summary.viewErrors2}}},
+      {"rms", summary.stereoRms},
+      {"T", {summary.T[0], summary.T[1], summary.T[2]}},
+      {"angles_deg",
+       {summary.r_x * kDegreesPerRadian, summary.r_y * kDegreesPerRadian, summary.r_z * kDegreesPerRadian}},
+      {"checks",
+       {{"mono_reprojection", c.monoReprojection}, {"rotation_x", c.rotationX}, {"rotation_y", c.rotationY},
+        {"rotation_z", c.rotationZ}, {"stereo_reprojection", c.stereoReprojection},
+        {"translation_x", c.translationX}, {"translation_y", c.translationY}, {"translation_z", c.translationZ}}},
+  };
+  if (summary.status == kChartOk) {
+    json["K1"] = MatJson(engine.K1), json["K2"] = MatJson(engine.K2);
+    json["D1"] = MatJson(engine.D1), json["D2"] = MatJson(engine.D2);
+  } else {
+    json["failed_stage"] = summary.failedStage;
+    json["message"] = summary.message;
+  }
+  return json;
+}
+
+void AddChartOptions(CLI::App& command, ChartOptions& options) {
+  command.add_option("--params", options.params, "Parameter file (section ParameterList)")->required();
+  command.add_option("--tables", options.tables, "Distortion tables of the main and the second camera")
+      ->expected(2);
+  command.add_option("--json", options.json, "Summary as JSON");
+  command.add_option("--save-rectified", options.saveRectified, "First pair rectified side by side (PNG)");
+  command.add_option("IMAGES", options.images, "MAIN1 SECOND1 [MAIN2 SECOND2 ...]")->required();
+}
+
+ChartSummary CalibrateChart(const ChartOptions& options) {
+  for (const std::string& table : options.tables) RequireReadableFile(table);
+  const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = ReadPairs(options.images);
+  dualCalibration& engine = g_dualCalib;
+  if (LoadParametersFromFile(engine, options.params.c_str()) != 1) {
+    throw ToolError(options.params + ": parameter file could not be loaded");
+  }
+  const bool withTables = options.tables.size() == 2;
+  const ChartSummary summary = engine.runChartCalibration(pairs, withTables ? options.tables[0].c_str() : nullptr,
+                                                          withTables ? options.tables[1].c_str() : nullptr);
+  std::cout.flush();
+  if (summary.status == kChartBadImages || summary.status == kChartBadTables) {
+    throw ToolError(summary.failedStage + ": " + summary.message);
+  }
+  PrintSummary(options, summary);
+  if (!options.json.empty()) WriteJsonAtomically(options.json, ChartSummaryJson(summary, engine));
+  if (!options.saveRectified.empty() && summary.status == kChartOk) {
+    const cv::Mat canvas = RectifiedSideBySide(engine, pairs[0]);
+    WriteAtomically(options.saveRectified, [&](const std::string& temporary) { return cv::imwrite(temporary, canvas); });
+    std::printf("rectified pair:   %s\n", options.saveRectified.c_str());
+  }
+  return summary;
+}
+
+int RunChart(const ChartOptions& options) {
+  const ChartSummary summary = CalibrateChart(options);
+  return summary.status == kChartOk && AllChartChecksPassed(summary.checks) ? kExitSuccess : kExitChecksFailed;
+}

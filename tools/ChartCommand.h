@@ -1,0 +1,35 @@
+// qlm-calib chart: the chessboard stereo calibration of the engine over
+// image pairs, with a summary table, JSON and a rectified preview.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "chart/ChartDriver.h"
+
+class dualCalibration;
+
+struct ChartOptions {
+  std::string params;
+  std::vector<std::string> tables;
+  std::string json, saveRectified;
+  std::vector<std::string> images;  // main1 second1 main2 second2 ...
+};
+
+void AddChartOptions(CLI::App& command, ChartOptions& options);
+// Runs the chart driver on the global engine, prints the summary and writes
+// the requested files.
+ChartSummary CalibrateChart(const ChartOptions& options);
+// CalibrateChart answered with the exit status: 0 when every limit check passed, 3 when the calibration ran
+// but failed or a check did not pass.
+int RunChart(const ChartOptions& options);
+
+// True when every limit check of the summary passed.
+bool AllChartChecksPassed(const ChartLimitChecks& checks);
+
+// The summary's JSON form (keys views_found, views_total, rms, T,
+// angles_deg, K1, K2, D1, D2, per_view_errors, mono_rms, status, checks).
+nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibration& engine);
