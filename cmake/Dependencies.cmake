@@ -1,5 +1,9 @@
 # Third-party packages: OpenCV 4 and Android's liblog (the NDK's on Android,
 # Debian's android-liblog-dev on Linux hosts, which prints to standard error).
+if(ANDROID AND NOT EXISTS "${OpenCV_DIR}/OpenCVConfig.cmake")
+  message(FATAL_ERROR "Android build: OpenCV_DIR must name the OpenCV Android SDK's "
+                      "sdk/native/jni folder (OpenCVConfig.cmake not found in '${OpenCV_DIR}')")
+endif()
 find_package(OpenCV 4 REQUIRED COMPONENTS core imgproc features2d calib3d imgcodecs)
 
 if(ANDROID)

@@ -14,6 +14,7 @@
 
 #include "distortion/CDistortionFilter.h"
 #include "tests/support/TestFiles.h"
+#include "tests/support/YuvPlanes.h"
 
 namespace {
 
@@ -23,22 +24,6 @@ namespace {
 
 constexpr uint8_t kUntouched = 0xA5;
 constexpr float kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-
-// A 4:2:0 image with its planes sized exactly as the source samplers read
-// them, or as a warp writes them (target), so any stray access is caught.
-struct YuvPlanes {
-  int width = 0, height = 0;
-  std::vector<uint8_t> luma, chroma;
-
-  YuvImage Image() {
-    YuvImage image;
-    image.luma = luma.data();
-    image.chroma = chroma.data();
-    image.width = width;
-    image.height = height;
-    return image;
-  }
-};
 
 // A smooth synthetic scene: slow sinusoids with a fixed seed for the phases.
 YuvPlanes SmoothSource(int width, int height, unsigned seed) {
@@ -73,10 +58,7 @@ YuvPlanes NoiseSource(int width, int height, unsigned seed) {
   return planes;
 }
 
-YuvPlanes Target(int width, int height) {
-  return YuvPlanes{width, height, std::vector<uint8_t>(static_cast<size_t>(WarpLumaBytes(width, height)), kUntouched),
-                   std::vector<uint8_t>(static_cast<size_t>(WarpChromaBytes(width, height)), kUntouched)};
-}
+YuvPlanes Target(int width, int height) { return WarpTarget(width, height, kUntouched); }
 
 std::array<float, 9> Camera(float fx, float fy, float cx, float cy) { return {fx, 0, cx, 0, fy, cy, 0, 0, 1}; }
 
