@@ -20,18 +20,6 @@ namespace {
 constexpr double kDegreesPerRadian = 180.0 / 3.14159265358979323846;
 constexpr int kGuideLineSpacingPx = 64;
 
-nlohmann::json MatJson(const cv::Mat& matrix) {
-  nlohmann::json rows = nlohmann::json::array();
-  cv::Mat values;
-  matrix.convertTo(values, CV_64F);
-  for (int r = 0; r < values.rows; ++r) {
-    nlohmann::json row = nlohmann::json::array();
-    for (int c = 0; c < values.cols; ++c) row.push_back(values.at<double>(r, c));
-    rows.push_back(row);
-  }
-  return rows;
-}
-
 const char* PassFail(bool passed) { return passed ? "pass" : "FAIL"; }
 
 std::vector<std::pair<cv::Mat, cv::Mat>> ReadPairs(const std::vector<std::string>& images) {
@@ -120,8 +108,8 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
         {"translation_x", c.translationX}, {"translation_y", c.translationY}, {"translation_z", c.translationZ}}},
   };
   if (summary.status == kChartOk) {
-    json["K1"] = MatJson(engine.K1), json["K2"] = MatJson(engine.K2);
-    json["D1"] = MatJson(engine.D1), json["D2"] = MatJson(engine.D2);
+    json["K1"] = MatrixJson(engine.K1), json["K2"] = MatrixJson(engine.K2);
+    json["D1"] = MatrixJson(engine.D1), json["D2"] = MatrixJson(engine.D2);
   } else {
     json["failed_stage"] = summary.failedStage;
     json["message"] = summary.message;

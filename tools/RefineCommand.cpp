@@ -32,16 +32,6 @@ std::vector<unsigned char> ReadCallerRecord(const std::string& path) {
   return record;
 }
 
-nlohmann::json MatrixJson(const cv::Mat& matrix) {
-  nlohmann::json rows = nlohmann::json::array();
-  for (int r = 0; r < matrix.rows; ++r) {
-    nlohmann::json row = nlohmann::json::array();
-    for (int c = 0; c < matrix.cols; ++c) row.push_back(matrix.at<double>(r, c));
-    rows.push_back(row);
-  }
-  return rows;
-}
-
 nlohmann::json ReportJson(int code, const FeaturePointReport& report, int refineCount) {
   return {{"code", code},
           {"keypoints_main", report.keypoints1},

@@ -26,12 +26,6 @@ constexpr int32_t kSceneMatchThreshold = 30;
 constexpr int32_t kSceneScaleToleranceHundredths = 3;
 constexpr int32_t kSceneOffsetLimitPx = 40;
 
-nlohmann::json MatrixJson(const cv::Matx33d& matrix) {
-  nlohmann::json rows = nlohmann::json::array();
-  for (int r = 0; r < 3; ++r) rows.push_back({matrix(r, 0), matrix(r, 1), matrix(r, 2)});
-  return rows;
-}
-
 void WriteImage(const std::string& path, const cv::Mat& image) {
   WriteAtomically(path, [&](const std::string& temporary) { return cv::imwrite(temporary, image); });
 }
@@ -98,8 +92,8 @@ nlohmann::json WriteSyntheticScene(const SynthOptions& options) {
   WriteSceneParameters((directory / kSceneParams).string());
   const nlohmann::json truth = {{"size", {size.width, size.height}},
                                 {"seed", options.seed},
-                                {"main_to_second", MatrixJson(mainToSecond)},
-                                {"expected_estimate", MatrixJson(pair.expectedEstimate)}};
+                                {"main_to_second", MatrixJson(cv::Mat(mainToSecond))},
+                                {"expected_estimate", MatrixJson(cv::Mat(pair.expectedEstimate))}};
   WriteJsonAtomically((directory / kSceneTruth).string(), truth);
   return truth;
 }

@@ -71,3 +71,15 @@ void WriteJsonAtomically(const std::string& path, const nlohmann::json& document
   const std::string text = document.dump(2) + "\n";
   WriteBytesAtomically(path, text.data(), text.size());
 }
+
+nlohmann::json MatrixJson(const cv::Mat& matrix) {
+  cv::Mat values;
+  matrix.convertTo(values, CV_64F);
+  nlohmann::json rows = nlohmann::json::array();
+  for (int r = 0; r < values.rows; ++r) {
+    nlohmann::json row = nlohmann::json::array();
+    for (int c = 0; c < values.cols; ++c) row.push_back(values.at<double>(r, c));
+    rows.push_back(row);
+  }
+  return rows;
+}

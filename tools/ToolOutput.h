@@ -7,6 +7,7 @@
 #include <string>
 
 #include <nlohmann/json.hpp>
+#include <opencv2/core.hpp>
 
 // Chooses the directory for the files the library writes: the option when
 // given, else QLM_PICTURES_DIR, else /sdcard/Pictures/ when it exists, else
@@ -21,3 +22,6 @@ std::string SelectPicturesDir(const std::string& option);
 void WriteAtomically(const std::string& path, const std::function<bool(const std::string&)>& write);
 void WriteBytesAtomically(const std::string& path, const void* data, size_t size);
 void WriteJsonAtomically(const std::string& path, const nlohmann::json& document);
+
+// A matrix of any depth as JSON rows of numbers.
+nlohmann::json MatrixJson(const cv::Mat& matrix);
