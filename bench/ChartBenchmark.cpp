@@ -41,7 +41,7 @@ void BM_ChartDriverEightPairs(benchmark::State& state) {
   const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = RenderedPairs(8);
   for (auto _ : state) {
     auto engine = ChartEngine();
-    const ChartSummary summary = engine->runChartCalibration(pairs, nullptr, nullptr);
+    const ChartSummary summary = engine->runChartCalibration(pairs, ChartRunOptions());
     if (summary.status != kChartOk) state.SkipWithError(summary.message.c_str());
     state.counters["views"] = summary.viewCount;
     state.counters["stereoRmsPx"] = summary.stereoRms;

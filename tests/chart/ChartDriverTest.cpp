@@ -69,8 +69,11 @@ std::unique_ptr<dualCalibration> ChartEngine() {
 
 ChartSummary RunDriver(dualCalibration& engine, const ImagePairs& pairs, const char* mainTable = nullptr,
                  const char* secondTable = nullptr, std::string* printed = nullptr) {
+  ChartRunOptions options;
+  options.mainTablePath = mainTable;
+  options.secondTablePath = secondTable;
   CaptureStdout();
-  ChartSummary summary = engine.runChartCalibration(pairs, mainTable, secondTable);
+  ChartSummary summary = engine.runChartCalibration(pairs, options);
   const std::string text = GetCapturedStdout();
   if (printed != nullptr) *printed = text;
   return summary;
@@ -171,14 +174,20 @@ TEST(ChartDriver, PairsWithoutTheBoardInBothImagesAddNoView) {
   const cv::Mat empty = RenderEmptyView(kImageSize, RenderOptions(), 5);
   ImagePairs pairs = {good[0], {empty, empty}, good[1], {good[2].first, empty}, {empty, good[2].second}, good[2]};
   auto engine = ChartEngine();
-  std::vector<std::pair<size_t, bool>> progress;
+  std::vector<std::pair<size_t, ChartPairResult>> progress;
+  ChartRunOptions options;
+  options.onPair = [&](size_t k, ChartPairResult result) { progress.emplace_back(k, result); };
   CaptureStdout();
-  const ChartSummary summary = engine->runChartCalibration(
-      pairs, nullptr, nullptr, [&](size_t k, bool found) { progress.emplace_back(k, found); });
+  const ChartSummary summary = engine->runChartCalibration(pairs, options);
   GetCapturedStdout();
   EXPECT_EQ(summary.viewsFound, (std::vector<int32_t>{1, 0, 1, 0, 0, 1}));
-  const std::vector<std::pair<size_t, bool>> expectedProgress = {{0, true},  {1, false}, {2, true},
-                                                                 {3, false}, {4, false}, {5, true}};
+  // An empty second image fails the quick check; an empty main image passes
+  // it and fails the full search.
+  EXPECT_EQ(summary.quickRejected, (std::vector<int32_t>{0, 1, 0, 1, 0, 0}));
+  using R = ChartPairResult;
+  const std::vector<std::pair<size_t, R>> expectedProgress = {{0, R::kView},    {1, R::kNoBoardQuickCheck},
+                                                              {2, R::kView},    {3, R::kNoBoardQuickCheck},
+                                                              {4, R::kNoBoard}, {5, R::kView}};
   EXPECT_EQ(progress, expectedProgress);
   auto reference = ChartEngine();
   CaptureStdout();
