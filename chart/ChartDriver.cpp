@@ -3,12 +3,14 @@
 // stage, and the summary for the caller.
 #include "chart/ChartDriver.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <string>
 
 #include <opencv2/calib3d.hpp>
 
+#include "chart/ViewOutliers.h"
 #include "engine/dualCalibration.h"
 
 namespace {
@@ -55,10 +57,35 @@ bool RunStage(ChartSummary& summary, const char* name, Stage stage) {
   return false;
 }
 
+// True when points holds one point twice: the nearest pairing took a corner
+// of the second list for two corners of the main list.
+bool HasRepeatedPoint(std::vector<cv::Point2f> points) {
+  std::sort(points.begin(), points.end(),
+            [](const cv::Point2f& a, const cv::Point2f& b) { return a.x < b.x || (a.x == b.x && a.y < b.y); });
+  return std::adjacent_find(points.begin(), points.end()) != points.end();
+}
+
+// One pair's search and what it added to the summary.
+ChartPairResult CollectView(dualCalibration& engine, const std::pair<cv::Mat, cv::Mat>& pair, bool quickCheck,
+                            ChartSummary& summary) {
+  const cv::Size patternSize(engine.m_nBoardWidth, engine.m_nBoardHeight);
+  if (quickCheck && !engine.passesQuickBoardCheck(pair.second, patternSize)) {
+    return ChartPairResult::kNoBoardQuickCheck;
+  }
+  const int viewIndex = static_cast<int>(engine.mImagePoints1.size());
+  if (engine.findImagePoints(pair.first, pair.second, viewIndex) != 1) return ChartPairResult::kNoBoard;
+  if (engine.mCornerPairing == CornerPairing::kGrid) {
+    summary.gridPairings.push_back(engine.mLastGridPairing);
+  } else if (HasRepeatedPoint(engine.mImagePoints2.back())) {
+    summary.repeatedCornerViews.push_back(viewIndex);
+  }
+  return ChartPairResult::kView;
+}
+
 // The intake: chart sizes and images from pair 0, fresh view lists, then
-// one findImagePoints per pair.
+// one search per pair.
 void CollectViews(dualCalibration& engine, const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
-                  const ChartPairProgress& onPair, ChartSummary& summary) {
+                  const ChartRunOptions& options, ChartSummary& summary) {
   const cv::Mat& mainImage = pairs[0].first;
   const cv::Mat& secondImage = pairs[0].second;
   engine.chartImageSizes[0] = mainImage.cols;
@@ -69,12 +96,14 @@ void CollectViews(dualCalibration& engine, const std::vector<std::pair<cv::Mat, 
   engine.mObjectPoints.clear();
   engine.mImagePoints1.clear();
   engine.mImagePoints2.clear();
-  for (const std::pair<cv::Mat, cv::Mat>& pair : pairs) {
-    const int viewIndex = static_cast<int>(engine.mImagePoints1.size());
-    const int found = engine.findImagePoints(pair.first, pair.second, viewIndex);
-    summary.viewsFound.push_back(found);
-    summary.viewCount += found;
-    if (onPair) onPair(summary.viewsFound.size() - 1, found == 1);
+  engine.mCornerPairing = options.pairing;
+  summary.pairing = options.pairing;
+  for (size_t k = 0; k < pairs.size(); ++k) {
+    const ChartPairResult result = CollectView(engine, pairs[k], options.quickCheck, summary);
+    summary.viewsFound.push_back(result == ChartPairResult::kView);
+    summary.quickRejected.push_back(result == ChartPairResult::kNoBoardQuickCheck);
+    summary.viewCount += result == ChartPairResult::kView;
+    if (options.onPair) options.onPair(k, result);
   }
 }
 
@@ -121,20 +150,12 @@ ChartResultSet DeepCopy(const ChartResultSet& set) {
   return copy;
 }
 
-ChartSummary RunChart(dualCalibration& engine, const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
-                      const char* mainTablePath, const char* secondTablePath, const ChartPairProgress& onPair) {
-  ChartSummary summary;
-  const std::string problem = CheckPairs(pairs);
-  if (!problem.empty()) return Fail(summary, kChartBadImages, "chart intake", problem);
-  if ((mainTablePath == nullptr) != (secondTablePath == nullptr)) {
-    return Fail(summary, kChartBadTables, "chart intake", "both distortion tables or none are needed");
-  }
-  if (!RunStage(summary, "findImagePoints", [&] { CollectViews(engine, pairs, onPair, summary); })) return summary;
+// The mono and the stereo stage on the view lists, with the summary's figures.
+ChartSummary& CalibrateViews(dualCalibration& engine, ChartSummary& summary) {
   if (summary.viewCount < kChartMinViews) {
     return Fail(summary, kChartTooFewViews, "findImagePoints",
                 std::to_string(summary.viewCount) + " views found, " + std::to_string(kChartMinViews) + " needed");
   }
-  if (mainTablePath != nullptr && !UndistortViews(engine, summary, mainTablePath, secondTablePath)) return summary;
   if (!RunStage(summary, "monoCalibration", [&] { engine.monoCalibration(); })) return summary;
   summary.monoRms1 = engine.mMonoRMS1;
   summary.monoRms2 = engine.mMonoRMS2;
@@ -144,6 +165,7 @@ ChartSummary RunChart(dualCalibration& engine, const std::vector<std::pair<cv::M
       })) {
     return summary;
   }
+  summary.outlierViews = ViewOutliers(summary.viewErrors1, summary.viewErrors2);
   if (!RunStage(summary, "stereoCalibration", [&] { engine.stereoCalibration(); })) return summary;
   // The platform result file and the preview read the second set and mSecondRotation.
   engine.mSecondResult = DeepCopy(engine.firstResultSet());
@@ -156,16 +178,86 @@ ChartSummary RunChart(dualCalibration& engine, const std::vector<std::pair<cv::M
   return summary;
 }
 
+ChartSummary RunChart(dualCalibration& engine, const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
+                      const ChartRunOptions& options) {
+  ChartSummary summary;
+  const std::string problem = CheckPairs(pairs);
+  if (!problem.empty()) return Fail(summary, kChartBadImages, "chart intake", problem);
+  const bool withTables = options.mainTablePath != nullptr;
+  if (withTables != (options.secondTablePath != nullptr)) {
+    return Fail(summary, kChartBadTables, "chart intake", "both distortion tables or none are needed");
+  }
+  if (!RunStage(summary, "findImagePoints", [&] { CollectViews(engine, pairs, options, summary); })) return summary;
+  if (withTables && summary.viewCount >= kChartMinViews) {
+    if (!UndistortViews(engine, summary, options.mainTablePath, options.secondTablePath)) return summary;
+    summary.viewsWithoutTables = summary.viewCount - kChartMinViews;
+  }
+  return CalibrateViews(engine, summary);
+}
+
+// Removes the given views (ascending, distinct, in range) from the view
+// lists and from the summary's per-view facts.
+void RemoveViews(dualCalibration& engine, const std::vector<int32_t>& views, ChartSummary& summary) {
+  std::vector<int32_t> pairOfView;
+  for (size_t k = 0; k < summary.viewsFound.size(); ++k) {
+    if (summary.viewsFound[k] == 1) pairOfView.push_back(static_cast<int32_t>(k));
+  }
+  std::vector<int32_t> repeated;
+  for (const int32_t view : summary.repeatedCornerViews) {
+    if (std::binary_search(views.begin(), views.end(), view)) continue;
+    repeated.push_back(view - static_cast<int32_t>(std::lower_bound(views.begin(), views.end(), view) - views.begin()));
+  }
+  summary.repeatedCornerViews = repeated;
+  int32_t uncorrectedRemoved = 0;
+  for (auto view = views.rbegin(); view != views.rend(); ++view) {
+    engine.mObjectPoints.erase(engine.mObjectPoints.begin() + *view);
+    engine.mImagePoints1.erase(engine.mImagePoints1.begin() + *view);
+    engine.mImagePoints2.erase(engine.mImagePoints2.begin() + *view);
+    if (*view < static_cast<int32_t>(summary.gridPairings.size())) {
+      summary.gridPairings.erase(summary.gridPairings.begin() + *view);
+    }
+    summary.viewsFound[pairOfView[*view]] = 0;
+    uncorrectedRemoved += *view >= kChartMinViews;
+  }
+  summary.viewCount -= static_cast<int32_t>(views.size());
+  if (summary.viewsWithoutTables > 0) summary.viewsWithoutTables -= uncorrectedRemoved;
+}
+
 }  // namespace
 
 ChartSummary dualCalibration::runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
-                                                  const char* mainTablePath, const char* secondTablePath,
-                                                  const ChartPairProgress& onPair) {
+                                                  const ChartRunOptions& options) {
   try {
-    return RunChart(*this, pairs, mainTablePath, secondTablePath, onPair);
+    return RunChart(*this, pairs, options);
   } catch (...) {
     // Only the summary's own bookkeeping can get here (out of memory); the
     // stages' errors are caught where they run.
+    return ChartSummary();
+  }
+}
+
+ChartSummary dualCalibration::recalibrateChartWithoutViews(const ChartSummary& first,
+                                                           const std::vector<int32_t>& views) {
+  try {
+    std::vector<int32_t> removed;
+    for (const int32_t view : views) {
+      if (view >= 0 && view < first.viewCount && view < static_cast<int32_t>(mImagePoints1.size())) {
+        removed.push_back(view);
+      }
+    }
+    std::sort(removed.begin(), removed.end());
+    removed.erase(std::unique(removed.begin(), removed.end()), removed.end());
+    ChartSummary summary;
+    summary.viewsFound = first.viewsFound;
+    summary.quickRejected = first.quickRejected;
+    summary.viewCount = first.viewCount;
+    summary.pairing = first.pairing;
+    summary.gridPairings = first.gridPairings;
+    summary.repeatedCornerViews = first.repeatedCornerViews;
+    summary.viewsWithoutTables = first.viewsWithoutTables;
+    RemoveViews(*this, removed, summary);
+    return CalibrateViews(*this, summary);
+  } catch (...) {
     return ChartSummary();
   }
 }

@@ -11,6 +11,8 @@
 
 #include <opencv2/core.hpp>
 
+#include "chart/CornerCorrespondence.h"
+
 // Status codes of the chart driver.
 enum ChartStatus : int32_t {
   kChartOk = 1,
@@ -21,9 +23,26 @@ enum ChartStatus : int32_t {
   kChartStageFailed = -5,   // an OpenCV or memory error in a stage; message holds its text
 };
 
-// Told after each pair's chessboard search: the pair's index and whether it
-// became a view.
-using ChartPairProgress = std::function<void(size_t pairIndex, bool found)>;
+// What became of one chart pair.
+enum class ChartPairResult : int32_t {
+  kView,               // the board was found in both images
+  kNoBoard,            // the search did not find the board in both
+  kNoBoardQuickCheck,  // the second image failed the quick board check; not searched
+};
+
+// Told after each pair's chessboard search: the pair's index and its result.
+using ChartPairProgress = std::function<void(size_t pairIndex, ChartPairResult result)>;
+
+struct ChartRunOptions {
+  const char* mainTablePath = nullptr;  // distortion tables: both or neither
+  const char* secondTablePath = nullptr;
+  CornerPairing pairing = CornerPairing::kNearest;
+  // Turns away a pair whose second image fails the quick board check before
+  // its full search, which would otherwise take seconds on a pair without a
+  // board; a board the check misses is then lost.
+  bool quickCheck = true;
+  ChartPairProgress onPair;
+};
 
 // Views the stereo stage needs: its residue fit reads views 0 to 3.
 constexpr int kChartMinViews = 4;
@@ -48,7 +67,12 @@ struct ChartSummary {
   std::string failedStage;  // empty when status is kChartOk
   std::string message;      // why the driver stopped; empty when status is kChartOk
   std::vector<int32_t> viewsFound;  // per pair: 1 when it became a view, 0 otherwise
+  std::vector<int32_t> quickRejected;  // per pair: 1 when the quick board check turned it away
   int32_t viewCount = 0;
+  CornerPairing pairing = CornerPairing::kNearest;
+  std::vector<GridPairing> gridPairings;     // per view, with the grid pairing
+  std::vector<int32_t> repeatedCornerViews;  // views whose second list holds one corner twice
+  int32_t viewsWithoutTables = 0;  // views the distortion tables left uncorrected (beyond the first four)
   double monoRms1 = 0.0;  // main camera, pixels
   double monoRms2 = 0.0;  // second camera, pixels
   std::vector<float> viewErrors1;  // per view, main camera, mono calibration, pixels
@@ -57,4 +81,7 @@ struct ChartSummary {
   cv::Vec3d T;                     // translation, unit of nSquareSize
   float r_x = 0.0f, r_y = 0.0f, r_z = 0.0f;  // angles of R, radians
   ChartLimitChecks checks;
+  // Views whose mono error in either camera is more than three times that
+  // camera's median view error (ViewOutliers).
+  std::vector<int32_t> outlierViews;
 };

@@ -12,18 +12,24 @@ namespace {
 
 constexpr double kSearchScale = 0.25;
 constexpr float kCornerScale = 4.0f;
-// Adaptive threshold + normalised image + fast check for the main image;
-// the second image is searched without the fast check. Intended asymmetry.
-constexpr int kMainSearchFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_FAST_CHECK;
-constexpr int kSecondSearchFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE;
+// Flag words 13 for the main image and 5 for the second: adaptive
+// threshold and quad filtering for both, the fast check for the main image
+// only. Intended asymmetry.
+constexpr int kMainSearchFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_FILTER_QUADS | cv::CALIB_CB_FAST_CHECK;
+constexpr int kSecondSearchFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_FILTER_QUADS;
+static_assert(kMainSearchFlags == 13 && kSecondSearchFlags == 5, "the search flag words are 13 and 5");
+
+bool SearchAtQuarterSize(const cv::Mat& image, cv::Size patternSize, int flags, std::vector<cv::Point2f>& corners) {
+  cv::Mat reduced;
+  cv::resize(image, reduced, cv::Size(), kSearchScale, kSearchScale, cv::INTER_LINEAR);
+  return cv::findChessboardCorners(reduced, patternSize, corners, flags);
+}
 
 // Searches the quarter-size image and returns the corners at full scale,
 // refined on the full image when the board was found.
 bool FindCornersAtQuarterSize(const cv::Mat& image, cv::Size patternSize, int flags,
                               std::vector<cv::Point2f>& corners) {
-  cv::Mat reduced;
-  cv::resize(image, reduced, cv::Size(), kSearchScale, kSearchScale, cv::INTER_LINEAR);
-  const bool found = cv::findChessboardCorners(reduced, patternSize, corners, flags);
+  const bool found = SearchAtQuarterSize(image, patternSize, flags, corners);
   for (cv::Point2f& corner : corners) corner *= kCornerScale;
   if (found) {
     cv::cornerSubPix(image, corners, cv::Size(10, 10), cv::Size(-1, -1),
@@ -54,7 +60,11 @@ bool dualCalibration::detectChessboardCorners(const cv::Mat& mainImage, const cv
     std::printf("ERROR: mask %d image points not found ! \n", label);
     return false;
   }
-  matchCornerOrder(found1, found2, corners1, corners2);
+  if (mCornerPairing == CornerPairing::kGrid) {
+    mLastGridPairing = matchCornerGridOrder(found1, found2, patternSize, corners1, corners2);
+  } else {
+    matchCornerOrder(found1, found2, corners1, corners2);
+  }
   std::cout << label << ". Found corners!" << std::endl;
   return true;
 }
@@ -78,4 +88,9 @@ int dualCalibration::findImagePoints(const cv::Mat& mainImage, const cv::Mat& se
     DrawChartView(secondCopy, patternSize, mImagePoints2[viewIndex]);
   }
   return 1;
+}
+
+bool dualCalibration::passesQuickBoardCheck(const cv::Mat& image, cv::Size patternSize) const {
+  std::vector<cv::Point2f> corners;
+  return SearchAtQuarterSize(image, patternSize, kMainSearchFlags, corners);
 }

@@ -1,7 +1,14 @@
-// Pairing of the second view's corners with the main view's by position.
+// Pairing of the second view's corners with the main view's: by position,
+// or by the board's symmetric orders.
+#include "chart/CornerCorrespondence.h"
+
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <memory>
+#include <numeric>
+
+#include <opencv2/calib3d.hpp>
 
 #include "engine/dualCalibration.h"
 
@@ -66,7 +73,79 @@ int MatchCorners(const std::vector<cv::Point2f>& first, const std::vector<cv::Po
   return 1;
 }
 
+// corners (one board listed row by row) in the main list's order under order.
+std::vector<cv::Point2f> Reordered(const std::vector<cv::Point2f>& corners, cv::Size patternSize,
+                                   const GridOrder& order) {
+  const int w = patternSize.width, h = patternSize.height;
+  std::vector<cv::Point2f> reordered;
+  reordered.reserve(corners.size());
+  for (int i = 0; i < h; ++i) {
+    for (int j = 0; j < w; ++j) {
+      int row = order.transposed ? j : i;
+      int column = order.transposed ? i : j;
+      if (order.rowsReversed) row = h - 1 - row;
+      if (order.columnsReversed) column = w - 1 - column;
+      reordered.push_back(corners[row * w + column]);
+    }
+  }
+  return reordered;
+}
+
+cv::Point2d Mapped(const cv::Matx33d& H, const cv::Point2f& point) {
+  const double s = H(2, 0) * point.x + H(2, 1) * point.y + H(2, 2);
+  return {(H(0, 0) * point.x + H(0, 1) * point.y + H(0, 2)) / s, (H(1, 0) * point.x + H(1, 1) * point.y + H(1, 2)) / s};
+}
+
+// How far the homography's local map at point is from one that only scales
+// and shifts: the trace of its Jacobian over twice the root of its
+// determinant's magnitude, which is the cosine of the turn for a similarity
+// and 0 for a mirror image.
+double Agreement(const cv::Matx33d& H, const cv::Point2f& point) {
+  const double s = H(2, 0) * point.x + H(2, 1) * point.y + H(2, 2);
+  const cv::Point2d m = Mapped(H, point);
+  const double j00 = (H(0, 0) - m.x * H(2, 0)) / s, j01 = (H(0, 1) - m.x * H(2, 1)) / s;
+  const double j10 = (H(1, 0) - m.y * H(2, 0)) / s, j11 = (H(1, 1) - m.y * H(2, 1)) / s;
+  const double scale = std::sqrt(std::fabs(j00 * j11 - j01 * j10));
+  return scale > 0.0 ? (j00 + j11) / (2.0 * scale) : -2.0;
+}
+
+double ResidualPx(const cv::Matx33d& H, const std::vector<cv::Point2f>& from, const std::vector<cv::Point2f>& to) {
+  double sum = 0.0;
+  for (size_t k = 0; k < to.size(); ++k) {
+    const cv::Point2d d = Mapped(H, from[k]) - cv::Point2d(to[k]);
+    sum += d.dot(d);
+  }
+  return std::sqrt(sum / static_cast<double>(to.size()));
+}
+
 }  // namespace
+
+GridPairing dualCalibration::matchCornerGridOrder(const std::vector<cv::Point2f>& corners1,
+                                                  const std::vector<cv::Point2f>& corners2, cv::Size patternSize,
+                                                  std::vector<cv::Point2f>& matched1,
+                                                  std::vector<cv::Point2f>& matched2) const {
+  GridPairing best;
+  const size_t count = static_cast<size_t>(patternSize.area());
+  if (patternSize.width < 2 || patternSize.height < 2 || corners1.size() != count || corners2.size() != count) {
+    return best;
+  }
+  const cv::Point2f centre = std::accumulate(corners1.begin(), corners1.end(), cv::Point2f()) * (1.0f / count);
+  const int orders = patternSize.width == patternSize.height ? kGridOrdersSquare : kGridOrdersRectangular;
+  std::vector<cv::Point2f> bestOrder;
+  for (int k = 0; k < orders; ++k) {
+    std::vector<cv::Point2f> candidate = Reordered(corners2, patternSize, kGridOrders[k]);
+    const cv::Mat H = cv::findHomography(corners1, candidate, 0);
+    if (H.empty()) continue;
+    const double agreement = Agreement(cv::Matx33d(H), centre);
+    if (best.order != -1 && !(agreement > best.agreement)) continue;
+    best = {k, ResidualPx(cv::Matx33d(H), corners1, candidate), agreement};
+    bestOrder = std::move(candidate);
+  }
+  if (best.order == -1) return best;
+  matched1.insert(matched1.end(), corners1.begin(), corners1.end());
+  matched2.insert(matched2.end(), bestOrder.begin(), bestOrder.end());
+  return best;
+}
 
 int dualCalibration::matchCornerOrder(std::vector<cv::Point2f> corners1, std::vector<cv::Point2f> corners2,
                                       std::vector<cv::Point2f>& matched1, std::vector<cv::Point2f>& matched2) {

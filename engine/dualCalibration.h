@@ -166,10 +166,26 @@ class dualCalibration final : public CFilter {
                        std::vector<cv::Point2f>& matched1, std::vector<cv::Point2f>& matched2);
   // The same on mCorners1/mCorners2, appending to mMatchedCorners1/2. Returns 1.
   int matchStoredCornerOrder();
+  // Grid pairing: when both lists hold the patternSize board's corners row
+  // by row, appends corners1 to matched1 and corners2 to matched2 in the
+  // symmetric order of the board (kGridOrders) under which the homography
+  // fitted from the main to the second list agrees best with a mapping that
+  // only scales and shifts: the two cameras of a rig look the same way, and
+  // a planar grid fits a homography equally well in every symmetric order,
+  // so the fit's residual cannot decide. Ties go to the earlier order. Lists
+  // of another length append nothing; the result's order is then -1.
+  GridPairing matchCornerGridOrder(const std::vector<cv::Point2f>& corners1,
+                                   const std::vector<cv::Point2f>& corners2, cv::Size patternSize,
+                                   std::vector<cv::Point2f>& matched1, std::vector<cv::Point2f>& matched2) const;
+  // The pairing detectChessboardCorners runs, and what the grid pairing
+  // chose for the last board it paired.
+  CornerPairing mCornerPairing = CornerPairing::kNearest;
+  GridPairing mLastGridPairing;
 
   // Searches both images at quarter size (the second without the fast
-  // check), refines the corners on the full images and pairs them. True when
-  // the board was found in both; label appears in the messages only.
+  // check), refines the corners on the full images and pairs them with
+  // mCornerPairing. True when the board was found in both; label appears in
+  // the messages only.
   bool detectChessboardCorners(const cv::Mat& mainImage, const cv::Mat& secondImage, int label,
                                cv::Size patternSize, std::vector<cv::Point2f>& corners1,
                                std::vector<cv::Point2f>& corners2);
@@ -177,6 +193,11 @@ class dualCalibration final : public CFilter {
   // found in both 8-bit grey images: 1; otherwise 0 and no list changes.
   // viewIndex names the stored view drawn while bSaveDebugInfo is set.
   int findImagePoints(const cv::Mat& mainImage, const cv::Mat& secondImage, int viewIndex);
+  // The main image's quarter-size search, fast check included, on any
+  // image: true when it finds the board. Past the fast check it is the
+  // second image's own search, so a false answer for a second image loses
+  // only a board that the fast check misses.
+  bool passesQuickBoardCheck(const cv::Mat& image, cv::Size patternSize) const;
 
   // Calibrates each camera from the view lists into K1/D1 and K2/D2 and
   // warns when either RMS exceeds nMaxReprojectionERROR / 100. Returns 1.
@@ -233,16 +254,21 @@ class dualCalibration final : public CFilter {
 
   // The chart driver: takes the chart image pairs (main, second; 8-bit grey,
   // every pair of the same sizes), stores the sizes and the images of pair 0
-  // as the chart images, collects the views into emptied view lists,
+  // as the chart images, collects the views into emptied view lists with
+  // the options' pairing (a pair whose second image fails the quick board
+  // check is not searched, unless the options turn the check off),
   // undistorts their corners with the two distortion tables when both paths
   // are given (both null: no tables), runs the mono and the stereo stage and
   // fills mSecondResult and mSecondRotation from the first result set. With
   // fewer than kChartMinViews views no calibration stage runs. The summary's
-  // status is kChartOk or a negative ChartStatus; nothing throws. onPair,
-  // when given, is told after each pair's search whether it became a view.
+  // status is kChartOk or a negative ChartStatus; nothing throws.
   ChartSummary runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
-                                   const char* mainTablePath, const char* secondTablePath,
-                                   const ChartPairProgress& onPair = nullptr);
+                                   const ChartRunOptions& options);
+  // Runs the mono and the stereo stage again on the views of the last
+  // runChartCalibration without the given views (0-based, as in first's
+  // per-view lists), which are removed from the view lists; first is that
+  // run's summary. Nothing throws.
+  ChartSummary recalibrateChartWithoutViews(const ChartSummary& first, const std::vector<int32_t>& views);
 
   // Bound parameter members, in declaration order (differs from registration order).
   int32_t m_nBoardWidth = 0, m_nBoardHeight = 0, m_nSquareSize = 0;

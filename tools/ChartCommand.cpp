@@ -1,7 +1,9 @@
 #include "tools/ChartCommand.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <iostream>
 #include <memory>
 #include <utility>
@@ -11,6 +13,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "api/Globals.h"
+#include "chart/ViewOutliers.h"
 #include "framework/PicturesDir.h"
 #include "tools/ToolInput.h"
 #include "tools/ToolOutput.h"
@@ -34,8 +37,41 @@ std::vector<std::pair<cv::Mat, cv::Mat>> ReadPairs(const std::vector<std::string
   return pairs;
 }
 
+const char* PairingName(CornerPairing pairing) { return pairing == CornerPairing::kGrid ? "grid" : "nearest"; }
+
+// "1, 4, 7" from 0-based indices.
+std::string OneBasedList(const std::vector<int32_t>& indices) {
+  std::string list;
+  for (const int32_t index : indices) list += (list.empty() ? "" : ", ") + std::to_string(index + 1);
+  return list;
+}
+
+bool IsOutlier(const ChartSummary& summary, size_t view) {
+  return std::find(summary.outlierViews.begin(), summary.outlierViews.end(), static_cast<int32_t>(view)) !=
+         summary.outlierViews.end();
+}
+
+void PrintPairing(const ChartSummary& summary) {
+  std::printf("pairing:          %s\n", PairingName(summary.pairing));
+  for (size_t k = 0; k < summary.gridPairings.size(); ++k) {
+    const GridPairing& pairing = summary.gridPairings[k];
+    std::printf("view %zu order:     %s, homography fit %.4f px\n", k + 1,
+                pairing.order < 0 ? "none" : kGridOrders[pairing.order].name, pairing.residualPx);
+  }
+  if (!summary.repeatedCornerViews.empty()) {
+    std::printf("repeated corners: views %s (a second-image corner taken twice)\n",
+                OneBasedList(summary.repeatedCornerViews).c_str());
+  }
+  if (summary.viewsWithoutTables > 0) {
+    std::printf("warning:          the distortion tables correct views 1 to %d only; %d later views enter the "
+                "calibration uncorrected\n",
+                kChartMinViews, summary.viewsWithoutTables);
+  }
+}
+
 void PrintSummary(const ChartSummary& summary) {
-  std::printf("\n== chart summary\nviews:            %d of %zu\n", summary.viewCount, summary.viewsFound.size());
+  std::printf("views:            %d of %zu\n", summary.viewCount, summary.viewsFound.size());
+  PrintPairing(summary);
   if (summary.status != kChartOk) {
     std::printf("failed:           %s: %s\n", summary.failedStage.c_str(), summary.message.c_str());
     return;
@@ -45,9 +81,12 @@ void PrintSummary(const ChartSummary& summary) {
               PassFail(c.monoReprojection));
   std::printf("stereo RMS:       %.4f px (%s)\n", summary.stereoRms, PassFail(c.stereoReprojection));
   for (size_t k = 0; k < summary.viewErrors1.size(); ++k) {
-    std::printf("view %zu error:     main %.4f px, second %.4f px\n", k + 1, summary.viewErrors1[k],
-                k < summary.viewErrors2.size() ? summary.viewErrors2[k] : 0.0f);
+    std::printf("view %zu error:     main %.4f px, second %.4f px%s\n", k + 1, summary.viewErrors1[k],
+                k < summary.viewErrors2.size() ? summary.viewErrors2[k] : 0.0f,
+                IsOutlier(summary, k) ? " (outlier)" : "");
   }
+  std::printf("outlier limit:    main %.4f px, second %.4f px (%.0f x median)\n", OutlierLimit(summary.viewErrors1),
+              OutlierLimit(summary.viewErrors2), kOutlierMedianFactor);
   std::printf("T:                [%.4f, %.4f, %.4f] (%s %s %s)\n", summary.T[0], summary.T[1], summary.T[2],
               PassFail(c.translationX), PassFail(c.translationY), PassFail(c.translationZ));
   std::printf("angles (deg):     x %.4f (%s), y %.4f (%s), z %.4f (%s)\n", summary.r_x * kDegreesPerRadian,
@@ -106,7 +145,21 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
        {{"mono_reprojection", c.monoReprojection}, {"rotation_x", c.rotationX}, {"rotation_y", c.rotationY},
         {"rotation_z", c.rotationZ}, {"stereo_reprojection", c.stereoReprojection},
         {"translation_x", c.translationX}, {"translation_y", c.translationY}, {"translation_z", c.translationZ}}},
+      {"pairing", PairingName(summary.pairing)},
+      {"quick_rejected", summary.quickRejected},
+      {"outlier_views", summary.outlierViews},
+      {"views_without_tables", summary.viewsWithoutTables},
   };
+  if (summary.pairing == CornerPairing::kGrid) {
+    nlohmann::json orders = nlohmann::json::array();
+    for (const GridPairing& pairing : summary.gridPairings) {
+      orders.push_back({{"order", pairing.order < 0 ? "none" : kGridOrders[pairing.order].name},
+                        {"residual_px", pairing.residualPx}});
+    }
+    json["grid_pairing"] = orders;
+  } else {
+    json["repeated_corner_views"] = summary.repeatedCornerViews;
+  }
   if (summary.status == kChartOk) {
     json["K1"] = MatrixJson(engine.K1), json["K2"] = MatrixJson(engine.K2);
     json["D1"] = MatrixJson(engine.D1), json["D2"] = MatrixJson(engine.D2);
@@ -123,10 +176,18 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
       ->expected(2);
   command.add_option("--json", options.json, "Summary as JSON");
   command.add_option("--save-rectified", options.saveRectified, "First pair rectified side by side (PNG)");
+  command.add_option("--pairing", options.pairing, "Corner pairing: grid (the board's symmetric orders) or nearest")
+      ->transform(CLI::CheckedTransformer(
+          std::map<std::string, CornerPairing>{{"grid", CornerPairing::kGrid}, {"nearest", CornerPairing::kNearest}}))
+      ->default_str("grid");
+  command.add_flag("!--no-quick-check", options.quickCheck,
+                   "Search the second image in full even when the quick board check finds no board");
+  command.add_flag("--drop-outliers", options.dropOutliers,
+                   "Calibrate again without the outlier views and report both runs");
   command.add_option("IMAGES", options.images, "MAIN1 SECOND1 [MAIN2 SECOND2 ...]")->required();
 }
 
-ChartSummary CalibrateChart(const ChartOptions& options) {
+ChartOutcome CalibrateChart(const ChartOptions& options) {
   for (const std::string& table : options.tables) RequireReadableFile(table);
   const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = ReadPairs(options.images);
   dualCalibration& engine = g_dualCalib;
@@ -134,29 +195,47 @@ ChartSummary CalibrateChart(const ChartOptions& options) {
     throw ToolError(options.params + ": parameter file could not be loaded");
   }
   const bool withTables = options.tables.size() == 2;
-  const auto progress = [&](size_t k, bool found) {
+  ChartRunOptions run;
+  run.mainTablePath = withTables ? options.tables[0].c_str() : nullptr;
+  run.secondTablePath = withTables ? options.tables[1].c_str() : nullptr;
+  run.pairing = options.pairing;
+  run.quickCheck = options.quickCheck;
+  run.onPair = [&](size_t k, ChartPairResult result) {
     std::cout.flush();
     std::printf("pair %zu: %s %s: %s\n", k + 1, options.images[2 * k].c_str(), options.images[2 * k + 1].c_str(),
-                found ? "board found in both" : "board not found");
+                result == ChartPairResult::kView      ? "board found in both"
+                : result == ChartPairResult::kNoBoard ? "board not found"
+                                                      : "board not found (quick check of the second image)");
     std::fflush(stdout);
   };
-  const ChartSummary summary = engine.runChartCalibration(pairs, withTables ? options.tables[0].c_str() : nullptr,
-                                                          withTables ? options.tables[1].c_str() : nullptr, progress);
+  ChartOutcome outcome;
+  outcome.summary = engine.runChartCalibration(pairs, run);
   std::cout.flush();
+  const ChartSummary& summary = outcome.summary;
   if (summary.status == kChartBadImages || summary.status == kChartBadTables) {
     throw ToolError(summary.failedStage + ": " + summary.message);
   }
+  std::printf("\n== chart summary\n");
   PrintSummary(summary);
-  if (!options.json.empty()) WriteJsonAtomically(options.json, ChartSummaryJson(summary, engine));
-  if (!options.saveRectified.empty() && summary.status == kChartOk) {
+  nlohmann::json json = ChartSummaryJson(summary, engine);
+  if (options.dropOutliers && summary.status == kChartOk && !summary.outlierViews.empty()) {
+    outcome.recalibrated = true;
+    outcome.withoutOutliers = engine.recalibrateChartWithoutViews(summary, summary.outlierViews);
+    std::cout.flush();
+    std::printf("\n== chart summary without outlier views %s\n", OneBasedList(summary.outlierViews).c_str());
+    PrintSummary(outcome.withoutOutliers);
+    json["without_outliers"] = ChartSummaryJson(outcome.withoutOutliers, engine);
+  }
+  if (!options.json.empty()) WriteJsonAtomically(options.json, json);
+  if (!options.saveRectified.empty() && outcome.Final().status == kChartOk) {
     const cv::Mat canvas = RectifiedSideBySide(engine, pairs[0]);
     WriteAtomically(options.saveRectified, [&](const std::string& temporary) { return cv::imwrite(temporary, canvas); });
     std::printf("rectified pair:   %s\n", options.saveRectified.c_str());
   }
-  return summary;
+  return outcome;
 }
 
 int RunChart(const ChartOptions& options) {
-  const ChartSummary summary = CalibrateChart(options);
+  const ChartSummary summary = CalibrateChart(options).Final();
   return summary.status == kChartOk && AllChartChecksPassed(summary.checks) ? kExitSuccess : kExitChecksFailed;
 }

@@ -17,19 +17,34 @@ struct ChartOptions {
   std::vector<std::string> tables;
   std::string json, saveRectified;
   std::vector<std::string> images;  // main1 second1 main2 second2 ...
+  CornerPairing pairing = CornerPairing::kGrid;
+  bool quickCheck = true;
+  bool dropOutliers = false;
+};
+
+// What a chart run hands back: the summary of the run, and with
+// --drop-outliers and outlier views the summary of the run without them.
+struct ChartOutcome {
+  ChartSummary summary;
+  bool recalibrated = false;
+  ChartSummary withoutOutliers;
+
+  const ChartSummary& Final() const { return recalibrated ? withoutOutliers : summary; }
 };
 
 void AddChartOptions(CLI::App& command, ChartOptions& options);
 // Runs the chart driver on the global engine, prints the summary and writes
 // the requested files.
-ChartSummary CalibrateChart(const ChartOptions& options);
-// CalibrateChart answered with the exit status: 0 when every limit check passed, 3 when the calibration ran
-// but failed or a check did not pass.
+ChartOutcome CalibrateChart(const ChartOptions& options);
+// CalibrateChart answered with the exit status of its final run: 0 when every limit check passed, 3 when
+// the calibration ran but failed or a check did not pass.
 int RunChart(const ChartOptions& options);
 
 // True when every limit check of the summary passed.
 bool AllChartChecksPassed(const ChartLimitChecks& checks);
 
 // The summary's JSON form (keys views_found, views_total, rms, T,
-// angles_deg, K1, K2, D1, D2, per_view_errors, mono_rms, status, checks).
+// angles_deg, K1, K2, D1, D2, per_view_errors, mono_rms, status, checks,
+// pairing, grid_pairing or repeated_corner_views, outlier_views,
+// quick_rejected, views_without_tables).
 nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibration& engine);

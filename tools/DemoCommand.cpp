@@ -76,7 +76,7 @@ bool DemoChart(const DemoFolder& folder) {
   ChartOptions chart;
   chart.images = WriteSyntheticChart(synth);
   chart.params = synth.out + "/" + kChartParams;
-  const ChartSummary summary = CalibrateChart(chart);
+  const ChartSummary summary = CalibrateChart(chart).Final();
   if (summary.status != kChartOk) return false;
   std::ifstream truthFile(synth.out + "/" + kChartTruth);
   const nlohmann::json truth = nlohmann::json::parse(truthFile);

@@ -69,14 +69,95 @@ std::unique_ptr<dualCalibration> ChartEngine() {
 
 ChartSummary RunDriver(dualCalibration& engine, const ImagePairs& pairs, const char* mainTable = nullptr,
                  const char* secondTable = nullptr, std::string* printed = nullptr) {
+  ChartRunOptions options;
+  options.mainTablePath = mainTable;
+  options.secondTablePath = secondTable;
   CaptureStdout();
-  ChartSummary summary = engine.runChartCalibration(pairs, mainTable, secondTable);
+  ChartSummary summary = engine.runChartCalibration(pairs, options);
   const std::string text = GetCapturedStdout();
   if (printed != nullptr) *printed = text;
   return summary;
 }
 
 double AngleErrorDeg(float estimated, double truth) { return std::fabs(estimated - truth) * 180.0 / CV_PI; }
+
+// The calibration's stereo RMS, translation, angles of R and focal lengths
+// against the rig's truth, within the accuracy targets.
+void ExpectAccurate(const ChartSummary& summary, const dualCalibration& engine, const StereoRig& rig) {
+  EXPECT_LT(summary.stereoRms, kMaxStereoRmsPx);
+  EXPECT_LT(cv::norm(summary.T - rig.T), kMaxRelativeTranslationError * cv::norm(rig.T)) << summary.T;
+  const double angleErrorsDeg[3] = {
+      AngleErrorDeg(summary.r_x, std::atan2(rig.R(2, 1), rig.R(2, 2))),
+      AngleErrorDeg(summary.r_y, std::atan2(-rig.R(2, 0), std::hypot(rig.R(0, 0), rig.R(1, 0)))),
+      AngleErrorDeg(summary.r_z, std::atan2(rig.R(1, 0), rig.R(0, 0)))};
+  for (double error : angleErrorsDeg) EXPECT_LT(error, kMaxAngleErrorDeg);
+  const double focalErrors[4] = {engine.K1.at<double>(0, 0) / rig.main.K(0, 0) - 1.0,
+                                 engine.K1.at<double>(1, 1) / rig.main.K(1, 1) - 1.0,
+                                 engine.K2.at<double>(0, 0) / rig.second.K(0, 0) - 1.0,
+                                 engine.K2.at<double>(1, 1) / rig.second.K(1, 1) - 1.0};
+  for (double error : focalErrors) EXPECT_LT(std::fabs(error), kMaxRelativeFocalError);
+  std::printf("accuracy: stereo RMS %.4f px, |dT|/|T| %.4f%%, angle errors %.5f %.5f %.5f deg, "
+              "focal errors %.4f%% %.4f%% %.4f%% %.4f%%\n",
+              summary.stereoRms, 100.0 * cv::norm(summary.T - rig.T) / cv::norm(rig.T), angleErrorsDeg[0],
+              angleErrorsDeg[1], angleErrorsDeg[2], 100.0 * focalErrors[0], 100.0 * focalErrors[1],
+              100.0 * focalErrors[2], 100.0 * focalErrors[3]);
+}
+
+// A phone at a close-range calibration fixture: a wide main camera and a
+// 1.5x narrower second camera 12 mm apart with a degree of toe-in, a chart
+// of 5 mm squares at 7 to 12 cm, tilted by up to 45 degrees and turned in
+// its plane by up to 180 degrees, with sensor noise and lens blur. The
+// close range makes the views differ in perspective by several degrees.
+constexpr int kPhonePairs = 14;
+
+struct PhoneScene {
+  StereoRig rig;
+  ChessboardLayout layout;
+  std::vector<RenderedPair> rendered;
+  ImagePairs pairs;
+};
+
+const PhoneScene& PhoneCloseRangeScene() {
+  static const PhoneScene scene = [] {
+    PhoneScene s;
+    s.rig = PhoneStereoRig(kImageSize, kImageSize);
+    s.layout.squareSize = 5.0;
+    RenderOptions options;
+    options.noiseSigma = 1.5;
+    options.blurSigmaPx = 0.8;
+    for (const BoardPose& pose : RandomBoardPoses(s.rig, s.layout, kPhonePairs, 7, 45.0, 180.0)) {
+      s.rendered.push_back(RenderPair(s.rig, s.layout, pose, options, 300 + 2 * s.pairs.size()));
+      s.pairs.emplace_back(s.rendered.back().mainImage, s.rendered.back().secondImage);
+    }
+    return s;
+  }();
+  return scene;
+}
+
+size_t NearestIndex(const std::vector<cv::Point2f>& points, const cv::Point2f& point) {
+  size_t best = 0;
+  for (size_t k = 1; k < points.size(); ++k) {
+    if (cv::norm(points[k] - point) < cv::norm(points[best] - point)) best = k;
+  }
+  return best;
+}
+
+// Views (0-based) in which some second-image corner is not the true partner
+// of its main-image corner; every pair of the scene must have become a view.
+std::vector<int32_t> WronglyPairedViews(const dualCalibration& engine, const PhoneScene& scene) {
+  std::vector<int32_t> wrong;
+  for (size_t v = 0; v < engine.mImagePoints1.size(); ++v) {
+    const RenderedPair& truth = scene.rendered[v];
+    for (size_t n = 0; n < engine.mImagePoints1[v].size(); ++n) {
+      const size_t corner = NearestIndex(truth.mainCorners, engine.mImagePoints1[v][n]);
+      if (cv::norm(engine.mImagePoints2[v][n] - truth.secondCorners[corner]) > 1.0) {
+        wrong.push_back(static_cast<int32_t>(v));
+        break;
+      }
+    }
+  }
+  return wrong;
+}
 
 // A table of three rows whose current (second) row is 1 + c1 * r / radius.
 std::string TableText(double c1, double radius) {
@@ -109,18 +190,7 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
     EXPECT_LT(summary.viewErrors1[k], kMaxStereoRmsPx);
     EXPECT_LT(summary.viewErrors2[k], kMaxStereoRmsPx);
   }
-  const StereoRig& rig = scene.rig;
-  EXPECT_LT(cv::norm(summary.T - rig.T), kMaxRelativeTranslationError * cv::norm(rig.T)) << summary.T;
-  const double angleErrorsDeg[3] = {
-      AngleErrorDeg(summary.r_x, std::atan2(rig.R(2, 1), rig.R(2, 2))),
-      AngleErrorDeg(summary.r_y, std::atan2(-rig.R(2, 0), std::hypot(rig.R(0, 0), rig.R(1, 0)))),
-      AngleErrorDeg(summary.r_z, std::atan2(rig.R(1, 0), rig.R(0, 0)))};
-  for (double error : angleErrorsDeg) EXPECT_LT(error, kMaxAngleErrorDeg);
-  const double focalErrors[4] = {engine->K1.at<double>(0, 0) / rig.main.K(0, 0) - 1.0,
-                                 engine->K1.at<double>(1, 1) / rig.main.K(1, 1) - 1.0,
-                                 engine->K2.at<double>(0, 0) / rig.second.K(0, 0) - 1.0,
-                                 engine->K2.at<double>(1, 1) / rig.second.K(1, 1) - 1.0};
-  for (double error : focalErrors) EXPECT_LT(std::fabs(error), kMaxRelativeFocalError);
+  ExpectAccurate(summary, *engine, scene.rig);
   const ChartLimitChecks& checks = summary.checks;
   EXPECT_TRUE(checks.monoReprojection && checks.rotationX && checks.rotationY && checks.rotationZ &&
               checks.stereoReprojection && checks.translationX && checks.translationY && checks.translationZ);
@@ -138,11 +208,6 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   const std::string main = ReadFile(dir.File("calibrationResult.txt"));
   const std::string fx1Line = main.substr(main.find("fx1:"), main.find("\n", main.find("fx1:")) - main.find("fx1:"));
   EXPECT_NE(platform.find(fx1Line + "\n"), std::string::npos);
-  std::printf("accuracy: stereo RMS %.4f px, |dT|/|T| %.4f%%, angle errors %.5f %.5f %.5f deg, "
-              "focal errors %.4f%% %.4f%% %.4f%% %.4f%%\n",
-              summary.stereoRms, 100.0 * cv::norm(summary.T - rig.T) / cv::norm(rig.T), angleErrorsDeg[0],
-              angleErrorsDeg[1], angleErrorsDeg[2], 100.0 * focalErrors[0], 100.0 * focalErrors[1],
-              100.0 * focalErrors[2], 100.0 * focalErrors[3]);
 }
 
 TEST(ChartDriver, FewerThanFourViewsStopBeforeAnyStage) {
@@ -171,14 +236,20 @@ TEST(ChartDriver, PairsWithoutTheBoardInBothImagesAddNoView) {
   const cv::Mat empty = RenderEmptyView(kImageSize, RenderOptions(), 5);
   ImagePairs pairs = {good[0], {empty, empty}, good[1], {good[2].first, empty}, {empty, good[2].second}, good[2]};
   auto engine = ChartEngine();
-  std::vector<std::pair<size_t, bool>> progress;
+  std::vector<std::pair<size_t, ChartPairResult>> progress;
+  ChartRunOptions options;
+  options.onPair = [&](size_t k, ChartPairResult result) { progress.emplace_back(k, result); };
   CaptureStdout();
-  const ChartSummary summary = engine->runChartCalibration(
-      pairs, nullptr, nullptr, [&](size_t k, bool found) { progress.emplace_back(k, found); });
+  const ChartSummary summary = engine->runChartCalibration(pairs, options);
   GetCapturedStdout();
   EXPECT_EQ(summary.viewsFound, (std::vector<int32_t>{1, 0, 1, 0, 0, 1}));
-  const std::vector<std::pair<size_t, bool>> expectedProgress = {{0, true},  {1, false}, {2, true},
-                                                                 {3, false}, {4, false}, {5, true}};
+  // An empty second image fails the quick check; an empty main image passes
+  // it and fails the full search.
+  EXPECT_EQ(summary.quickRejected, (std::vector<int32_t>{0, 1, 0, 1, 0, 0}));
+  using R = ChartPairResult;
+  const std::vector<std::pair<size_t, R>> expectedProgress = {{0, R::kView},    {1, R::kNoBoardQuickCheck},
+                                                              {2, R::kView},    {3, R::kNoBoardQuickCheck},
+                                                              {4, R::kNoBoard}, {5, R::kView}};
   EXPECT_EQ(progress, expectedProgress);
   auto reference = ChartEngine();
   CaptureStdout();
@@ -303,4 +374,31 @@ TEST(ChartDriver, OpenCvErrorsBecomeAFailedSummary) {
   EXPECT_EQ(summary.failedStage, "monoCalibration");
   EXPECT_NE(summary.message.find("OpenCV"), std::string::npos) << summary.message;
   EXPECT_NE(printed.find("ERROR: monoCalibration failed: OpenCV"), std::string::npos);
+}
+
+TEST(ChartDriver, GridPairingHoldsOnAPhoneRigWhereNearestPairingFails) {
+  const PhoneScene& scene = PhoneCloseRangeScene();
+  ASSERT_EQ(scene.pairs.size(), static_cast<size_t>(kPhonePairs));
+  auto engine = ChartEngine();
+  engine->m_nSquareSize = 5;
+  engine->m_nMaxRy = 20;
+  ChartRunOptions options;
+  CaptureStdout();
+  const ChartSummary nearest = engine->runChartCalibration(scene.pairs, options);
+  GetCapturedStdout();
+  ASSERT_EQ(nearest.viewsFound, std::vector<int32_t>(kPhonePairs, 1));
+  // The nearest pairing pairs view 4 wrongly; the summary names it by its
+  // repeated corner.
+  EXPECT_EQ(WronglyPairedViews(*engine, scene), std::vector<int32_t>{3});
+  EXPECT_EQ(nearest.repeatedCornerViews, std::vector<int32_t>{3});
+  options.pairing = CornerPairing::kGrid;
+  CaptureStdout();
+  const ChartSummary grid = engine->runChartCalibration(scene.pairs, options);
+  GetCapturedStdout();
+  ASSERT_EQ(grid.status, kChartOk) << grid.message;
+  EXPECT_EQ(WronglyPairedViews(*engine, scene), std::vector<int32_t>{});
+  EXPECT_EQ(grid.repeatedCornerViews, std::vector<int32_t>{});
+  ASSERT_EQ(grid.gridPairings.size(), static_cast<size_t>(kPhonePairs));
+  for (const GridPairing& pairing : grid.gridPairings) EXPECT_LT(pairing.residualPx, 0.1);
+  ExpectAccurate(grid, *engine, scene.rig);
 }

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <string>
 #include <memory>
 #include <vector>
 
@@ -128,4 +130,75 @@ TEST(CornerCorrespondence, StoredListsUseTheEngineMembers) {
   EXPECT_EQ(engine->matchStoredCornerOrder(), 1);
   EXPECT_EQ(engine->mMatchedCorners1, Grid());
   EXPECT_EQ(engine->mMatchedCorners2, Grid());
+}
+
+// The second camera's view of a w x h board: 1.5 times larger, turned by
+// 3 degrees, with some perspective; row by row in the board's own order.
+Corners SecondView(int w, int h) {
+  const cv::Matx33d H(1.5 * std::cos(0.05), -1.5 * std::sin(0.05), 40.0, 1.5 * std::sin(0.05), 1.5 * std::cos(0.05),
+                      -25.0, 2e-5, -1e-5, 1.0);
+  Corners corners;
+  for (int i = 0; i < h; ++i) {
+    for (int j = 0; j < w; ++j) {
+      const cv::Vec3d p = H * cv::Vec3d(100.0 + 50.0 * j, 80.0 + 50.0 * i, 1.0);
+      corners.emplace_back(static_cast<float>(p[0] / p[2]), static_cast<float>(p[1] / p[2]));
+    }
+  }
+  return corners;
+}
+
+Corners MainView(int w, int h) {
+  Corners corners;
+  for (int i = 0; i < h; ++i) {
+    for (int j = 0; j < w; ++j) corners.emplace_back(100.0f + 50.0f * j, 80.0f + 50.0f * i);
+  }
+  return corners;
+}
+
+// Every symmetric order in which a detector may list the second view is
+// brought back to the main view's order, and named.
+TEST(CornerCorrespondence, GridPairingUndoesEverySymmetricOrder) {
+  struct Case {
+    int w, h;
+    const char* listedFrom;  // the corner of the board the second list starts at, then its direction
+    int expectedOrder;
+  };
+  const Case cases[] = {{9, 6, "top left, along rows", 0},           {9, 6, "bottom right, along rows", 1},
+                        {9, 6, "bottom left, along rows", 2},        {9, 6, "top right, along rows", 3},
+                        {7, 7, "top left, along columns", 4},        {7, 7, "top right, along columns", 5},
+                        {7, 7, "bottom left, along columns", 6},     {7, 7, "bottom right, along columns", 7},
+                        {7, 7, "bottom right, along rows", 1}};
+  const char* names[] = {"as found", "reversed", "rows reversed", "columns reversed", "transposed",
+                         "transposed, rows reversed", "transposed, columns reversed", "transposed and reversed"};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.listedFrom);
+    const std::string from = c.listedFrom;
+    const bool bottom = from.find("bottom") == 0, right = from.find("right") != std::string::npos;
+    const bool alongColumns = from.find("columns") != std::string::npos;
+    const Corners truth = SecondView(c.w, c.h);
+    Corners listed;
+    for (int a = 0; a < (alongColumns ? c.w : c.h); ++a) {
+      for (int b = 0; b < (alongColumns ? c.h : c.w); ++b) {
+        int row = alongColumns ? b : a, column = alongColumns ? a : b;
+        if (bottom) row = c.h - 1 - row;
+        if (right) column = c.w - 1 - column;
+        listed.push_back(truth[row * c.w + column]);
+      }
+    }
+    auto engine = std::make_unique<dualCalibration>();
+    Corners matched1, matched2;
+    const GridPairing pairing =
+        engine->matchCornerGridOrder(MainView(c.w, c.h), listed, {c.w, c.h}, matched1, matched2);
+    ASSERT_EQ(pairing.order, c.expectedOrder);
+    EXPECT_STREQ(kGridOrders[pairing.order].name, names[c.expectedOrder]);
+    EXPECT_EQ(matched1, MainView(c.w, c.h));
+    EXPECT_EQ(matched2, truth);
+    EXPECT_LT(pairing.residualPx, 1e-3);
+    EXPECT_NEAR(pairing.agreement, std::cos(0.05), 0.01);
+  }
+  auto engine = std::make_unique<dualCalibration>();
+  Corners matched1, matched2;
+  const Corners shortList(53, cv::Point2f(1.0f, 1.0f));
+  EXPECT_EQ(engine->matchCornerGridOrder(MainView(9, 6), shortList, {9, 6}, matched1, matched2).order, -1);
+  EXPECT_TRUE(matched1.empty() && matched2.empty());
 }

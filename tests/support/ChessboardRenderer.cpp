@@ -264,6 +264,22 @@ StereoRig ExampleStereoRig(const cv::Size& mainSize, const cv::Size& secondSize)
   return rig;
 }
 
+StereoRig PhoneStereoRig(const cv::Size& mainSize, const cv::Size& secondSize) {
+  const double mainFocal = 0.75 * mainSize.width;
+  const double secondFocal = 1.5 * 0.75 * secondSize.width;
+  StereoRig rig;
+  rig.main.size = mainSize;
+  rig.main.K = {mainFocal, 0.0, 0.5 * mainSize.width + 5.3, 0.0, mainFocal * 1.0004, 0.5 * mainSize.height - 4.1,
+                0.0, 0.0, 1.0};
+  rig.second.size = secondSize;
+  rig.second.K = {secondFocal, 0.0, 0.5 * secondSize.width - 7.9, 0.0, secondFocal * 0.9997,
+                  0.5 * secondSize.height + 6.6, 0.0, 0.0, 1.0};
+  const double degToRad = CV_PI / 180.0;
+  rig.R = Rotation({0.2 * degToRad, -1.0 * degToRad, 0.3 * degToRad});
+  rig.T = {-12.0, 0.25, 0.4};
+  return rig;
+}
+
 std::vector<BoardPose> RandomBoardPoses(const StereoRig& rig, const ChessboardLayout& layout, int count,
                                         uint64_t seed, double maxTiltDeg, double maxRollDeg) {
   std::mt19937_64 generator(seed);

@@ -64,6 +64,12 @@ struct RenderedPair {
 // scaled with the main image width (1600 px at 2000 px).
 StereoRig ExampleStereoRig(const cv::Size& mainSize, const cv::Size& secondSize);
 
+// A phone's rear pair: a wide main camera (focal length 0.75 of its image
+// width) and a second camera of 1.5 times the main camera's focal length at
+// equal image width, 12 units apart along x with one degree of toe-in and
+// slight tilt and roll.
+StereoRig PhoneStereoRig(const cv::Size& mainSize, const cv::Size& secondSize);
+
 // Board poses drawn from a generator seeded with seed: tilted by up to
 // maxTiltDeg about the board's axes and turned by up to maxRollDeg in its
 // plane, placed so that the whole board with its margin stays at least
