@@ -134,8 +134,9 @@ void CommitOutputs() {
     std::error_code error;
     fs::rename(output.temporary, output.path, error);
     if (error) {
+      const std::string path = output.path;
       DiscardOutputs();
-      throw ToolError(output.path + ": cannot write file");
+      throw ToolError(path + ": cannot write file");
     }
     RemoveWaiting(output);
   }

@@ -29,8 +29,8 @@ namespace {
 constexpr char kExitStatusHelp[] =
     "Exit status: 0 success, 2 bad input (missing, unreadable, irregular or oversized file, undecodable image, "
     "size outside what the library accepts, malformed option) or any other error, 3 a calibration that ran but "
-    "failed its checks, 4 the library did not write the files the run names in its directory. A run that does "
-    "not succeed leaves none of its output files.";
+    "failed its checks, 4 the library did not write the files the run names in its directory. Output files "
+    "are kept only with status 0 or 3.";
 
 int RunVersion() {
   std::printf("library version %d (0x%x)\nqlm-calib %s\n", kLibraryVersion, kLibraryVersion,
