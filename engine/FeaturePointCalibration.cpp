@@ -1,9 +1,12 @@
 #include "engine/FeaturePointCalibration.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <iostream>
+#include <numeric>
+#include <tuple>
 
 #include <opencv2/calib3d.hpp>
 #include <opencv2/features2d.hpp>
@@ -17,6 +20,7 @@ namespace {
 
 constexpr int32_t kMinImageSidePx = 1000;
 constexpr int32_t kMaxImageSidePx = 10000;
+constexpr int kOrbFeatures = 500;
 
 struct ImageFeatures {
   std::vector<cv::KeyPoint> keypoints;
@@ -67,12 +71,39 @@ cv::Mat AlignSecondImage(const cv::Mat& secondImage, const CalibrationRecord& re
   return WarpImage(secondImage, hOtp, mainSize);
 }
 
+// ORB keeps every keypoint whose score ties with the last one it should keep,
+// so a fine periodic texture gives hundreds of thousands; this bounds the tie
+// case to the strongest `limit` by response, then octave, then position, and
+// leaves the kept ones in the detector's order. A shorter list is untouched.
+void KeepStrongest(std::vector<cv::KeyPoint>& keypoints, size_t limit) {
+  if (keypoints.size() <= limit) return;
+  std::vector<size_t> order(keypoints.size());
+  std::iota(order.begin(), order.end(), size_t{0});
+  const auto stronger = [&keypoints](size_t a, size_t b) {
+    const cv::KeyPoint& p = keypoints[a];
+    const cv::KeyPoint& q = keypoints[b];
+    return std::make_tuple(-p.response, p.octave, p.pt.y, p.pt.x, a) <
+           std::make_tuple(-q.response, q.octave, q.pt.y, q.pt.x, b);
+  };
+  std::nth_element(order.begin(), order.begin() + static_cast<std::ptrdiff_t>(limit), order.end(),
+                   stronger);
+  order.resize(limit);
+  std::sort(order.begin(), order.end());
+  std::vector<cv::KeyPoint> kept;
+  kept.reserve(limit);
+  for (size_t index : order) kept.push_back(keypoints[index]);
+  keypoints.swap(kept);
+}
+
 // One detector; both detections come before both descriptor computations.
 void DetectAndDescribe(const cv::Mat& mainImage, const cv::Mat& alignedSecond, ImageFeatures& main,
                        ImageFeatures& second) {
-  cv::Ptr<cv::ORB> orb = cv::ORB::create(500, 1.2f, 8, 31, 0, 2, cv::ORB::HARRIS_SCORE, 31, 20);
+  cv::Ptr<cv::ORB> orb =
+      cv::ORB::create(kOrbFeatures, 1.2f, 8, 31, 0, 2, cv::ORB::HARRIS_SCORE, 31, 20);
   orb->detect(mainImage, main.keypoints);
   orb->detect(alignedSecond, second.keypoints);
+  KeepStrongest(main.keypoints, kOrbFeatures);
+  KeepStrongest(second.keypoints, kOrbFeatures);
   orb->compute(mainImage, main.keypoints, main.descriptors);
   orb->compute(alignedSecond, second.keypoints, second.descriptors);
 }

@@ -14,7 +14,6 @@
 
 #include "api/Globals.h"
 #include "chart/ViewOutliers.h"
-#include "framework/PicturesDir.h"
 #include "tools/ToolInput.h"
 #include "tools/ToolOutput.h"
 
@@ -33,6 +32,8 @@ std::vector<std::pair<cv::Mat, cv::Mat>> ReadPairs(const std::vector<std::string
   std::vector<std::pair<cv::Mat, cv::Mat>> pairs;
   for (size_t i = 0; i < images.size(); i += 2) {
     pairs.emplace_back(ReadGrayImage(images[i]), ReadGrayImage(images[i + 1]));
+    RequireSameSize(pairs.back().first, images[i], pairs[0].first, images[0]);
+    RequireSameSize(pairs.back().second, images[i + 1], pairs[0].second, images[1]);
   }
   return pairs;
 }
@@ -92,8 +93,8 @@ void PrintSummary(const ChartSummary& summary) {
   std::printf("angles (deg):     x %.4f (%s), y %.4f (%s), z %.4f (%s)\n", summary.r_x * kDegreesPerRadian,
               PassFail(c.rotationX), summary.r_y * kDegreesPerRadian, PassFail(c.rotationY),
               summary.r_z * kDegreesPerRadian, PassFail(c.rotationZ));
-  std::printf("result files:     %s\n                  %s\n", PicturesPath("calibrationResult.txt").c_str(),
-              PicturesPath("calib_log.txt").c_str());
+  std::printf("result files:     %s\n                  %s\n", LibraryFile("calibrationResult.txt").c_str(),
+              LibraryFile("calib_log.txt").c_str());
 }
 
 // The first pair undistorted and rectified side by side, with horizontal
@@ -188,7 +189,7 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
 }
 
 ChartOutcome CalibrateChart(const ChartOptions& options) {
-  for (const std::string& table : options.tables) RequireReadableFile(table);
+  for (const std::string& table : options.tables) RequireReadableFile(table, kMaxTextFileBytes);
   const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = ReadPairs(options.images);
   dualCalibration& engine = g_dualCalib;
   if (LoadParametersFromFile(engine, options.params.c_str()) != 1) {

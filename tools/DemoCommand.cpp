@@ -9,6 +9,7 @@
 #include "tools/ChartCommand.h"
 #include "tools/RefineCommand.h"
 #include "tools/SynthCommand.h"
+#include "tools/ToolOutput.h"
 #include "tools/ToolInput.h"
 
 namespace fs = std::filesystem;
@@ -51,6 +52,7 @@ bool DemoRefine(const DemoFolder& folder) {
   synth.out = folder.Sub("scene");
   synth.seed = kDemoSeed;
   const nlohmann::json truth = WriteSyntheticScene(synth);
+  CommitOutputs();  // refine reads the scene back
   RefineOptions refine;
   refine.params = synth.out + "/" + kSceneParams;
   refine.record = synth.out + "/" + kSceneRecord;
@@ -75,6 +77,7 @@ bool DemoChart(const DemoFolder& folder) {
   synth.pairs = kDemoChartPairs;
   ChartOptions chart;
   chart.images = WriteSyntheticChart(synth);
+  CommitOutputs();  // the chart run reads its parameters back
   chart.params = synth.out + "/" + kChartParams;
   const ChartSummary summary = CalibrateChart(chart).Final();
   if (summary.status != kChartOk) return false;

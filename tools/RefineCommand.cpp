@@ -14,7 +14,6 @@
 namespace {
 
 constexpr int kMinImageSidePx = 1000;
-constexpr int kMaxImageSidePx = 10000;
 
 void CheckImageSize(const cv::Mat& image, const std::string& path) {
   if (image.cols < kMinImageSidePx || image.cols > kMaxImageSidePx || image.rows < kMinImageSidePx ||
@@ -25,7 +24,7 @@ void CheckImageSize(const cv::Mat& image, const std::string& path) {
 }
 
 std::vector<unsigned char> ReadCallerRecord(const std::string& path) {
-  std::vector<unsigned char> record = ReadBinaryFile(path);
+  std::vector<unsigned char> record = ReadBinaryFile(path, kCalibrationRecordSize);
   if (record.size() != kCalibrationRecordSize) {
     throw ToolError(path + ": a calibration record holds 15252 bytes, found " + std::to_string(record.size()));
   }
@@ -85,9 +84,9 @@ void AddRefineOptions(CLI::App& command, RefineOptions& options) {
 RefineOutcome Refine(const RefineOptions& options) {
   const bool fromFile = options.select == "file";
   if (fromFile && options.fileRecord.empty()) throw ToolError("--select file: needs --file-record");
-  if (!options.fileRecord.empty()) RequireReadableFile(options.fileRecord);
+  if (!options.fileRecord.empty()) RequireReadableFile(options.fileRecord, kCalibrationRecordSize);
   std::vector<unsigned char> callerRecord = ReadCallerRecord(options.record);
-  RequireReadableFile(options.params);
+  RequireReadableFile(options.params, kMaxTextFileBytes);
   const cv::Mat mainImage = ReadGrayImage(options.mainImage);
   const cv::Mat secondImage = ReadGrayImage(options.secondImage);
   CheckImageSize(mainImage, options.mainImage);
@@ -106,6 +105,9 @@ RefineOutcome Refine(const RefineOptions& options) {
   report.keepMatchesImage = !options.saveMatches.empty();
   outcome.code = ProcessImagePair(g_dualCalib, mainImage.data, secondImage.data, mainImage.cols, mainImage.rows,
                                   secondImage.cols, secondImage.rows, fromFile ? 1 : 0, &report);
+  // INIT and PROCESS append to the log and INIT writes the parameters in use.
+  LibraryFile("log.txt");
+  LibraryFile("defaultParameters.txt");
   const CalibrationRecord& result = g_dualCalib.mResultRecord;
   outcome.refineCount = RecordRefineCount(result);
   PrintSummary(outcome.code, report, outcome.refineCount);

@@ -1,11 +1,12 @@
 #include "tools/ToolInput.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -39,6 +40,77 @@ bool ParseFloat(const std::string& text, float* value) {
   return true;
 }
 
+uint32_t BigEndian32(const std::vector<unsigned char>& bytes, size_t at) {
+  return static_cast<uint32_t>(bytes[at]) << 24 | static_cast<uint32_t>(bytes[at + 1]) << 16 |
+         static_cast<uint32_t>(bytes[at + 2]) << 8 | bytes[at + 3];
+}
+
+int BigEndian16(const std::vector<unsigned char>& bytes, size_t at) { return bytes[at] << 8 | bytes[at + 1]; }
+
+int32_t LittleEndian32(const std::vector<unsigned char>& bytes, size_t at) {
+  return static_cast<int32_t>(static_cast<uint32_t>(bytes[at]) | static_cast<uint32_t>(bytes[at + 1]) << 8 |
+                              static_cast<uint32_t>(bytes[at + 2]) << 16 | static_cast<uint32_t>(bytes[at + 3]) << 24);
+}
+
+bool StartsWith(const std::vector<unsigned char>& bytes, const char* magic, size_t length) {
+  return bytes.size() >= length && std::equal(magic, magic + length, bytes.begin(),
+                                              [](char m, unsigned char b) { return static_cast<unsigned char>(m) == b; });
+}
+
+// Sides beyond int are reported as INT32_MAX: they are refused all the same.
+int ClampedSide(int64_t side) { return static_cast<int>(std::min<int64_t>(side, INT32_MAX)); }
+
+// The IHDR chunk comes first: width and height at bytes 16 and 20.
+bool PngSize(const std::vector<unsigned char>& bytes, cv::Size* size) {
+  if (bytes.size() < 24 || !StartsWith(bytes, "\x89PNG\r\n\x1a\n", 8)) return false;
+  *size = {ClampedSide(BigEndian32(bytes, 16)), ClampedSide(BigEndian32(bytes, 20))};
+  return true;
+}
+
+// Walks the markers to the first start-of-frame (C0..CF except C4, C8, CC).
+bool JpegSize(const std::vector<unsigned char>& bytes, cv::Size* size) {
+  if (!StartsWith(bytes, "\xff\xd8", 2)) return false;
+  size_t at = 2;
+  while (at + 4 <= bytes.size() && bytes[at] == 0xFF) {
+    const int marker = bytes[at + 1];
+    const size_t length = static_cast<size_t>(BigEndian16(bytes, at + 2));
+    const bool frame = marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
+    if (frame) {
+      if (at + 9 > bytes.size()) return false;
+      *size = {BigEndian16(bytes, at + 7), BigEndian16(bytes, at + 5)};
+      return true;
+    }
+    if (length < 2) return false;
+    at += 2 + length;
+  }
+  return false;
+}
+
+// Width and height at bytes 18 and 22; a negative height means top-down rows.
+bool BmpSize(const std::vector<unsigned char>& bytes, cv::Size* size) {
+  if (bytes.size() < 26 || !StartsWith(bytes, "BM", 2)) return false;
+  *size = {ClampedSide(std::abs(static_cast<int64_t>(LittleEndian32(bytes, 18)))),
+           ClampedSide(std::abs(static_cast<int64_t>(LittleEndian32(bytes, 22))))};
+  return true;
+}
+
+// The size of path, which must be a regular file of at most maxBytes bytes
+// that can be opened for reading.
+uintmax_t InputFileBytes(const std::string& path, uintmax_t maxBytes) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  const fs::file_status status = fs::status(path, error);
+  if (!fs::exists(status)) throw ToolError(path + ": cannot open file");
+  if (!fs::is_regular_file(status)) throw ToolError(path + ": not a regular file");
+  const uintmax_t bytes = fs::file_size(path, error);
+  if (error || !std::ifstream(path, std::ios::binary)) throw ToolError(path + ": cannot open file");
+  if (bytes > maxBytes) {
+    throw ToolError(path + ": " + std::to_string(bytes) + " bytes, more than the " + std::to_string(maxBytes) +
+                    " this input may hold");
+  }
+  return bytes;
+}
+
 }  // namespace
 
 cv::Size ParseSize(const std::string& text, const std::string& option) {
@@ -70,21 +142,33 @@ std::vector<float> ParseFloatList(const std::string& text, size_t count, const s
                   " comma-separated numbers, got '" + text + "'");
 }
 
-void RequireReadableFile(const std::string& path) {
-  if (!std::ifstream(path, std::ios::binary)) throw ToolError(path + ": cannot open file");
-}
+void RequireReadableFile(const std::string& path, uintmax_t maxBytes) { InputFileBytes(path, maxBytes); }
 
-std::vector<unsigned char> ReadBinaryFile(const std::string& path) {
-  RequireReadableFile(path);
+std::vector<unsigned char> ReadBinaryFile(const std::string& path, uintmax_t maxBytes) {
+  std::vector<unsigned char> bytes(static_cast<size_t>(InputFileBytes(path, maxBytes)));
   std::ifstream in(path, std::ios::binary);
-  std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (in.bad()) throw ToolError(path + ": cannot read file");
+  in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  // A file that changed size since it was measured is not read on.
+  if (!in || in.peek() != std::ifstream::traits_type::eof()) throw ToolError(path + ": cannot read file");
   return bytes;
 }
 
+bool ImageHeaderSize(const std::vector<unsigned char>& bytes, cv::Size* size) {
+  return PngSize(bytes, size) || JpegSize(bytes, size) || BmpSize(bytes, size);
+}
+
+void RequireDecodableSize(const std::vector<unsigned char>& bytes, const std::string& path) {
+  cv::Size size;
+  if (ImageHeaderSize(bytes, &size) && (size.width > kMaxImageSidePx || size.height > kMaxImageSidePx)) {
+    throw ToolError(path + ": " + std::to_string(size.width) + "x" + std::to_string(size.height) +
+                    " is larger than the accepted 10000x10000, not decoded");
+  }
+}
+
 cv::Mat ReadGrayImage(const std::string& path) {
-  RequireReadableFile(path);
-  const cv::Mat image = cv::imread(path, cv::IMREAD_UNCHANGED);
+  const std::vector<unsigned char> bytes = ReadBinaryFile(path, kMaxImageFileBytes);
+  RequireDecodableSize(bytes, path);
+  const cv::Mat image = bytes.empty() ? cv::Mat() : cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
   if (image.empty()) throw ToolError(path + ": not an image OpenCV can decode");
   if (image.depth() != CV_8U) throw ToolError(path + ": not an 8-bit image");
   cv::Mat gray;
@@ -95,4 +179,31 @@ cv::Mat ReadGrayImage(const std::string& path) {
     default: throw ToolError(path + ": unsupported number of channels");
   }
   return gray.isContinuous() ? gray : gray.clone();
+}
+
+void RequireSameSize(const cv::Mat& image, const std::string& path, const cv::Mat& reference,
+                     const std::string& referencePath) {
+  if (image.size() == reference.size()) return;
+  throw ToolError(path + ": " + std::to_string(image.cols) + "x" + std::to_string(image.rows) + " differs from the " +
+                  std::to_string(reference.cols) + "x" + std::to_string(reference.rows) + " of " + referencePath);
+}
+
+cv::Size ParseFrameSize(const std::string& text, const std::string& option) {
+  const cv::Size size = ParseSize(text, option);
+  if (size.width % 2 != 0 || size.height % 2 != 0) {
+    throw ToolError(option + ": width and height must be even, got '" + text + "'");
+  }
+  if (size.width > kMaxImageSidePx || size.height > kMaxImageSidePx) {
+    throw ToolError(option + ": each side must be at most 10000, got '" + text + "'");
+  }
+  return size;
+}
+
+size_t FrameBytes(cv::Size size) {
+  return static_cast<size_t>(size.width) * size.height + static_cast<size_t>(size.width) * (size.height / 2);
+}
+
+std::vector<float> ParseCamera(const std::string& text, const std::string& option) {
+  const std::vector<float> v = ParseFloatList(text, 4, option);
+  return {v[0], 0.0f, v[2], 0.0f, v[1], v[3], 0.0f, 0.0f, 1.0f};
 }

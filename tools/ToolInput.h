@@ -1,8 +1,11 @@
-// Input side of the command-line tool: option values and image files. Every
-// problem is a ToolError naming the option or file, which the tool reports
-// on one line and answers with exit status 2.
+// Input side of the command-line tool: option values, input files and
+// images. Every problem is a ToolError naming the option or file, which the
+// tool reports on one line and answers with exit status 2. Inputs are
+// bounded before they are read: only regular files, each kind up to its
+// stated size, and images no larger than the library accepts.
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -13,6 +16,15 @@
 constexpr int kExitSuccess = 0;
 constexpr int kExitBadInput = 2;
 constexpr int kExitChecksFailed = 3;
+constexpr int kExitLibraryFilesMissing = 4;
+
+// Largest input files read: images, and text files (parameters, distortion
+// tables). A record holds exactly kCalibrationRecordSize bytes and a raw
+// frame exactly what its size asks for.
+constexpr uintmax_t kMaxImageFileBytes = uintmax_t{512} << 20;
+constexpr uintmax_t kMaxTextFileBytes = uintmax_t{16} << 20;
+// Largest image side the library accepts, for images and raw frames alike.
+constexpr int kMaxImageSidePx = 10000;
 
 class ToolError : public std::runtime_error {
  public:
@@ -23,10 +35,27 @@ class ToolError : public std::runtime_error {
 cv::Size ParseSize(const std::string& text, const std::string& option);
 // Exactly count comma-separated finite numbers, e.g. "1000,1000,2000,1500".
 std::vector<float> ParseFloatList(const std::string& text, size_t count, const std::string& option);
-// Throws unless path names a file that can be opened for reading.
-void RequireReadableFile(const std::string& path);
-// The whole contents of a file that must exist and be readable.
-std::vector<unsigned char> ReadBinaryFile(const std::string& path);
+// Throws unless path names a regular file of at most maxBytes bytes that can
+// be opened for reading.
+void RequireReadableFile(const std::string& path, uintmax_t maxBytes);
+// The whole contents of such a file.
+std::vector<unsigned char> ReadBinaryFile(const std::string& path, uintmax_t maxBytes);
+// Width and height from the header of a PNG, JPEG or BMP file; false for
+// any other format or a header that cannot be read.
+bool ImageHeaderSize(const std::vector<unsigned char>& bytes, cv::Size* size);
+// Throws when the header gives a side above kMaxImageSidePx: such an image
+// is refused before it is decoded.
+void RequireDecodableSize(const std::vector<unsigned char>& bytes, const std::string& path);
 // An image in any format OpenCV decodes, 8 bits per channel, converted to
 // one grey channel.
 cv::Mat ReadGrayImage(const std::string& path);
+// Throws, naming path, unless image has the size of the reference image.
+void RequireSameSize(const cv::Mat& image, const std::string& path, const cv::Mat& reference,
+                     const std::string& referencePath);
+
+// Raw 4:2:0 frames with interleaved chroma: "WxH" with even sides of at most
+// kMaxImageSidePx, and the frame's byte count (W*H luma, W*(H/2) chroma).
+cv::Size ParseFrameSize(const std::string& text, const std::string& option);
+size_t FrameBytes(cv::Size size);
+// "fx,fy,cx,cy" as a row-major 3x3 camera matrix.
+std::vector<float> ParseCamera(const std::string& text, const std::string& option);

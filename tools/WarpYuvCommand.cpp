@@ -9,25 +9,6 @@
 
 namespace {
 
-// A raw frame: width*height luma bytes, then width*(height/2) chroma bytes.
-cv::Size ParseFrameSize(const std::string& text, const std::string& option) {
-  const cv::Size size = ParseSize(text, option);
-  if (size.width % 2 != 0 || size.height % 2 != 0) {
-    throw ToolError(option + ": width and height must be even, got '" + text + "'");
-  }
-  return size;
-}
-
-size_t FrameBytes(cv::Size size) {
-  return static_cast<size_t>(size.width) * size.height + static_cast<size_t>(size.width) * (size.height / 2);
-}
-
-// fx,fy,cx,cy as a row-major 3x3 camera matrix.
-std::vector<float> ParseCamera(const std::string& text, const std::string& option) {
-  const std::vector<float> v = ParseFloatList(text, 4, option);
-  return {v[0], 0.0f, v[2], 0.0f, v[1], v[3], 0.0f, 0.0f, 1.0f};
-}
-
 void CopyValues(const std::vector<float>& values, float* destination) {
   for (size_t i = 0; i < values.size(); ++i) destination[i] = values[i];
 }
@@ -69,7 +50,7 @@ int RunWarpYuv(const WarpYuvOptions& options) {
   CopyValues(ParseFloatList(options.forward, 3, "--forward"), filter.forwardTransform);
   CopyValues(ParseFloatList(options.source, 3, "--source"), filter.sourceTransform);
 
-  std::vector<uint8_t> input = ReadBinaryFile(options.input);
+  std::vector<uint8_t> input = ReadBinaryFile(options.input, FrameBytes(inputSize));
   if (input.size() != FrameBytes(inputSize)) {
     throw ToolError(options.input + ": expected " + std::to_string(FrameBytes(inputSize)) + " bytes for " +
                     options.inputSize + ", found " + std::to_string(input.size()));

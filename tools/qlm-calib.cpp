@@ -1,12 +1,14 @@
 // qlm-calib: runs every capability of the calibration library on files.
 // Exit status: 0 success, 2 bad input (message names the file or option),
-// 3 a calibration that ran but failed its checks.
+// 3 a calibration that ran but failed its checks, 4 library files the run
+// names were not written (message names the directory).
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <functional>
 #include <iostream>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -25,8 +27,10 @@
 namespace {
 
 constexpr char kExitStatusHelp[] =
-    "Exit status: 0 success, 2 bad input (missing or unreadable file, undecodable image, size outside "
-    "what the library accepts, malformed option), 3 a calibration that ran but failed its checks.";
+    "Exit status: 0 success, 2 bad input (missing, unreadable, irregular or oversized file, undecodable image, "
+    "size outside what the library accepts, malformed option) or any other error, 3 a calibration that ran but "
+    "failed its checks, 4 the library did not write the files the run names in its directory. Output files "
+    "are kept only with status 0 or 3.";
 
 int RunVersion() {
   std::printf("library version %d (0x%x)\nqlm-calib %s\n", kLibraryVersion, kLibraryVersion,
@@ -52,9 +56,33 @@ struct Command {
   bool writesLibraryFiles;
 };
 
-}  // namespace
+// The command's status once its own files are in place; the library's
+// files it names are checked first.
+int RunCommand(const Command& command, const std::string& picturesDir) {
+  int status = kExitSuccess;
+  if (command.writesLibraryFiles) {
+    const std::string directory = SelectPicturesDir(picturesDir);
+    status = command.run();
+    std::cout << "library files:    " << directory << std::endl;
+    CheckLibraryFiles();
+  } else {
+    status = command.run();
+  }
+  CommitOutputs();
+  return status;
+}
 
-int main(int argc, char** argv) {
+// One line for any error; a message of OpenCV's may end in a newline.
+int Fail(const std::string& message, int status) {
+  DiscardOutputs();
+  std::string line = message;
+  while (!line.empty() && line.back() == '\n') line.pop_back();
+  std::cout.flush();
+  std::cerr << "qlm-calib: " << line << std::endl;
+  return status;
+}
+
+int RunTool(int argc, char** argv) {
   CLI::App app{"qlm-calib: dual-camera calibration from the command line"};
   app.footer(kExitStatusHelp);
   app.require_subcommand(1);
@@ -108,20 +136,23 @@ int main(int argc, char** argv) {
     return status == 0 ? kExitSuccess : kExitBadInput;
   }
   for (const Command& command : commands) {
-    if (!command.app->parsed()) continue;
-    try {
-      if (!command.writesLibraryFiles) return command.run();
-      const std::string directory = SelectPicturesDir(picturesDir);
-      const int status = command.run();
-      std::cout << "library files:    " << directory << std::endl;
-      return status;
-    } catch (const ToolError& error) {
-      std::cerr << "qlm-calib: " << error.what() << std::endl;
-      return kExitBadInput;
-    } catch (const cv::Exception& error) {
-      std::cerr << "qlm-calib: " << error.what() << std::endl;
-      return kExitBadInput;
-    }
+    if (command.app->parsed()) return RunCommand(command, picturesDir);
   }
   return kExitBadInput;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return RunTool(argc, argv);
+  } catch (const MissingLibraryFiles& error) {
+    return Fail(error.what(), kExitLibraryFilesMissing);
+  } catch (const std::bad_alloc&) {
+    return Fail("out of memory", kExitBadInput);
+  } catch (const std::exception& error) {
+    return Fail(error.what(), kExitBadInput);
+  } catch (...) {
+    return Fail("unexpected error", kExitBadInput);
+  }
 }

@@ -347,3 +347,25 @@ TEST(calibrationDetectPoint, OffsetXShiftsOnlyTheCorrectedTranslation) {
   }
   EXPECT_EQ(reports[1].correctedH.at<double>(0, 2), a02 - 2.5);
 }
+
+TEST(calibrationDetectPoint, PeriodicTextureKeepsTheFeaturesAskedFor) {
+  // ORB's tied scores on a 4-px tile give about 175,000 keypoints per image.
+  const cv::Mat texture = RenderPeriodicTexture(kPairSize, 4, 1);
+  auto engine = EngineWithCallerRecord(kIdentity);
+  engine->m_nFeaturePointsNumThreshold = 100;
+  engine->m_nRefineFeaturePointsNumThreshold = 20;
+  FeaturePointReport report;
+  const CapturedRun run = Calibrate(*engine, texture, texture, &report);
+
+  EXPECT_EQ(run.rv, 0);
+  EXPECT_EQ(run.logText,
+            "Tarnweather I QLM LOG:calibrationDetectPoint  \n\n"
+            "Tarnweather I QLM LOG:keypoints_1.size()=500\n\n"
+            "Tarnweather I QLM LOG:keypoints_2.size()=500\n\n"
+            "Tarnweather I QLM LOG:m_nFeaturePointsNumThreshold=100\n"
+            "Tarnweather I QLM LOG:Match \n\n"
+            "Tarnweather I QLM LOG:ERROR 3 \n\n");
+  EXPECT_EQ(report.keypoints1, 500);
+  EXPECT_EQ(report.keypoints2, 500);
+  EXPECT_EQ(report.goodMatches, 0);
+}

@@ -65,6 +65,17 @@ cv::Mat RenderTexturedScene(cv::Size size, uint32_t seed) {
   return image;
 }
 
+cv::Mat RenderPeriodicTexture(cv::Size size, int tilePx, uint32_t seed) {
+  SceneRandom random(seed);
+  cv::Mat tile(tilePx, tilePx, CV_8UC1);
+  for (int y = 0; y < tilePx; ++y) {
+    for (int x = 0; x < tilePx; ++x) tile.at<uint8_t>(y, x) = static_cast<uint8_t>(random.Uniform(0, 255));
+  }
+  cv::Mat tiled;
+  cv::repeat(tile, size.height / tilePx + 1, size.width / tilePx + 1, tiled);
+  return tiled(cv::Rect(cv::Point(0, 0), size)).clone();
+}
+
 cv::Mat RenderSecondView(const cv::Mat& mainImage, const cv::Matx33d& mainToSecond,
                          cv::Size secondSize) {
   cv::Mat second;

@@ -15,6 +15,10 @@
 // the same bytes.
 cv::Mat RenderTexturedScene(cv::Size size, uint32_t seed);
 
+// A tile of tilePx x tilePx random grey levels repeated over an image of the
+// given size: a fine periodic texture on which many corner scores tie.
+cv::Mat RenderPeriodicTexture(cv::Size size, int tilePx, uint32_t seed);
+
 // The second camera's image of the main image: the pixel p of the result
 // shows the main image at mainToSecond^-1 p (bilinear), black where the main
 // image does not reach.

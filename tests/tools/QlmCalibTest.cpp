@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <set>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -210,4 +211,67 @@ TEST_F(QlmCalib, FailedChecksExitWithThree) {
   EXPECT_EQ(run.status, 3) << run.out;
   EXPECT_EQ(ReadJson(Path("r.json"))["constraints_met"], false);
   EXPECT_EQ(ReadJson(Path("r.json"))["refined"], nlohmann::json({{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}, {0.0, 0.0, 1.0}}));
+}
+
+namespace {
+
+// Every file under dir, except the library's own directory "pics".
+std::set<std::string> FilesUnder(const std::string& dir) {
+  std::set<std::string> files;
+  for (const fs::directory_entry& entry : fs::recursive_directory_iterator(dir)) {
+    const std::string path = fs::relative(entry.path(), dir).string();
+    if (path.rfind("pics", 0) != 0) files.insert(path);
+  }
+  return files;
+}
+
+}  // namespace
+
+TEST_F(QlmCalib, HostileInputsGiveOneMessageAndLeaveNoFile) {
+  ASSERT_EQ(RunTool("synth scene --out " + Path("s") + " --seed 5").status, 0);
+  const std::string huge = Path("huge.png");  // a PNG header of 30000x30000 and nothing else
+  WriteFile(huge, std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\x75\x30\0\0\x75\x30\x08\0\0\0\0", 29));
+  ASSERT_TRUE(cv::imwrite(Path("a.png"), cv::Mat(30, 50, CV_8UC1, cv::Scalar(1))));
+  ASSERT_TRUE(cv::imwrite(Path("b.png"), cv::Mat(30, 40, CV_8UC1, cv::Scalar(1))));
+  fs::create_directories(Path("pics-bad/log.txt"));
+  const std::string refine = "refine --params " + Path("s/params.txt") + " --record " + Path("s/record.bin") + " ";
+  const std::string pair = " " + Path("s/main.png") + " " + Path("s/second.png");
+  const std::string warp = "warp-yuv --in /dev/zero --size 64x48 --out " + Path("o.yuv") +
+                           " --source-camera 1,1,1,1 --target-camera 1,1,1,1 --out-size ";
+  const std::string longDir = Path(std::string(300, 'd'));
+  const struct {
+    std::string arguments;
+    int status;
+    std::string message;
+  } cases[] = {
+      {"refine --params " + Path("s/params.txt") + " --record /dev/zero --out " + Path("r.bin") + pair, 2,
+       "/dev/zero: not a regular file"},
+      {warp + "64x48", 2, "/dev/zero: not a regular file"},
+      {warp + "2147483646x2147483646", 2, "--out-size: each side must be at most 10000, got '2147483646x2147483646'"},
+      {refine + Path("s/main.png") + " " + huge, 2, huge + ": 30000x30000 is larger than the accepted 10000x10000, not decoded"},
+      {"chart --params " + Path("s/params.txt") + " " + huge + " " + huge, 2,
+       huge + ": 30000x30000 is larger than the accepted 10000x10000, not decoded"},
+      {"chart --params " + Path("s/params.txt") + " " + Path("a.png") + " " + Path("a.png") + " " + Path("b.png") + " " +
+           Path("a.png"), 2, Path("b.png") + ": 40x30 differs from the 50x30 of " + Path("a.png")},
+      {refine + "--pictures-dir " + longDir + pair, 2, longDir + ": cannot create directory"},
+      {refine + "--pictures-dir " + Path("pics") + " --out " + Path("r.bin") + " --json " + Path("no/r.json") + pair, 2,
+       Path("no/r.json") + ": cannot write file"},
+      {refine + "--pictures-dir " + Path("pics-bad") + " --out " + Path("r.bin") + pair, 4,
+       Path("pics-bad") + ": the library did not write log.txt"},
+  };
+  const std::set<std::string> before = FilesUnder(dir.Path());
+  for (const auto& c : cases) {
+    const ToolRun run = RunTool(c.arguments);
+    EXPECT_EQ(run.status, c.status) << c.arguments << "\n" << run.out;
+    const size_t last = run.out.rfind('\n', run.out.size() - 2);
+    EXPECT_EQ(run.out.substr(last == std::string::npos ? 0 : last + 1), "qlm-calib: " + c.message + "\n");
+    EXPECT_EQ(FilesUnder(dir.Path()), before) << c.arguments;
+  }
+  // A name of 250 characters is written under its own name in a hidden directory.
+  const std::string longOut = Path(std::string(246, 'o') + ".yuv");
+  WriteFile(Path("in.yuv"), std::string(64 * 48 * 3 / 2, '\0'));
+  const ToolRun run = RunTool("warp-yuv --in " + Path("in.yuv") + " --size 64x48 --out " + longOut +
+                              " --out-size 64x48 --source-camera 1,1,1,1 --target-camera 1,1,1,1");
+  EXPECT_EQ(run.status, 0) << run.out;
+  EXPECT_EQ(ReadFile(longOut).size(), 64u * 48u * 3u / 2u);
 }

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+
 #include <opencv2/imgcodecs.hpp>
 
 #include "tests/support/TestFiles.h"
@@ -55,10 +57,60 @@ TEST(ReadGrayImage, ConvertsDecodableEightBitImagesAndNamesTheFileOtherwise) {
             dir.File("missing.png") + ": cannot open file");
 }
 
-TEST(ReadBinaryFile, ReadsEveryByte) {
+TEST(ReadBinaryFile, ReadsRegularFilesUpToTheirBound) {
   TempDir dir;
   const std::string bytes("\0\1\2\xff", 4);
   WriteFile(dir.File("record.bin"), bytes);
-  EXPECT_EQ(ReadBinaryFile(dir.File("record.bin")), (std::vector<unsigned char>{0, 1, 2, 255}));
-  EXPECT_EQ(ErrorOf([&] { ReadBinaryFile(dir.File("none.bin")); }), dir.File("none.bin") + ": cannot open file");
+  EXPECT_EQ(ReadBinaryFile(dir.File("record.bin"), 4), (std::vector<unsigned char>{0, 1, 2, 255}));
+  EXPECT_EQ(ErrorOf([&] { ReadBinaryFile(dir.File("record.bin"), 3); }),
+            dir.File("record.bin") + ": 4 bytes, more than the 3 this input may hold");
+  EXPECT_EQ(ErrorOf([&] { ReadBinaryFile(dir.File("none.bin"), 4); }), dir.File("none.bin") + ": cannot open file");
+  EXPECT_EQ(ErrorOf([&] { ReadBinaryFile("/dev/zero", 4); }), "/dev/zero: not a regular file");
+  EXPECT_EQ(ErrorOf([&] { RequireReadableFile(dir.Path(), 4); }), dir.Path() + ": not a regular file");
+}
+
+// Headers as the encoders write them, cut short, and of sizes no encoder
+// here would write (the gate reads them without decoding anything).
+TEST(ImageHeaderSize, ReadsPngJpegAndBmpHeadersOnly) {
+  const cv::Mat image(20, 30, CV_8UC1, cv::Scalar(7));
+  std::vector<unsigned char> png, jpeg, bmp;
+  ASSERT_TRUE(cv::imencode(".png", image, png) && cv::imencode(".jpg", image, jpeg) && cv::imencode(".bmp", image, bmp));
+  std::vector<unsigned char> hugePng = png, widePng = png, hugeBmp = bmp;
+  hugePng[16] = 0x7F;  // width 0x7F00001E
+  widePng[16] = 0xFF;  // width 0xFF00001E
+  hugeBmp[22] = 0xF0, hugeBmp[23] = 0xD8, hugeBmp[24] = 0xFF, hugeBmp[25] = 0xFF;  // height -10000 (top-down)
+  const struct {
+    const char* name;
+    std::vector<unsigned char> bytes;
+    bool read;
+    cv::Size size;
+  } cases[] = {
+      {"png", png, true, {30, 20}},
+      {"jpeg", jpeg, true, {30, 20}},
+      {"bmp", bmp, true, {30, 20}},
+      {"huge png", hugePng, true, {0x7F00001E, 20}},
+      {"png beyond int", widePng, true, {INT32_MAX, 20}},
+      {"bmp top-down", hugeBmp, true, {30, 10000}},
+      {"png cut in IHDR", {png.begin(), png.begin() + 23}, false, {}},
+      {"jpeg without a frame", {jpeg.begin(), jpeg.begin() + 20}, false, {}},
+      {"text", {'B', 'M'}, false, {}},
+  };
+  for (const auto& c : cases) {
+    cv::Size size;
+    EXPECT_EQ(ImageHeaderSize(c.bytes, &size), c.read) << c.name;
+    if (c.read) {
+      EXPECT_EQ(size, c.size) << c.name;
+    }
+  }
+  EXPECT_EQ(ErrorOf([&] { RequireDecodableSize(hugePng, "big.png"); }),
+            "big.png: 2130706462x20 is larger than the accepted 10000x10000, not decoded");
+  EXPECT_EQ(ErrorOf([&] { RequireDecodableSize(hugeBmp, "tall.bmp"); }), "");
+}
+
+TEST(ParseFrameSize, EvenSidesUpToTheLibraryLimit) {
+  EXPECT_EQ(ParseFrameSize("10000x2", "--size"), cv::Size(10000, 2));
+  EXPECT_EQ(FrameBytes(cv::Size(10000, 2)), 30000u);
+  EXPECT_EQ(ErrorOf([] { ParseFrameSize("10002x2", "--size"); }), "--size: each side must be at most 10000, got '10002x2'");
+  EXPECT_EQ(ErrorOf([] { ParseFrameSize("4x3", "--size"); }), "--size: width and height must be even, got '4x3'");
+  EXPECT_EQ(ParseCamera("1,2,3,4", "--source-camera"), (std::vector<float>{1, 0, 3, 0, 2, 4, 0, 0, 1}));
 }
