@@ -176,22 +176,24 @@ ColumnTerms MakeColumnTerms(const PixelMapping& p, int width) {
   return terms;
 }
 
-// The rotation's products with one output row's normalised coordinate.
+// What the four-lane mapping of one output row reads: the column terms and
+// the rotation's products with the row's normalised coordinate.
 struct RowTerms {
+  const float *m0, *m3, *m6;
   float m1, m4, m7;
 };
 
-RowTerms MakeRowTerms(const PixelMapping& p, int y) {
+RowTerms MakeRowTerms(const PixelMapping& p, const ColumnTerms& columns, int y) {
   const float yn = NormalisedOutput(static_cast<float>(y), p.targetCy, p.placeY, p.placeScale, p.zoom, p.targetFy);
-  return RowTerms{p.m[1] * yn, p.m[4] * yn, p.m[7] * yn};
+  return RowTerms{columns.m0.data(), columns.m3.data(), columns.m6.data(), p.m[1] * yn, p.m[4] * yn, p.m[7] * yn};
 }
 
 // MapPixel with the radial model on columns x .. x+3 of one row.
-__attribute__((always_inline)) inline void MapPixels4(const PixelMapping& p, const RadialFactor& k, const ColumnTerms& columns, const RowTerms& row,
-                int x, F4* sx, F4* sy) {
-  const F4 d = Load4(&columns.m6[x]) + row.m7 + p.m[8];
-  const F4 rx = (Load4(&columns.m0[x]) + row.m1 + p.m[2]) / d;
-  const F4 ry = (Load4(&columns.m3[x]) + row.m4 + p.m[5]) / d;
+__attribute__((always_inline)) inline void MapPixels4(const PixelMapping& p, const RadialFactor& k,
+                                                      const RowTerms& row, int x, F4* sx, F4* sy) {
+  const F4 d = Load4(&row.m6[x]) + row.m7 + p.m[8];
+  const F4 rx = (Load4(&row.m0[x]) + row.m1 + p.m[2]) / d;
+  const F4 ry = (Load4(&row.m3[x]) + row.m4 + p.m[5]) / d;
   const F4 r = Sqrt(rx * rx + ry * ry);
   const F4 r2 = r * r;
   const F4 r4 = r2 * r2;
@@ -367,21 +369,20 @@ __attribute__((always_inline)) inline void SampleChroma4(const YuvImage& source,
 // column when the pair has no odd column; the same for rows.
 bool LastWriter(int t, int size) { return (t & 1) != 0 || t == size - 1; }
 
-// One output row: four pixels at a time, then the remaining columns one by
-// one. Only the last writer of each chroma pair samples chroma: inside the
+// The four-pixel blocks of one output row. Everything they read is held
+// by value: the byte stores could otherwise alias it and force reloads.
+// Only the last writer of each chroma pair samples chroma: inside the
 // blocks the odd lanes, gathered over two blocks into four consecutive pairs.
 template <typename Loads>
-__attribute__((always_inline)) inline void WarpRowFast(const YuvImage& source, const YuvImage& target,
-                                                       const PixelMapping& mapping, const RadialFactor& factor,
-                                                       const ColumnTerms& columns, int y) {
-  const RowTerms row = MakeRowTerms(mapping, y);
+__attribute__((always_inline)) inline void WarpBlocks(const YuvImage source, const YuvImage target,
+                                                      const PixelMapping p, const RadialFactor k,
+                                                      const RowTerms row, int y, int blocks) {
   const bool chromaRow = LastWriter(y, target.height);
   uint8_t* luma = target.luma + static_cast<ptrdiff_t>(y) * target.width;
-  const int blocks = target.width & ~3;
   F4 pendingX{}, pendingY{};
   for (int x = 0; x < blocks; x += 4) {
     F4 sx, sy;
-    MapPixels4(mapping, factor, columns, row, x, &sx, &sy);
+    MapPixels4(p, k, row, x, &sx, &sy);
     SampleGray4<Loads>(source, sx, sy, luma + x);
     if (!chromaRow) continue;
     if ((x & 4) == 0) {
@@ -398,6 +399,17 @@ __attribute__((always_inline)) inline void WarpRowFast(const YuvImage& source, c
                                               ChromaPair(target, blocks - 4 + lane, y));
     }
   }
+}
+
+// One output row: four pixels at a time, then the remaining columns one by one.
+template <typename Loads>
+__attribute__((always_inline)) inline void WarpRowFast(const YuvImage& source, const YuvImage& target,
+                                                       const PixelMapping& mapping, const RadialFactor& factor,
+                                                       const ColumnTerms& columns, int y) {
+  const int blocks = target.width & ~3;
+  WarpBlocks<Loads>(source, target, mapping, factor, MakeRowTerms(mapping, columns, y), y, blocks);
+  const bool chromaRow = LastWriter(y, target.height);
+  uint8_t* luma = target.luma + static_cast<ptrdiff_t>(y) * target.width;
   for (int x = blocks; x < target.width; ++x) {
     float sx = 0.0f, sy = 0.0f;
     MapPixel(mapping, factor, x, y, &sx, &sy);
