@@ -1,10 +1,15 @@
-// WarpYuvImageRadial on a 4000 x 3000 4:2:0 frame with interleaved chroma, on
-// one thread, beside OpenCV's initUndistortRectifyMap plus remap of both
-// planes for the same cameras, rotation and radial model, and beside the
-// plain per-pixel reference loop.
+// WarpYuvImageRadial on 4000 x 3000 and 1920 x 1080 4:2:0 frames with
+// interleaved chroma, on one thread, beside OpenCV's initUndistortRectifyMap
+// plus remap of both planes for the same cameras, rotation and radial model,
+// beside remap alone with the maps built once (fixed-point CV_16SC2), and
+// beside the plain per-pixel reference loop. The cameras scale with the
+// frame width, so both sizes see the same field of view.
 #include <benchmark/benchmark.h>
 
 #include <array>
+#include <map>
+#include <memory>
+#include <utility>
 #include <vector>
 
 #include <opencv2/calib3d.hpp>
@@ -16,23 +21,32 @@
 
 namespace {
 
-constexpr int kWidth = 4000;
-constexpr int kHeight = 3000;
 constexpr float kK[3] = {-0.11f, 0.04f, -0.006f};
-constexpr float kSourceCamera[9] = {3200.0f, 0.0f, 2006.0f, 0.0f, 3190.0f, 1497.0f, 0.0f, 0.0f, 1.0f};
-constexpr float kTargetCamera[9] = {3150.0f, 0.0f, 2000.0f, 0.0f, 3150.0f, 1500.0f, 0.0f, 0.0f, 1.0f};
 
-// The frame, the filter and the rotation shared by all runs.
+// Cameras of a 4000-pixel-wide frame: fx, fy, cx, cy.
+constexpr float kSourceCamera4000[4] = {3200.0f, 3190.0f, 2006.0f, 1497.0f};
+constexpr float kTargetCamera4000[4] = {3150.0f, 3150.0f, 2000.0f, 1500.0f};
+
+std::array<float, 9> ScaledCamera(const float camera[4], float scale) {
+  return {camera[0] * scale, 0.0f, camera[2] * scale, 0.0f, camera[1] * scale, camera[3] * scale, 0.0f, 0.0f, 1.0f};
+}
+
+// The frame, the filter, the cameras and the rotation of one frame size.
 struct Scene {
+  int width, height;
   cv::Mat luma, chroma, outLuma, outChroma;
   CDistortionFilter filter;
-  std::array<float, 9> rotation{};
+  std::array<float, 9> sourceCamera, targetCamera, rotation{};
 
-  Scene()
-      : luma(kHeight, kWidth, CV_8UC1),
-        chroma(kHeight / 2, kWidth / 2, CV_8UC2),
-        outLuma(kHeight, kWidth, CV_8UC1),
-        outChroma(kHeight / 2, kWidth / 2, CV_8UC2) {
+  Scene(int frameWidth, int frameHeight)
+      : width(frameWidth),
+        height(frameHeight),
+        luma(height, width, CV_8UC1),
+        chroma(height / 2, width / 2, CV_8UC2),
+        outLuma(height, width, CV_8UC1),
+        outChroma(height / 2, width / 2, CV_8UC2),
+        sourceCamera(ScaledCamera(kSourceCamera4000, width / 4000.0f)),
+        targetCamera(ScaledCamera(kTargetCamera4000, width / 4000.0f)) {
     cv::randu(luma, 0, 256);
     cv::randu(chroma, 0, 256);
     cv::GaussianBlur(luma, luma, cv::Size(9, 9), 3.0);
@@ -55,9 +69,13 @@ struct Scene {
   }
 };
 
-Scene& SharedScene() {
-  static Scene scene;
-  return scene;
+// One scene per frame size (the benchmark's two arguments), built on first use.
+Scene& SharedScene(const benchmark::State& state) {
+  static std::map<std::pair<int, int>, std::unique_ptr<Scene>> scenes;
+  const std::pair<int, int> size(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+  std::unique_ptr<Scene>& scene = scenes[size];
+  if (!scene) scene = std::make_unique<Scene>(size.first, size.second);
+  return *scene;
 }
 
 // OpenCV's maps for the same warp: R is the transpose of the filter's
@@ -74,11 +92,11 @@ void BuildMaps(const Scene& scene, float zoom, OpenCvMaps& maps) {
   }
   const cv::Mat distortion = (cv::Mat_<double>(1, 5) << kK[0], kK[1], 0.0, 0.0, kK[2]);
   for (const double factor : {1.0, 0.5}) {
-    const cv::Matx33d source(kSourceCamera[0] * factor, 0, kSourceCamera[2] * factor, 0, kSourceCamera[4] * factor,
-                             kSourceCamera[5] * factor, 0, 0, 1);
-    const cv::Matx33d target(kTargetCamera[0] * zoom * factor, 0, kTargetCamera[2] * factor, 0,
-                             kTargetCamera[4] * zoom * factor, kTargetCamera[5] * factor, 0, 0, 1);
-    const cv::Size size(static_cast<int>(kWidth * factor), static_cast<int>(kHeight * factor));
+    const std::array<float, 9>& s = scene.sourceCamera;
+    const std::array<float, 9>& t = scene.targetCamera;
+    const cv::Matx33d source(s[0] * factor, 0, s[2] * factor, 0, s[4] * factor, s[5] * factor, 0, 0, 1);
+    const cv::Matx33d target(t[0] * zoom * factor, 0, t[2] * factor, 0, t[4] * zoom * factor, t[5] * factor, 0, 0, 1);
+    const cv::Size size(static_cast<int>(scene.width * factor), static_cast<int>(scene.height * factor));
     cv::Mat& map1 = factor == 1.0 ? maps.lumaMap1 : maps.chromaMap1;
     cv::Mat& map2 = factor == 1.0 ? maps.lumaMap2 : maps.chromaMap2;
     cv::initUndistortRectifyMap(source, distortion, transposed, target, size, CV_16SC2, map1, map2);
@@ -92,54 +110,59 @@ void RemapBoth(Scene& scene, const OpenCvMaps& maps) {
 
 float WarpZoom(Scene& scene) {
   float zoom = 1.0f;
-  scene.filter.WarpYuvImageRadial(scene.Source(), scene.Target(), kSourceCamera, kTargetCamera,
-                                  scene.rotation.data(), &zoom);
+  scene.filter.WarpYuvImageRadial(scene.Source(), scene.Target(), scene.sourceCamera.data(),
+                                  scene.targetCamera.data(), scene.rotation.data(), &zoom);
   return zoom;
 }
 
 void BM_WarpYuvImageRadial(benchmark::State& state) {
-  Scene& scene = SharedScene();
+  Scene& scene = SharedScene(state);
   for (auto _ : state) benchmark::DoNotOptimize(WarpZoom(scene));
-  state.SetItemsProcessed(state.iterations() * kWidth * kHeight);
+  state.SetItemsProcessed(state.iterations() * scene.width * scene.height);
 }
 
 void BM_WarpYuvImageRadialReference(benchmark::State& state) {
-  Scene& scene = SharedScene();
+  Scene& scene = SharedScene(state);
   for (auto _ : state) {
     float zoom = 1.0f;
-    scene.filter.WarpYuvImageRadialReference(scene.Source(), scene.Target(), kSourceCamera, kTargetCamera,
-                                             scene.rotation.data(), &zoom);
+    scene.filter.WarpYuvImageRadialReference(scene.Source(), scene.Target(), scene.sourceCamera.data(),
+                                             scene.targetCamera.data(), scene.rotation.data(), &zoom);
     benchmark::DoNotOptimize(zoom);
   }
-  state.SetItemsProcessed(state.iterations() * kWidth * kHeight);
+  state.SetItemsProcessed(state.iterations() * scene.width * scene.height);
 }
 
 void BM_OpenCvMapsAndRemap(benchmark::State& state) {
   cv::setNumThreads(1);
-  Scene& scene = SharedScene();
+  Scene& scene = SharedScene(state);
   const float zoom = WarpZoom(scene);
   for (auto _ : state) {
     OpenCvMaps maps;
     BuildMaps(scene, zoom, maps);
     RemapBoth(scene, maps);
   }
-  state.SetItemsProcessed(state.iterations() * kWidth * kHeight);
+  state.SetItemsProcessed(state.iterations() * scene.width * scene.height);
 }
 
 void BM_OpenCvRemapOnly(benchmark::State& state) {
   cv::setNumThreads(1);
-  Scene& scene = SharedScene();
+  Scene& scene = SharedScene(state);
   OpenCvMaps maps;
   BuildMaps(scene, WarpZoom(scene), maps);
   for (auto _ : state) RemapBoth(scene, maps);
-  state.SetItemsProcessed(state.iterations() * kWidth * kHeight);
+  state.SetItemsProcessed(state.iterations() * scene.width * scene.height);
 }
 
 }  // namespace
 
-BENCHMARK(BM_WarpYuvImageRadial)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_WarpYuvImageRadialReference)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_OpenCvMapsAndRemap)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(BM_OpenCvRemapOnly)->Unit(benchmark::kMillisecond)->UseRealTime();
+// One thread throughout; each benchmark at both frame sizes.
+void FrameSizes(benchmark::internal::Benchmark* benchmark) {
+  benchmark->Args({4000, 3000})->Args({1920, 1080})->Unit(benchmark::kMillisecond)->UseRealTime();
+}
+
+BENCHMARK(BM_WarpYuvImageRadial)->Apply(FrameSizes);
+BENCHMARK(BM_WarpYuvImageRadialReference)->Apply(FrameSizes);
+BENCHMARK(BM_OpenCvMapsAndRemap)->Apply(FrameSizes);
+BENCHMARK(BM_OpenCvRemapOnly)->Apply(FrameSizes);
 
 BENCHMARK_MAIN();

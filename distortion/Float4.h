@@ -58,4 +58,78 @@ inline int FirstSetLane(I4 mask) {
 #endif
 }
 
+// Lane-wise clamp to [low, high] as the scalar code writes it: low > v ? low
+// : v, then v < high ? v : high, so a NaN passes the lower bound and becomes
+// high. maxps and minps return their second operand on NaN, which is that.
+inline F4 Clamp(F4 value, float low, float high) {
+#if defined(__SSE2__)
+  const __m128 raised = _mm_max_ps(_mm_set1_ps(low), reinterpret_cast<__m128>(value));
+  return reinterpret_cast<F4>(_mm_min_ps(raised, _mm_set1_ps(high)));
+#else
+  value = Select(Splat(low) > value, Splat(low), value);
+  return Select(value < Splat(high), value, Splat(high));
+#endif
+}
+
+// Lanes within 0..255 stored as four bytes.
+inline void StoreBytes(I4 values, uint8_t* out) {
+#if defined(__SSE2__)
+  const __m128i words = _mm_packs_epi32(reinterpret_cast<__m128i>(values), reinterpret_cast<__m128i>(values));
+  const int32_t bytes = _mm_cvtsi128_si32(_mm_packus_epi16(words, words));
+  std::memcpy(out, &bytes, sizeof(bytes));
+#elif defined(__ARM_NEON)
+  const uint16x4_t words = vmovn_u32(reinterpret_cast<uint32x4_t>(values));
+  const uint8x8_t bytes = vmovn_u16(vcombine_u16(words, words));
+  vst1_lane_u32(reinterpret_cast<uint32_t*>(out), vreinterpret_u32_u8(bytes), 0);
+#else
+  for (int lane = 0; lane < 4; ++lane) out[lane] = static_cast<uint8_t>(values[lane]);
+#endif
+}
+
+// Two lanes within 0..255 per pair, stored as four pairs of bytes:
+// first[0], second[0], first[1], second[1], ...
+inline void StoreBytePairs(I4 first, I4 second, uint8_t* out) {
+#if defined(__SSE2__)
+  const __m128i words = _mm_packs_epi32(reinterpret_cast<__m128i>(first), reinterpret_cast<__m128i>(second));
+  const __m128i bytes = _mm_packus_epi16(words, words);
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(bytes, _mm_srli_si128(bytes, 4)));
+#elif defined(__ARM_NEON)
+  const uint16x4_t pairs = vmovn_u32(reinterpret_cast<uint32x4_t>(first | (second << 8)));
+  vst1_u16(reinterpret_cast<uint16_t*>(out), pairs);
+#else
+  for (int lane = 0; lane < 4; ++lane) {
+    out[2 * lane] = static_cast<uint8_t>(first[lane]);
+    out[2 * lane + 1] = static_cast<uint8_t>(second[lane]);
+  }
+#endif
+}
+
+// Whether any lane of the mask is nonzero.
+inline bool AnyLaneSet(I4 mask) {
+#if defined(__SSE2__)
+  return _mm_movemask_epi8(reinterpret_cast<__m128i>(mask != 0)) != 0;
+#elif defined(__ARM_NEON)
+  return vmaxvq_u32(reinterpret_cast<uint32x4_t>(mask)) != 0;
+#else
+  return (mask[0] | mask[1] | mask[2] | mask[3]) != 0;
+#endif
+}
+
+// Four bytes of a 16-byte block per lane: byte k of each index lane picks
+// block[index byte k], and an index byte with its top bit set gives 0. The
+// same rule as pshufb and tbl, whose out-of-range bytes are zero too.
+#if defined(__SSE2__)
+// Functions that shuffle bytes, and every caller they are inlined into.
+#define FLOAT4_SHUFFLE_TARGET __attribute__((target("ssse3")))
+FLOAT4_SHUFFLE_TARGET inline I4 ShuffleBytes(const uint8_t* block, I4 index) {
+  const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block));
+  return reinterpret_cast<I4>(_mm_shuffle_epi8(bytes, reinterpret_cast<__m128i>(index)));
+}
+#elif defined(__ARM_NEON)
+#define FLOAT4_SHUFFLE_TARGET
+inline I4 ShuffleBytes(const uint8_t* block, I4 index) {
+  return reinterpret_cast<I4>(vqtbl1q_u8(vld1q_u8(block), reinterpret_cast<uint8x16_t>(index)));
+}
+#endif
+
 }  // namespace float4

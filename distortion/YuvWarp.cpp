@@ -1,10 +1,12 @@
 #include "distortion/YuvWarp.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 #include <vector>
 
 #include "distortion/CDistortionFilter.h"
@@ -157,12 +159,6 @@ float MappedBorderZoom(const CDistortionFilter& filter, const YuvImage& source, 
 
 using namespace float4;
 
-// ClampSample on four lanes: a NaN passes the lower bound, then becomes high.
-F4 Clamp4(F4 value, float low, float high) {
-  value = Select(Splat(low) > value, Splat(low), value);
-  return Select(value < Splat(high), value, Splat(high));
-}
-
 // The rotation's products with each output column's normalised coordinate
 // (m0 xn, m3 xn, m6 xn): the same for every row, so computed once per call.
 struct ColumnTerms {
@@ -180,22 +176,24 @@ ColumnTerms MakeColumnTerms(const PixelMapping& p, int width) {
   return terms;
 }
 
-// The rotation's products with one output row's normalised coordinate.
+// What the four-lane mapping of one output row reads: the column terms and
+// the rotation's products with the row's normalised coordinate.
 struct RowTerms {
+  const float *m0, *m3, *m6;
   float m1, m4, m7;
 };
 
-RowTerms MakeRowTerms(const PixelMapping& p, int y) {
+RowTerms MakeRowTerms(const PixelMapping& p, const ColumnTerms& columns, int y) {
   const float yn = NormalisedOutput(static_cast<float>(y), p.targetCy, p.placeY, p.placeScale, p.zoom, p.targetFy);
-  return RowTerms{p.m[1] * yn, p.m[4] * yn, p.m[7] * yn};
+  return RowTerms{columns.m0.data(), columns.m3.data(), columns.m6.data(), p.m[1] * yn, p.m[4] * yn, p.m[7] * yn};
 }
 
 // MapPixel with the radial model on columns x .. x+3 of one row.
-void MapPixels4(const PixelMapping& p, const RadialFactor& k, const ColumnTerms& columns, const RowTerms& row,
-                int x, F4* sx, F4* sy) {
-  const F4 d = Load4(&columns.m6[x]) + row.m7 + p.m[8];
-  const F4 rx = (Load4(&columns.m0[x]) + row.m1 + p.m[2]) / d;
-  const F4 ry = (Load4(&columns.m3[x]) + row.m4 + p.m[5]) / d;
+__attribute__((always_inline)) inline void MapPixels4(const PixelMapping& p, const RadialFactor& k,
+                                                      const RowTerms& row, int x, F4* sx, F4* sy) {
+  const F4 d = Load4(&row.m6[x]) + row.m7 + p.m[8];
+  const F4 rx = (Load4(&row.m0[x]) + row.m1 + p.m[2]) / d;
+  const F4 ry = (Load4(&row.m3[x]) + row.m4 + p.m[5]) / d;
   const F4 r = Sqrt(rx * rx + ry * ry);
   const F4 r2 = r * r;
   const F4 r4 = r2 * r2;
@@ -213,10 +211,10 @@ void MapPixels4(const PixelMapping& p, const RadialFactor& k, const ColumnTerms&
   }
 }
 
-// BilinearSum's neighbours and weights on four lanes. The far column is
+// BilinearSum's neighbours and weights on four lanes. The far column x1 is
 // x0 + 1, or x0 itself where x0 is the last column (atEnd).
 struct Bilinear4 {
-  I4 x0, y0, y1, atEnd;
+  I4 x0, x1, y0, y1, atEnd;
   F4 w00, w10, w01, w11;
 };
 
@@ -226,6 +224,7 @@ Bilinear4 MakeBilinear4(F4 x, F4 y, int lastColumn, int lastRow) {
   b.y0 = __builtin_convertvector(y, I4);
   b.y1 = SelectInt(b.y0 < SplatInt(lastRow), b.y0 + 1, SplatInt(lastRow));
   b.atEnd = b.x0 == SplatInt(lastColumn);
+  b.x1 = b.x0 + 1 + b.atEnd;
   const F4 fx = x - __builtin_convertvector(b.x0, F4);
   const F4 gx = __builtin_convertvector(b.x0 + 1, F4) - x;
   const F4 fy = y - __builtin_convertvector(b.y0, F4);
@@ -235,6 +234,19 @@ Bilinear4 MakeBilinear4(F4 x, F4 y, int lastColumn, int lastRow) {
   b.w01 = gx * fy;
   b.w11 = fx * fy;
   return b;
+}
+
+// Each lane's neighbour bytes, one per 32-bit lane: near at column x0, far
+// at column x1, of rows y0 and y1.
+struct Neighbours {
+  I4 near0, far0, near1, far1;
+};
+
+F4 ToFloat(I4 values) { return __builtin_convertvector(values, F4); }
+
+// The bilinear sum in BilinearSum's order.
+F4 SumOfNeighbours(const Bilinear4& b, const Neighbours& n) {
+  return b.w00 * ToFloat(n.near0) + b.w10 * ToFloat(n.far0) + b.w01 * ToFloat(n.near1) + b.w11 * ToFloat(n.far1);
 }
 
 #if __BYTE_ORDER__ != __ORDER_LITTLE_ENDIAN__
@@ -255,122 +267,149 @@ I4 LoadUnits4(const uint8_t* base, I4 offsets) {
             LoadUnit<Unit>(base + offsets[3])};
 }
 
-F4 ToFloat(I4 values) { return __builtin_convertvector(values, F4); }
-
 // Byte k (0 = lowest address) of each lane's unit.
 I4 ByteOf(I4 units, int k) { return (units >> (8 * k)) & 0xFF; }
 
-// The bilinear sum from each lane's two rows of neighbour bytes: near is the
-// byte of column x0 unless at the end, far the byte of column x0 + 1 (the
-// same as x0 at the end).
-F4 SumOfNeighbours(const Bilinear4& b, I4 near0, I4 far0, I4 near1, I4 far1) {
-  return b.w00 * ToFloat(SelectInt(b.atEnd, far0, near0)) + b.w10 * ToFloat(far0) +
-         b.w01 * ToFloat(SelectInt(b.atEnd, far1, near1)) + b.w11 * ToFloat(far1);
+// Neighbours read one unit of two columns per lane and row. The read starts
+// at x0, or at x0 - 1 on the last column so that it stays inside the row;
+// sampleBytes is the distance between the two columns' bytes.
+template <typename Unit>
+Neighbours NeighboursPerLane(const uint8_t* plane, int32_t stride, const Bilinear4& b, int channel) {
+  constexpr int sampleBytes = sizeof(Unit) / 2;
+  const I4 offsets = (b.x0 + b.atEnd) * sampleBytes;
+  const I4 row0 = LoadUnits4<Unit>(plane, b.y0 * stride + offsets);
+  const I4 row1 = LoadUnits4<Unit>(plane, b.y1 * stride + offsets);
+  const I4 far0 = ByteOf(row0, channel + sampleBytes), far1 = ByteOf(row1, channel + sampleBytes);
+  return Neighbours{SelectInt(b.atEnd, far0, ByteOf(row0, channel)), far0,
+                    SelectInt(b.atEnd, far1, ByteOf(row1, channel)), far1};
 }
 
-// Start column of each lane's two-column read: x0, or x0 - 1 at the last
-// column so that the read stays inside the row.
-I4 ReadColumn(const Bilinear4& b) { return b.x0 + b.atEnd; }
+// The neighbours of every channel for samples of sampleBytes interleaved
+// bytes (1 for luma, 2 for the chroma pairs).
+template <int sampleBytes>
+using ChannelNeighbours = std::array<Neighbours, sampleBytes>;
 
-using U4 = uint8_t __attribute__((vector_size(4)));
+template <int sampleBytes>
+using PerLaneUnit = std::conditional_t<sampleBytes == 1, uint16_t, uint32_t>;
 
-// Lanes already within 0..255, stored as four bytes.
-void StoreBytes4(I4 values, uint8_t* out) {
-  const U4 bytes = __builtin_convertvector(values, U4);
-  std::memcpy(out, &bytes, sizeof(bytes));
-}
+// Every lane loads its own neighbours.
+struct PerLaneLoads {
+  template <int sampleBytes>
+  static ChannelNeighbours<sampleBytes> Read(const uint8_t* plane, int32_t stride, int /*columns*/,
+                                             const Bilinear4& b) {
+    ChannelNeighbours<sampleBytes> n;
+    for (int c = 0; c < sampleBytes; ++c) n[c] = NeighboursPerLane<PerLaneUnit<sampleBytes>>(plane, stride, b, c);
+    return n;
+  }
+};
 
-// SampleGrayBilinear on four lanes, stored to out[0..3]. The source is at
-// least two pixels wide.
-void SampleGray4(const YuvImage& source, F4 sx, F4 sy, uint8_t* out) {
+#if defined(__SSE2__) || defined(__ARM_NEON)
+// Shared row loads: the mapping is smooth, so the four lanes almost always
+// read the same two rows within a few bytes. Then one 16-byte load per row
+// and a byte shuffle hand every lane its neighbours; lanes on different rows
+// or spread wider than the block fall back to the per-lane loads. The block
+// starts at lane 0's near column, moved left where it would pass the row's end.
+struct SharedRowLoads {
+  template <int sampleBytes>
+  FLOAT4_SHUFFLE_TARGET static ChannelNeighbours<sampleBytes> Read(const uint8_t* plane, int32_t stride, int columns,
+                                                                   const Bilinear4& b) {
+    constexpr int kBlockColumns = 16 / sampleBytes;
+    if (columns < kBlockColumns) return PerLaneLoads::Read<sampleBytes>(plane, stride, columns, b);
+    const int32_t start = std::min(b.x0[0], columns - kBlockColumns);
+    const I4 nearColumn = b.x0 - start;
+    const I4 farColumn = b.x1 - start;
+    if (AnyLaneSet((b.y0 - b.y0[0]) | ((nearColumn | farColumn) & ~(kBlockColumns - 1)))) {
+      return PerLaneLoads::Read<sampleBytes>(plane, stride, columns, b);
+    }
+    const uint8_t* row0 = plane + static_cast<ptrdiff_t>(b.y0[0]) * stride + start * sampleBytes;
+    const uint8_t* row1 = plane + static_cast<ptrdiff_t>(b.y1[0]) * stride + start * sampleBytes;
+    // Bytes 1..3 of every index lane select zero.
+    const I4 zeroHigh = SplatInt(static_cast<int32_t>(0x80808000u));
+    ChannelNeighbours<sampleBytes> n;
+    for (int c = 0; c < sampleBytes; ++c) {
+      const I4 nearIndex = (nearColumn * sampleBytes + c) | zeroHigh;
+      const I4 farIndex = (farColumn * sampleBytes + c) | zeroHigh;
+      n[c] = Neighbours{ShuffleBytes(row0, nearIndex), ShuffleBytes(row0, farIndex), ShuffleBytes(row1, nearIndex),
+                        ShuffleBytes(row1, farIndex)};
+    }
+    return n;
+  }
+};
+#endif
+
+// A bilinear sum rounded to a byte: + 0.5, truncated. The weights are
+// non-negative and sum to 1 within a few ulps, so the sum lies in 0..255.0001
+// and the clamps of the scalar samplers never act.
+I4 RoundSum(F4 sum) { return __builtin_convertvector(sum + 0.5f, I4); }
+
+// SampleGrayBilinear on four lanes, stored to out[0..3].
+template <typename Loads>
+__attribute__((always_inline)) inline void SampleGray4(const YuvImage& source, F4 sx, F4 sy, uint8_t* out) {
   const int lastColumn = source.width - 1;
   const int lastRow = source.height - 1;
-  const Bilinear4 b = MakeBilinear4(Clamp4(sx, 0.0f, static_cast<float>(lastColumn)),
-                                    Clamp4(sy, 0.0f, static_cast<float>(lastRow)), lastColumn, lastRow);
-  const I4 column = ReadColumn(b);
-  const I4 row0 = LoadUnits4<uint16_t>(source.luma, b.y0 * source.width + column);
-  const I4 row1 = LoadUnits4<uint16_t>(source.luma, b.y1 * source.width + column);
-  const F4 v = SumOfNeighbours(b, ByteOf(row0, 0), ByteOf(row0, 1), ByteOf(row1, 0), ByteOf(row1, 1));
-  I4 rounded = __builtin_convertvector(v + 0.5f, I4);
-  rounded = SelectInt(rounded < SplatInt(0), SplatInt(0), rounded);
-  rounded = SelectInt(rounded > SplatInt(255), SplatInt(255), rounded);
-  StoreBytes4(rounded, out);
+  const Bilinear4 b = MakeBilinear4(Clamp(sx, 0.0f, static_cast<float>(lastColumn)),
+                                    Clamp(sy, 0.0f, static_cast<float>(lastRow)), lastColumn, lastRow);
+  const auto n = Loads::template Read<1>(source.luma, source.width, source.width, b);
+  StoreBytes(RoundSum(SumOfNeighbours(b, n[0])), out);
 }
 
-// SampleChromaBilinear on four lanes, each pair stored to its own pointer.
-// The source has at least two chroma columns and one chroma row.
-void SampleChroma4(const YuvImage& source, F4 sx, F4 sy, uint8_t* const pairs[4]) {
-  const int lastColumn = (source.width >> 1) - 1;
+// SampleChromaBilinear on four lanes whose pairs follow each other, stored
+// to out[0..7]. The source has at least two chroma columns and one chroma row.
+template <typename Loads>
+__attribute__((always_inline)) inline void SampleChroma4(const YuvImage& source, F4 sx, F4 sy, uint8_t* out) {
+  const int columns = source.width >> 1;
   const int lastRow = (source.height >> 1) - 1;
-  const int32_t stride = source.width & ~1;
-  const Bilinear4 b = MakeBilinear4(Clamp4(sx * 0.5f, 0.0f, static_cast<float>(lastColumn)),
-                                    Clamp4(sy * 0.5f, 0.0f, static_cast<float>(lastRow)), lastColumn, lastRow);
-  const I4 column = ReadColumn(b) * 2;
-  // Each read holds both channels of two columns: c0 of x, c1 of x, c0 of x+1, c1 of x+1.
-  const I4 row0 = LoadUnits4<uint32_t>(source.chroma, b.y0 * stride + column);
-  const I4 row1 = LoadUnits4<uint32_t>(source.chroma, b.y1 * stride + column);
-  I4 bytes[2];
-  for (int c = 0; c < 2; ++c) {
-    const F4 v = SumOfNeighbours(b, ByteOf(row0, c), ByteOf(row0, c + 2), ByteOf(row1, c), ByteOf(row1, c + 2));
-    const F4 rounded = v + 0.5f;
-    bytes[c] = __builtin_convertvector(Select(Splat(255.0f) < rounded, Splat(255.0f), rounded), I4);
-  }
-  for (int lane = 0; lane < 4; ++lane) {
-    pairs[lane][0] = static_cast<uint8_t>(bytes[0][lane]);
-    pairs[lane][1] = static_cast<uint8_t>(bytes[1][lane]);
-  }
+  const Bilinear4 b = MakeBilinear4(Clamp(sx * 0.5f, 0.0f, static_cast<float>(columns - 1)),
+                                    Clamp(sy * 0.5f, 0.0f, static_cast<float>(lastRow)), columns - 1, lastRow);
+  const auto n = Loads::template Read<2>(source.chroma, source.width & ~1, columns, b);
+  StoreBytePairs(RoundSum(SumOfNeighbours(b, n[0])), RoundSum(SumOfNeighbours(b, n[1])), out);
 }
 
 // A chroma pair's last writer: the odd column of the pair, or the last
 // column when the pair has no odd column; the same for rows.
 bool LastWriter(int t, int size) { return (t & 1) != 0 || t == size - 1; }
 
-// Chroma samples of one row gathered four at a time.
-class ChromaBatch {
- public:
-  explicit ChromaBatch(const YuvImage& source) : mSource(source) {}
-
-  void Add(float sx, float sy, uint8_t* pair) {
-    mX[mCount] = sx;
-    mY[mCount] = sy;
-    mPairs[mCount] = pair;
-    if (++mCount == 4) {
-      SampleChroma4(mSource, mX, mY, mPairs);
-      mCount = 0;
-    }
-  }
-
-  void Flush() {
-    for (int lane = 0; lane < mCount; ++lane) CDistortionFilter::SampleChromaBilinear(mSource, mX[lane], mY[lane], mPairs[lane]);
-    mCount = 0;
-  }
-
- private:
-  const YuvImage& mSource;
-  F4 mX{}, mY{};
-  uint8_t* mPairs[4] = {};
-  int mCount = 0;
-};
-
-// One output row: four pixels at a time, then the remaining columns one by
-// one. Only the last writer of each chroma pair samples chroma.
-void WarpRowFast(const YuvImage& source, const YuvImage& target, const PixelMapping& mapping,
-                 const RadialFactor& factor, const ColumnTerms& columns, int y) {
-  const RowTerms row = MakeRowTerms(mapping, y);
+// The four-pixel blocks of one output row. Everything they read is held
+// by value: the byte stores could otherwise alias it and force reloads.
+// Only the last writer of each chroma pair samples chroma: inside the
+// blocks the odd lanes, gathered over two blocks into four consecutive pairs.
+template <typename Loads>
+__attribute__((always_inline)) inline void WarpBlocks(const YuvImage source, const YuvImage target,
+                                                      const PixelMapping p, const RadialFactor k,
+                                                      const RowTerms row, int y, int blocks) {
   const bool chromaRow = LastWriter(y, target.height);
   uint8_t* luma = target.luma + static_cast<ptrdiff_t>(y) * target.width;
-  ChromaBatch chroma(source);
-  const int blocks = target.width & ~3;
+  F4 pendingX{}, pendingY{};
   for (int x = 0; x < blocks; x += 4) {
     F4 sx, sy;
-    MapPixels4(mapping, factor, columns, row, x, &sx, &sy);
-    SampleGray4(source, sx, sy, luma + x);
+    MapPixels4(p, k, row, x, &sx, &sy);
+    SampleGray4<Loads>(source, sx, sy, luma + x);
     if (!chromaRow) continue;
-    // Inside a full block only the odd lanes write last: an even last column lies past it.
-    chroma.Add(sx[1], sy[1], ChromaPair(target, x + 1, y));
-    chroma.Add(sx[3], sy[3], ChromaPair(target, x + 3, y));
+    if ((x & 4) == 0) {
+      pendingX = sx;
+      pendingY = sy;
+      continue;
+    }
+    SampleChroma4<Loads>(source, F4{pendingX[1], pendingX[3], sx[1], sx[3]}, F4{pendingY[1], pendingY[3], sy[1], sy[3]},
+                         ChromaPair(target, x - 3, y));
   }
-  chroma.Flush();
+  if (chromaRow && (blocks & 4) != 0) {
+    for (int lane = 1; lane < 4; lane += 2) {
+      CDistortionFilter::SampleChromaBilinear(source, pendingX[lane], pendingY[lane],
+                                              ChromaPair(target, blocks - 4 + lane, y));
+    }
+  }
+}
+
+// One output row: four pixels at a time, then the remaining columns one by one.
+template <typename Loads>
+__attribute__((always_inline)) inline void WarpRowFast(const YuvImage& source, const YuvImage& target,
+                                                       const PixelMapping& mapping, const RadialFactor& factor,
+                                                       const ColumnTerms& columns, int y) {
+  const int blocks = target.width & ~3;
+  WarpBlocks<Loads>(source, target, mapping, factor, MakeRowTerms(mapping, columns, y), y, blocks);
+  const bool chromaRow = LastWriter(y, target.height);
+  uint8_t* luma = target.luma + static_cast<ptrdiff_t>(y) * target.width;
   for (int x = blocks; x < target.width; ++x) {
     float sx = 0.0f, sy = 0.0f;
     MapPixel(mapping, factor, x, y, &sx, &sy);
@@ -380,6 +419,41 @@ void WarpRowFast(const YuvImage& source, const YuvImage& target, const PixelMapp
     }
   }
 }
+
+// Every row of the fast form.
+template <typename Loads>
+__attribute__((always_inline)) inline void WarpRowsFast(const YuvImage& source, const YuvImage& target,
+                                                        const PixelMapping& mapping, const RadialFactor& factor) {
+  const ColumnTerms columns = MakeColumnTerms(mapping, target.width);
+  for (int y = 0; y < target.height; ++y) WarpRowFast<Loads>(source, target, mapping, factor, columns, y);
+}
+
+#if defined(__SSE2__)
+// The shuffle needs SSSE3, which the x86-64 baseline lacks: chosen at run time.
+FLOAT4_SHUFFLE_TARGET void WarpRowsShared(const YuvImage& source, const YuvImage& target, const PixelMapping& mapping,
+                                          const RadialFactor& factor) {
+  WarpRowsFast<SharedRowLoads>(source, target, mapping, factor);
+}
+
+void WarpRowsBest(const YuvImage& source, const YuvImage& target, const PixelMapping& mapping,
+                  const RadialFactor& factor) {
+  if (__builtin_cpu_supports("ssse3")) {
+    WarpRowsShared(source, target, mapping, factor);
+  } else {
+    WarpRowsFast<PerLaneLoads>(source, target, mapping, factor);
+  }
+}
+#elif defined(__ARM_NEON)
+void WarpRowsBest(const YuvImage& source, const YuvImage& target, const PixelMapping& mapping,
+                  const RadialFactor& factor) {
+  WarpRowsFast<SharedRowLoads>(source, target, mapping, factor);
+}
+#else
+void WarpRowsBest(const YuvImage& source, const YuvImage& target, const PixelMapping& mapping,
+                  const RadialFactor& factor) {
+  WarpRowsFast<PerLaneLoads>(source, target, mapping, factor);
+}
+#endif
 
 // Step one of both radial warps: the radial tables of the source and the zoom
 // of the mapped border.
@@ -419,8 +493,7 @@ void CDistortionFilter::WarpYuvImageRadial(const YuvImage& source, const YuvImag
     WarpEveryPixel(source, target, mapping, RadialFactorOf(*this));
     return;
   }
-  const ColumnTerms columns = MakeColumnTerms(mapping, target.width);
-  for (int y = 0; y < target.height; ++y) WarpRowFast(source, target, mapping, RadialFactorOf(*this), columns, y);
+  WarpRowsBest(source, target, mapping, RadialFactorOf(*this));
 }
 
 void CDistortionFilter::WarpYuvImageRadialReference(const YuvImage& source, const YuvImage& target,

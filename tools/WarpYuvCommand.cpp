@@ -1,6 +1,12 @@
 #include "tools/WarpYuvCommand.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <system_error>
+#include <thread>
 #include <vector>
 
 #include "distortion/CDistortionFilter.h"
@@ -8,6 +14,8 @@
 #include "tools/ToolOutput.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 void CopyValues(const std::vector<float>& values, float* destination) {
   for (size_t i = 0; i < values.size(); ++i) destination[i] = values[i];
@@ -22,10 +30,115 @@ YuvImage FrameOf(std::vector<uint8_t>& bytes, cv::Size size) {
   return image;
 }
 
+// Frames to warp: the given count, which the file must hold, or as many as
+// fill the file exactly.
+int64_t CountFrames(const WarpYuvOptions& options, size_t frameBytes) {
+  // Frames are read one batch at a time, so the file's size needs no bound.
+  RequireReadableFile(options.input, std::numeric_limits<uintmax_t>::max());
+  std::error_code error;
+  const uintmax_t fileBytes = fs::file_size(options.input, error);
+  if (error) throw ToolError(options.input + ": cannot read file");
+  const std::string found = ", found " + std::to_string(fileBytes) + " bytes";
+  if (options.frames > 0) {
+    if (fileBytes / frameBytes < static_cast<uintmax_t>(options.frames)) {
+      throw ToolError(options.input + ": " + std::to_string(options.frames) + " frames of " + options.inputSize +
+                      " need " + std::to_string(options.frames * frameBytes) + " bytes" + found);
+    }
+    return options.frames;
+  }
+  if (fileBytes == 0 || fileBytes % frameBytes != 0) {
+    throw ToolError(options.input + ": expected a whole number of " + std::to_string(frameBytes) + "-byte frames for " +
+                    options.inputSize + found);
+  }
+  return static_cast<int64_t>(fileBytes / frameBytes);
+}
+
+// Everything one frame's warp needs; the warp only reads it, so several
+// threads share it.
+struct FrameWarp {
+  CDistortionFilter filter;
+  cv::Size inputSize, outputSize;
+  std::vector<float> sourceCamera, targetCamera, rotation;
+
+  float Run(std::vector<uint8_t>& input, std::vector<uint8_t>& output) const {
+    float zoom = 1.0f;
+    filter.WarpYuvImageRadial(FrameOf(input, inputSize), FrameOf(output, outputSize), sourceCamera.data(),
+                              targetCamera.data(), rotation.data(), &zoom);
+    return zoom;
+  }
+};
+
+// Threads that are joined however the scope is left. Work that gets no
+// thread of its own runs at once on the caller's.
+class JoinedThreads {
+ public:
+  ~JoinedThreads() {
+    for (std::thread& thread : mThreads) thread.join();
+  }
+  template <typename Work>
+  void Start(Work work) {
+    try {
+      mThreads.emplace_back(work);
+    } catch (const std::system_error&) {
+      work();
+    }
+  }
+
+ private:
+  std::vector<std::thread> mThreads;
+};
+
+// Warps the first count frames of a batch, one thread each, and returns the
+// zoom (the same for every frame).
+float WarpBatch(const FrameWarp& warp, std::vector<std::vector<uint8_t>>& inputs,
+                std::vector<std::vector<uint8_t>>& outputs, size_t count) {
+  JoinedThreads threads;
+  for (size_t i = 1; i < count; ++i) threads.Start([&, i] { warp.Run(inputs[i], outputs[i]); });
+  return warp.Run(inputs[0], outputs[0]);
+}
+
+unsigned ThreadCount(unsigned requested) {
+  if (requested > 0) return requested;
+  return std::max(1u, std::thread::hardware_concurrency());
+}
+
+// Reads, warps and writes the frames batch by batch, in input order. Returns
+// false when a read or a write fails; readFailed tells which.
+bool WarpFrameFile(const FrameWarp& warp, const WarpYuvOptions& options, int64_t frames,
+                   const std::string& outputPath, bool* readFailed) {
+  std::ifstream in(options.input, std::ios::binary);
+  std::ofstream out(outputPath, std::ios::binary | std::ios::trunc);
+  const size_t batch = static_cast<size_t>(std::min<int64_t>(ThreadCount(options.threads), frames));
+  std::vector<std::vector<uint8_t>> inputs(batch, std::vector<uint8_t>(FrameBytes(warp.inputSize)));
+  std::vector<std::vector<uint8_t>> outputs(batch, std::vector<uint8_t>(FrameBytes(warp.outputSize), 0));
+  for (int64_t done = 0; done < frames;) {
+    const size_t count = static_cast<size_t>(std::min<int64_t>(static_cast<int64_t>(batch), frames - done));
+    for (size_t i = 0; i < count; ++i) {
+      in.read(reinterpret_cast<char*>(inputs[i].data()), static_cast<std::streamsize>(inputs[i].size()));
+    }
+    if (!in) {
+      *readFailed = true;
+      return false;
+    }
+    const float zoom = WarpBatch(warp, inputs, outputs, count);
+    if (done == 0) std::printf("zoom: %.6f\n", zoom);
+    for (size_t i = 0; i < count; ++i) {
+      out.write(reinterpret_cast<const char*>(outputs[i].data()), static_cast<std::streamsize>(outputs[i].size()));
+      if (frames > 1) std::printf("\rframe %lld of %lld", static_cast<long long>(done + i + 1), static_cast<long long>(frames));
+    }
+    std::fflush(stdout);
+    done += static_cast<int64_t>(count);
+  }
+  if (frames > 1) std::printf("\n");
+  out.close();
+  return static_cast<bool>(out);
+}
+
 }  // namespace
 
 void AddWarpYuvOptions(CLI::App& command, WarpYuvOptions& options) {
-  command.add_option("--in", options.input, "Raw 4:2:0 input frame with interleaved chroma")->required();
+  command.add_option("--in", options.input, "Raw 4:2:0 input frames with interleaved chroma, one after another")
+      ->required();
   command.add_option("--size", options.inputSize, "Input size WxH (even)")->required();
   command.add_option("--out", options.output, "Output frame file")->required();
   command.add_option("--out-size", options.outputSize, "Output size WxH (even)")->required();
@@ -36,31 +149,35 @@ void AddWarpYuvOptions(CLI::App& command, WarpYuvOptions& options) {
       ->capture_default_str();
   command.add_option("--forward", options.forward, "Forward transform ox,oy,s")->capture_default_str();
   command.add_option("--source", options.source, "Source transform ox,oy,s")->capture_default_str();
+  command.add_option("--frames", options.frames, "Frames to warp from the start of the input (default: all)")
+      ->check(CLI::PositiveNumber);
+  command.add_option("--threads", options.threads, "Frames warped at once (default: one per processor)")
+      ->check(CLI::PositiveNumber);
 }
 
 int RunWarpYuv(const WarpYuvOptions& options) {
-  const cv::Size inputSize = ParseFrameSize(options.inputSize, "--size");
-  const cv::Size outputSize = ParseFrameSize(options.outputSize, "--out-size");
-  const std::vector<float> sourceCamera = ParseCamera(options.sourceCamera, "--source-camera");
-  const std::vector<float> targetCamera = ParseCamera(options.targetCamera, "--target-camera");
-  const std::vector<float> rotation = ParseFloatList(options.rotation, 9, "--rotation");
+  FrameWarp warp;
+  warp.inputSize = ParseFrameSize(options.inputSize, "--size");
+  warp.outputSize = ParseFrameSize(options.outputSize, "--out-size");
+  warp.sourceCamera = ParseCamera(options.sourceCamera, "--source-camera");
+  warp.targetCamera = ParseCamera(options.targetCamera, "--target-camera");
+  warp.rotation = ParseFloatList(options.rotation, 9, "--rotation");
+  CopyValues(ParseFloatList(options.radial, 3, "--radial"), warp.filter.radialCoefficients);
+  CopyValues(ParseFloatList(options.forward, 3, "--forward"), warp.filter.forwardTransform);
+  CopyValues(ParseFloatList(options.source, 3, "--source"), warp.filter.sourceTransform);
 
-  CDistortionFilter filter;
-  CopyValues(ParseFloatList(options.radial, 3, "--radial"), filter.radialCoefficients);
-  CopyValues(ParseFloatList(options.forward, 3, "--forward"), filter.forwardTransform);
-  CopyValues(ParseFloatList(options.source, 3, "--source"), filter.sourceTransform);
-
-  std::vector<uint8_t> input = ReadBinaryFile(options.input, FrameBytes(inputSize));
-  if (input.size() != FrameBytes(inputSize)) {
-    throw ToolError(options.input + ": expected " + std::to_string(FrameBytes(inputSize)) + " bytes for " +
-                    options.inputSize + ", found " + std::to_string(input.size()));
+  const int64_t frames = CountFrames(options, FrameBytes(warp.inputSize));
+  bool readFailed = false;
+  try {
+    WriteAtomically(options.output, [&](const std::string& temporary) {
+      return WarpFrameFile(warp, options, frames, temporary, &readFailed);
+    });
+  } catch (const ToolError&) {
+    if (readFailed) throw ToolError(options.input + ": cannot read file");
+    throw;
   }
-  std::vector<uint8_t> output(FrameBytes(outputSize), 0);
-  float zoom = 1.0f;
-  filter.WarpYuvImageRadial(FrameOf(input, inputSize), FrameOf(output, outputSize), sourceCamera.data(),
-                            targetCamera.data(), rotation.data(), &zoom);
-  WriteBytesAtomically(options.output, output.data(), output.size());
-  std::printf("zoom: %.6f\nwrote %s (%dx%d)\n", zoom, options.output.c_str(), outputSize.width,
-              outputSize.height);
+  std::printf("wrote %s (%dx%d", options.output.c_str(), warp.outputSize.width, warp.outputSize.height);
+  if (frames > 1) std::printf(", %lld frames", static_cast<long long>(frames));
+  std::printf(")\n");
   return kExitSuccess;
 }

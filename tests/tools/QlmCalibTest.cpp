@@ -151,6 +151,28 @@ TEST_F(QlmCalib, WarpYuvZoomsAboutTheCentre) {
   EXPECT_EQ(out[24 * 64 + 32], frame[24 * 64 + 32]);
 }
 
+// Three frames on two threads: each output frame is the single-frame warp
+// of its input frame, in input order, with one progress line.
+TEST_F(QlmCalib, WarpYuvFrameSequenceKeepsOrderAndBytes) {
+  const std::string options = " --size 64x48 --out-size 64x48 --source-camera 100,100,32,24 "
+                              "--target-camera 96,96,32,24 --radial -0.1,0.02,0";
+  std::string frames, expected;
+  for (int k = 0; k < 3; ++k) {
+    std::string frame(64 * 48 * 3 / 2, '\0');
+    for (size_t i = 0; i < frame.size(); ++i) frame[i] = static_cast<char>(i * 7 + k * 13 + i / 64 * k);
+    WriteFile(Path("frame.yuv"), frame);
+    ASSERT_EQ(RunTool("warp-yuv --in " + Path("frame.yuv") + " --out " + Path("single.yuv") + options).status, 0);
+    expected += ReadFile(Path("single.yuv"));
+    frames += frame;
+  }
+  WriteFile(Path("in.yuv"), frames);
+  const ToolRun run = RunTool("warp-yuv --in " + Path("in.yuv") + " --out " + Path("out.yuv") + " --threads 2" + options);
+  ASSERT_EQ(run.status, 0) << run.out;
+  EXPECT_EQ(run.out, "zoom: 1.081207\n\rframe 1 of 3\rframe 2 of 3\rframe 3 of 3\nwrote " + Path("out.yuv") +
+                         " (64x48, 3 frames)\n");
+  EXPECT_EQ(ReadFile(Path("out.yuv")), expected);
+}
+
 TEST_F(QlmCalib, BadInputsNameTheProblemAndLeaveNoFile) {
   WriteFile(Path("garbage.png"), "not an image");
   WriteFile(Path("short.bin"), "tiny");
@@ -171,7 +193,10 @@ TEST_F(QlmCalib, BadInputsNameTheProblemAndLeaveNoFile) {
        "--source-camera: expected 4 comma-separated numbers, got '1,1,1'"},
       {"warp-yuv --in " + Path("garbage.png") + " --size 64x48 --out " + Path("out.bin") +
            " --out-size 64x48 --source-camera 1,1,1,1 --target-camera 1,1,1,1",
-       Path("garbage.png") + ": expected 4608 bytes for 64x48, found 12"},
+       Path("garbage.png") + ": expected a whole number of 4608-byte frames for 64x48, found 12 bytes"},
+      {"warp-yuv --in " + Path("garbage.png") + " --size 2x2 --frames 3 --out " + Path("out.bin") +
+           " --out-size 64x48 --source-camera 1,1,1,1 --target-camera 1,1,1,1",
+       Path("garbage.png") + ": 3 frames of 2x2 need 18 bytes, found 12 bytes"},
       {"chart --params " + Path("p.txt") + " " + Path("garbage.png") + " " + Path("garbage.png"),
        Path("garbage.png") + ": not an image OpenCV can decode"},
       {"synth scene --out " + Path("s") + " --size 999x1000", "--size: each side must lie in 1000..10000, got '999x1000'"},
