@@ -47,6 +47,8 @@ struct ChartLimitChecks {
 // One camera as the mono stage left it: the intrinsics the per-view errors
 // are measured with, and the standard deviations of fx, fy, cx, cy (pixels),
 // k1, k2, k3, p1, p2 in that order.
+inline constexpr const char* kMonoIntrinsicNames[9] = {"fx", "fy", "cx", "cy", "k1", "k2", "k3", "p1", "p2"};
+
 struct MonoIntrinsics {
   cv::Mat K;  // 3x3
   cv::Mat D;  // 1x8: k1, k2, p1, p2, k3, k4, k5, k6
