@@ -143,6 +143,15 @@ std::vector<float> ViewErrors(const dualCalibration& engine, const std::vector<s
   return errors;
 }
 
+// The mono stage's intrinsics with their deviations reordered from OpenCV's
+// (fx, fy, cx, cy, k1, k2, p1, p2, k3, ...) to fx, fy, cx, cy, k1, k2, k3, p1, p2.
+MonoIntrinsics MonoIntrinsicsOf(const cv::Mat& K, const cv::Mat& D, const cv::Mat& stdDev) {
+  constexpr int kOpenCvIndex[9] = {0, 1, 2, 3, 4, 5, 8, 6, 7};
+  MonoIntrinsics mono{K.clone(), D.clone(), {}};
+  for (int i = 0; i < 9; ++i) mono.stdDev[i] = stdDev.at<double>(kOpenCvIndex[i]);
+  return mono;
+}
+
 ChartResultSet DeepCopy(const ChartResultSet& set) {
   ChartResultSet copy = set;
   copy.K1 = set.K1.clone(), copy.K2 = set.K2.clone(), copy.D1 = set.D1.clone(), copy.D2 = set.D2.clone();
@@ -162,10 +171,12 @@ ChartSummary& CalibrateViews(dualCalibration& engine, ChartSummary& summary) {
   if (!RunStage(summary, "mono view errors", [&] {
         summary.viewErrors1 = ViewErrors(engine, engine.mImagePoints1, engine.K1, engine.D1);
         summary.viewErrors2 = ViewErrors(engine, engine.mImagePoints2, engine.K2, engine.D2);
+        summary.mono1 = MonoIntrinsicsOf(engine.K1, engine.D1, engine.mMonoStdDev1);
+        summary.mono2 = MonoIntrinsicsOf(engine.K2, engine.D2, engine.mMonoStdDev2);
       })) {
     return summary;
   }
-  summary.outlierViews = ViewOutliers(summary.viewErrors1, summary.viewErrors2);
+  summary.outlierViews = OutlierViewsOfEitherCamera(summary.viewErrors1, summary.viewErrors2);
   if (!RunStage(summary, "stereoCalibration", [&] { engine.stereoCalibration(); })) return summary;
   // The platform result file and the preview read the second set and mSecondRotation.
   engine.mSecondResult = DeepCopy(engine.firstResultSet());

@@ -3,6 +3,7 @@
 // the figures of every stage that ran.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -62,6 +63,17 @@ struct ChartLimitChecks {
   bool translationZ = true;
 };
 
+// One camera as the mono stage left it: the intrinsics the per-view errors
+// are measured with, and the standard deviations of fx, fy, cx, cy (pixels),
+// k1, k2, k3, p1, p2 in that order.
+inline constexpr const char* kMonoIntrinsicNames[9] = {"fx", "fy", "cx", "cy", "k1", "k2", "k3", "p1", "p2"};
+
+struct MonoIntrinsics {
+  cv::Mat K;  // 3x3
+  cv::Mat D;  // 1x8: k1, k2, p1, p2, k3, k4, k5, k6
+  std::array<double, 9> stdDev{};
+};
+
 struct ChartSummary {
   int32_t status = kChartStageFailed;
   std::string failedStage;  // empty when status is kChartOk
@@ -77,11 +89,12 @@ struct ChartSummary {
   double monoRms2 = 0.0;  // second camera, pixels
   std::vector<float> viewErrors1;  // per view, main camera, mono calibration, pixels
   std::vector<float> viewErrors2;  // per view, second camera
+  MonoIntrinsics mono1, mono2;     // main and second camera after the mono stage
   float stereoRms = 0.0f;
   cv::Vec3d T;                     // translation, unit of nSquareSize
   float r_x = 0.0f, r_y = 0.0f, r_z = 0.0f;  // angles of R, radians
   ChartLimitChecks checks;
   // Views whose mono error in either camera is more than three times that
-  // camera's median view error (ViewOutliers).
+  // camera's median view error (OutlierViewsOfEitherCamera).
   std::vector<int32_t> outlierViews;
 };

@@ -35,10 +35,11 @@ int dualCalibration::monoCalibration() {
   const int flags = monoCalibrationFlags();
   const cv::TermCriteria criteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, DBL_EPSILON);
   std::vector<cv::Mat> rvecs, tvecs;
+  // The overload with deviations leaves K, D and the RMS bit for bit as the plain one gives them.
   mMonoRMS1 = cv::calibrateCamera(mObjectPoints, mImagePoints1, cv::Size(chartImageSizes[0], chartImageSizes[1]), K1,
-                                  D1, rvecs, tvecs, flags, criteria);
+                                  D1, rvecs, tvecs, mMonoStdDev1, cv::noArray(), cv::noArray(), flags, criteria);
   mMonoRMS2 = cv::calibrateCamera(mObjectPoints, mImagePoints2, cv::Size(chartImageSizes[2], chartImageSizes[3]), K2,
-                                  D2, rvecs, tvecs, flags, criteria);
+                                  D2, rvecs, tvecs, mMonoStdDev2, cv::noArray(), cv::noArray(), flags, criteria);
   // A warning only: the results stay and the caller is not told. Intended.
   if (monoReprojectionExceeds(mMonoRMS1) || monoReprojectionExceeds(mMonoRMS2)) {
     std::printf("ERROR: reproject error is too big ! \n");

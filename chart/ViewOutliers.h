@@ -1,17 +1,19 @@
-// Views whose reprojection error stands far above the rest of the set.
+// The outlier rule over per-view reprojection errors: a view is an outlier
+// of its camera when its error exceeds three times the median of all the
+// views' errors of that camera.
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
-// A view is an outlier when its error exceeds this many times the median
-// view error of its camera.
-constexpr float kOutlierMedianFactor = 3.0f;
+constexpr double kOutlierMedianFactor = 3.0;
 
-// kOutlierMedianFactor times the median of errors (the mean of the middle
-// two for an even count); 0 without errors.
-float OutlierLimit(const std::vector<float>& errors);
+// Three times the median of errors (the mean of the two middle values for an
+// even count); 0 without errors.
+double ViewOutlierLimit(const std::vector<float>& errors);
 
-// Ascending indices of the views whose error in errors1 or in errors2 is
-// above that list's OutlierLimit.
-std::vector<int32_t> ViewOutliers(const std::vector<float>& errors1, const std::vector<float>& errors2);
+// Per view: true when its error is strictly above ViewOutlierLimit(errors).
+std::vector<bool> ViewOutliers(const std::vector<float>& errors);
+
+// Ascending indices of the views that are outliers of either camera.
+std::vector<int32_t> OutlierViewsOfEitherCamera(const std::vector<float>& errors1, const std::vector<float>& errors2);

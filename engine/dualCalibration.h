@@ -152,6 +152,10 @@ class dualCalibration final : public CFilter {
   // RMS reprojection errors of the last mono calibration, pixels.
   double mMonoRMS1 = 0.0;
   double mMonoRMS2 = 0.0;
+  // Standard deviations of the last mono calibration's intrinsics, 18 x 1
+  // doubles in OpenCV's order (fx, fy, cx, cy, k1, k2, p1, p2, k3, k4, k5,
+  // k6, s1..s4, tauX, tauY); 0 for a fixed coefficient.
+  cv::Mat mMonoStdDev1, mMonoStdDev2;
 
   // ---- Chart stages (chart/) ----
   // Each stage prints its progress and problems on standard output and
@@ -199,8 +203,9 @@ class dualCalibration final : public CFilter {
   // only a board that the fast check misses.
   bool passesQuickBoardCheck(const cv::Mat& image, cv::Size patternSize) const;
 
-  // Calibrates each camera from the view lists into K1/D1 and K2/D2 and
-  // warns when either RMS exceeds nMaxReprojectionERROR / 100. Returns 1.
+  // Calibrates each camera from the view lists into K1/D1 and K2/D2 (the
+  // standard deviations into mMonoStdDev1/2) and warns when either RMS
+  // exceeds nMaxReprojectionERROR / 100. Returns 1.
   int monoCalibration();
   // Flag words of the mono and the stereo calibration from their switches.
   int monoCalibrationFlags() const;

@@ -14,6 +14,10 @@
 
 #include "api/Globals.h"
 #include "chart/ViewOutliers.h"
+#include "framework/PicturesDir.h"
+#include "tools/AndroidMetadata.h"
+#include "tools/ChartReport.h"
+#include "tools/PairList.h"
 #include "tools/ToolInput.h"
 #include "tools/ToolOutput.h"
 
@@ -70,6 +74,18 @@ void PrintPairing(const ChartSummary& summary) {
   }
 }
 
+void PrintDeviations(const char* label, const MonoIntrinsics& mono) {
+  std::printf("std dev %-9s", label);
+  for (int i = 0; i < 9; ++i) std::printf(" %s %.4g", kMonoIntrinsicNames[i], mono.stdDev[i]);
+  std::printf("\n");
+}
+
+nlohmann::json DeviationsJson(const MonoIntrinsics& mono) {
+  nlohmann::json json;
+  for (int i = 0; i < 9; ++i) json[kMonoIntrinsicNames[i]] = mono.stdDev[i];
+  return json;
+}
+
 void PrintSummary(const ChartSummary& summary) {
   std::printf("views:            %d of %zu\n", summary.viewCount, summary.viewsFound.size());
   PrintPairing(summary);
@@ -80,14 +96,16 @@ void PrintSummary(const ChartSummary& summary) {
   const ChartLimitChecks& c = summary.checks;
   std::printf("mono RMS:         main %.4f px, second %.4f px (%s)\n", summary.monoRms1, summary.monoRms2,
               PassFail(c.monoReprojection));
+  PrintDeviations("main:", summary.mono1);
+  PrintDeviations("second:", summary.mono2);
   std::printf("stereo RMS:       %.4f px (%s)\n", summary.stereoRms, PassFail(c.stereoReprojection));
   for (size_t k = 0; k < summary.viewErrors1.size(); ++k) {
     std::printf("view %zu error:     main %.4f px, second %.4f px%s\n", k + 1, summary.viewErrors1[k],
                 k < summary.viewErrors2.size() ? summary.viewErrors2[k] : 0.0f,
                 IsOutlier(summary, k) ? " (outlier)" : "");
   }
-  std::printf("outlier limit:    main %.4f px, second %.4f px (%.0f x median)\n", OutlierLimit(summary.viewErrors1),
-              OutlierLimit(summary.viewErrors2), kOutlierMedianFactor);
+  std::printf("outlier limit:    main %.4f px, second %.4f px (%.0f x median)\n", ViewOutlierLimit(summary.viewErrors1),
+              ViewOutlierLimit(summary.viewErrors2), kOutlierMedianFactor);
   std::printf("T:                [%.4f, %.4f, %.4f] (%s %s %s)\n", summary.T[0], summary.T[1], summary.T[2],
               PassFail(c.translationX), PassFail(c.translationY), PassFail(c.translationZ));
   std::printf("angles (deg):     x %.4f (%s), y %.4f (%s), z %.4f (%s)\n", summary.r_x * kDegreesPerRadian,
@@ -164,6 +182,7 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
   if (summary.status == kChartOk) {
     json["K1"] = MatrixJson(engine.K1), json["K2"] = MatrixJson(engine.K2);
     json["D1"] = MatrixJson(engine.D1), json["D2"] = MatrixJson(engine.D2);
+    json["intrinsic_std_dev"] = {{"main", DeviationsJson(summary.mono1)}, {"second", DeviationsJson(summary.mono2)}};
   } else {
     json["failed_stage"] = summary.failedStage;
     json["message"] = summary.message;
@@ -185,12 +204,22 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
                    "Search the second image in full even when the quick board check finds no board");
   command.add_flag("--drop-outliers", options.dropOutliers,
                    "Calibrate again without the outlier views and report both runs");
-  command.add_option("IMAGES", options.images, "MAIN1 SECOND1 [MAIN2 SECOND2 ...]")->required();
+  command.add_option("IMAGES", options.images, "MAIN1 SECOND1 [MAIN2 SECOND2 ...]");
+  command.add_option("--pairs-dir", options.pairsDir, "Folder of NAME_main.EXT / NAME_second.EXT pairs");
+  command.add_option("--pairs", options.pairsFile, "Text file with one pair 'MAIN SECOND' per line");
+  command.add_option("--report", options.reportDir, "Folder for the picture report (PNGs and report.json)");
+  command.add_option("--android-metadata", options.androidMetadata, "Camera2 static metadata of both cameras (JSON)");
+  command.add_option("--square-mm", options.squareMm, "Real size of a board square in mm (default: nSquareSize mm)")
+      ->check(CLI::PositiveNumber);
+  command.add_option("--sensor-orientation", options.sensorOrientationDeg, "Main camera's sensor orientation (deg)")
+      ->check(CLI::IsMember({0, 90, 180, 270}))
+      ->capture_default_str();
 }
 
 ChartOutcome CalibrateChart(const ChartOptions& options) {
   for (const std::string& table : options.tables) RequireReadableFile(table, kMaxTextFileBytes);
-  const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = ReadPairs(options.images);
+  const std::vector<std::string> images = ChartImagePaths(options.images, options.pairsDir, options.pairsFile);
+  const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = ReadPairs(images);
   dualCalibration& engine = g_dualCalib;
   if (LoadParametersFromFile(engine, options.params.c_str()) != 1) {
     throw ToolError(options.params + ": parameter file could not be loaded");
@@ -203,7 +232,7 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
   run.quickCheck = options.quickCheck;
   run.onPair = [&](size_t k, ChartPairResult result) {
     std::cout.flush();
-    std::printf("pair %zu: %s %s: %s\n", k + 1, options.images[2 * k].c_str(), options.images[2 * k + 1].c_str(),
+    std::printf("pair %zu: %s %s: %s\n", k + 1, images[2 * k].c_str(), images[2 * k + 1].c_str(),
                 result == ChartPairResult::kView      ? "board found in both"
                 : result == ChartPairResult::kNoBoard ? "board not found"
                                                       : "board not found (quick check of the second image)");
@@ -232,6 +261,15 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
     const cv::Mat canvas = RectifiedSideBySide(engine, pairs[0]);
     WriteAtomically(options.saveRectified, [&](const std::string& temporary) { return cv::imwrite(temporary, canvas); });
     std::printf("rectified pair:   %s\n", options.saveRectified.c_str());
+  }
+  if (!options.reportDir.empty() && outcome.Final().status == kChartOk) {
+    WriteChartReport(options.reportDir, ChartReportInput(engine, outcome.Final(), images));
+    std::printf("report:           %s/report.json\n", options.reportDir.c_str());
+  }
+  if (!options.androidMetadata.empty() && outcome.Final().status == kChartOk) {
+    WriteJsonAtomically(options.androidMetadata,
+                        AndroidMetadataJson(engine, options.squareMm, options.sensorOrientationDeg));
+    std::printf("android metadata: %s\n", options.androidMetadata.c_str());
   }
   return outcome;
 }

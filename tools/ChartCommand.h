@@ -17,6 +17,10 @@ struct ChartOptions {
   std::vector<std::string> tables;
   std::string json, saveRectified;
   std::vector<std::string> images;  // main1 second1 main2 second2 ...
+  std::string pairsDir, pairsFile;  // the other two sources of pairs (tools/PairList.h)
+  std::string reportDir, androidMetadata;
+  double squareMm = 0.0;             // 0: nSquareSize counts as millimetres
+  int sensorOrientationDeg = 90;     // of the main camera, for its pose rotation
   CornerPairing pairing = CornerPairing::kGrid;
   bool quickCheck = true;
   bool dropOutliers = false;
@@ -44,7 +48,7 @@ int RunChart(const ChartOptions& options);
 bool AllChartChecksPassed(const ChartLimitChecks& checks);
 
 // The summary's JSON form (keys views_found, views_total, rms, T,
-// angles_deg, K1, K2, D1, D2, per_view_errors, mono_rms, status, checks,
-// pairing, grid_pairing or repeated_corner_views, outlier_views,
-// quick_rejected, views_without_tables).
+// angles_deg, K1, K2, D1, D2, per_view_errors, mono_rms, intrinsic_std_dev,
+// status, checks, pairing, grid_pairing or repeated_corner_views,
+// outlier_views, quick_rejected, views_without_tables).
 nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibration& engine);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cfloat>
 #include <cmath>
 #include <memory>
 #include <vector>
@@ -7,6 +8,7 @@
 #include <opencv2/calib3d.hpp>
 
 #include "engine/dualCalibration.h"
+#include "tests/support/ChessboardRenderer.h"
 
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
@@ -58,7 +60,74 @@ std::unique_ptr<dualCalibration> SeedKeepingEngine(int32_t mainWidth, int32_t ma
   return engine;
 }
 
+// Engine holding the first count of 16 board views of the example rig:
+// true corners plus 0.1 px Gaussian noise, both cameras 2000 x 1500.
+std::unique_ptr<dualCalibration> RenderedRigEngine(size_t count) {
+  const cv::Size size(2000, 1500);
+  const StereoRig rig = ExampleStereoRig(size, size);
+  const ChessboardLayout layout;
+  const std::vector<BoardPose> poses = RandomBoardPoses(rig, layout, 16, 77);
+  cv::RNG noise(5);
+  auto engine = std::make_unique<dualCalibration>();
+  ApplyExampleChartSettings(*engine);
+  const int32_t sizes[4] = {size.width, size.height, size.width, size.height};
+  std::copy(sizes, sizes + 4, engine->chartImageSizes);
+  for (size_t k = 0; k < count; ++k) {
+    cv::Matx33d rotation;
+    cv::Rodrigues(poses[k].rvec, rotation);
+    std::vector<cv::Point2f> corners[2] = {
+        ProjectBoardCorners(rig.main, layout, rotation, poses[k].tvec),
+        ProjectBoardCorners(rig.second, layout, rig.R * rotation, rig.R * poses[k].tvec + rig.T)};
+    for (std::vector<cv::Point2f>& list : corners) {
+      for (cv::Point2f& p : list) p += cv::Point2f(noise.gaussian(0.1), noise.gaussian(0.1));
+    }
+    engine->mObjectPoints.push_back(Board(static_cast<float>(layout.squareSize)));
+    engine->mImagePoints1.push_back(corners[0]);
+    engine->mImagePoints2.push_back(corners[1]);
+  }
+  return engine;
+}
+
 }  // namespace
+
+TEST(MonoCalibration, DeviationsLeaveTheResultsBitIdentical) {
+  auto engine = RenderedRigEngine(8);
+  CaptureStdout();
+  engine->monoCalibration();
+  GetCapturedStdout();
+  const cv::TermCriteria criteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, DBL_EPSILON);
+  const cv::Mat* results[2][2] = {{&engine->K1, &engine->D1}, {&engine->K2, &engine->D2}};
+  const std::vector<std::vector<cv::Point2f>>* views[2] = {&engine->mImagePoints1, &engine->mImagePoints2};
+  const double rms[2] = {engine->mMonoRMS1, engine->mMonoRMS2};
+  for (int camera = 0; camera < 2; ++camera) {
+    cv::Mat K = (cv::Mat_<double>(3, 3) << 1500, 0, 1000, 0, 1500, 750, 0, 0, 1);
+    cv::Mat D = cv::Mat::zeros(1, 8, CV_64F);
+    std::vector<cv::Mat> rvecs, tvecs;
+    const double plainRms = cv::calibrateCamera(engine->mObjectPoints, *views[camera], cv::Size(2000, 1500), K, D,
+                                                rvecs, tvecs, engine->monoCalibrationFlags(), criteria);
+    EXPECT_EQ(rms[camera], plainRms);
+    EXPECT_EQ(cv::norm(*results[camera][0], K, cv::NORM_INF), 0.0);
+    EXPECT_EQ(cv::norm(*results[camera][1], D, cv::NORM_INF), 0.0);
+  }
+  EXPECT_EQ(engine->mMonoStdDev1.size(), cv::Size(1, 18));
+  EXPECT_GT(engine->mMonoStdDev2.at<double>(0), 0.0);
+}
+
+TEST(MonoCalibration, DeviationsShrinkFromSixToSixteenViews) {
+  auto six = RenderedRigEngine(6);
+  auto sixteen = RenderedRigEngine(16);
+  CaptureStdout();
+  six->monoCalibration();
+  sixteen->monoCalibration();
+  GetCapturedStdout();
+  // fx, fy, cx, cy, k1, k2, p1, p2, k3 of both cameras.
+  for (int i = 0; i < 9; ++i) {
+    EXPECT_LT(sixteen->mMonoStdDev1.at<double>(i), six->mMonoStdDev1.at<double>(i)) << i;
+    EXPECT_LT(sixteen->mMonoStdDev2.at<double>(i), six->mMonoStdDev2.at<double>(i)) << i;
+  }
+  std::printf("main fx deviation: 6 views %.4f px, 16 views %.4f px\n", six->mMonoStdDev1.at<double>(0),
+              sixteen->mMonoStdDev1.at<double>(0));
+}
 
 TEST(MonoCalibration, SeedsTheCameraMatricesFromTheImageSizes) {
   auto engine = SeedKeepingEngine(4000, 3000, 1001, 751);

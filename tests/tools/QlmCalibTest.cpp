@@ -135,6 +135,36 @@ TEST_F(QlmCalib, ChartRecoversTheKnownBaseline) {
   EXPECT_EQ(summary["per_view_errors"]["main"].size(), 5u);
 }
 
+TEST_F(QlmCalib, ChartFromAPairsFolderWritesReportMetadataAndDeviations) {
+  const std::string chart = Path("chart");
+  ASSERT_EQ(RunTool("synth chart --out " + chart + " --pairs 5 --seed 4").status, 0);
+  const ToolRun run = RunTool("chart --params " + chart + "/params.txt --pairs-dir " + chart + " --report " +
+                              Path("report") + " --android-metadata " + Path("meta.json") + " --json " +
+                              Path("chart.json") + " --pictures-dir " + Path("pics"));
+  ASSERT_EQ(run.status, 0) << run.out;
+  EXPECT_TRUE(Contains(run.out, "pair 1: " + chart + "/pair_0_main.png " + chart + "/pair_0_second.png: board found in both\n"));
+  EXPECT_TRUE(Contains(run.out, "pair 5: " + chart + "/pair_4_main.png")) << run.out;
+  EXPECT_TRUE(Contains(run.out, "std dev main:     fx ")) << run.out;
+  EXPECT_TRUE(Contains(run.out, "report:           " + Path("report") + "/report.json\n")) << run.out;
+
+  const nlohmann::json report = ReadJson(Path("report/report.json"));
+  EXPECT_EQ(report["views"].size(), 5u);
+  EXPECT_EQ(report["views"][0]["images"], chart + "/pair_0_main.png " + chart + "/pair_0_second.png");
+  EXPECT_TRUE(FileExists(Path("report/view_05.png")));
+  EXPECT_TRUE(FileExists(Path("report/errors.png")));
+  const nlohmann::json summary = ReadJson(Path("chart.json"));
+  for (const char* camera : {"main", "second"}) {
+    for (const char* name : {"fx", "fy", "cx", "cy", "k1", "k2", "k3", "p1", "p2"}) {
+      EXPECT_GT(summary["intrinsic_std_dev"][camera][name].get<double>(), 0.0) << camera << " " << name;
+    }
+  }
+  // nSquareSize counts as millimetres: the 40-unit baseline is about 4 cm.
+  const nlohmann::json metadata = ReadJson(Path("meta.json"));
+  const nlohmann::json& position = metadata["second"]["android.lens.poseTranslation"];
+  EXPECT_NEAR(std::hypot(position[0].get<double>(), position[1].get<double>(), position[2].get<double>()), 0.04, 0.0005);
+  EXPECT_EQ(metadata["main"]["android.lens.intrinsicCalibration"][0], summary["K1"][0][0]);
+}
+
 // Same camera, no distortion, equal sizes: the last column and row map one
 // pixel short of the far sides, so the zoom is the larger of 32/31 and
 // 24/23, and the centre pixel stays where it is.
@@ -200,6 +230,9 @@ TEST_F(QlmCalib, BadInputsNameTheProblemAndLeaveNoFile) {
       {"chart --params " + Path("p.txt") + " " + Path("garbage.png") + " " + Path("garbage.png"),
        Path("garbage.png") + ": not an image OpenCV can decode"},
       {"synth scene --out " + Path("s") + " --size 999x1000", "--size: each side must lie in 1000..10000, got '999x1000'"},
+      {"chart --params " + Path("p.txt") + " --pairs-dir " + dir.Path(), dir.Path() + ": no NAME_main / NAME_second image pair"},
+      {"chart --params " + Path("p.txt") + " --pairs " + Path("p.txt") + " a.png b.png",
+       "chart: give the pairs one way: MAIN1 SECOND1 ..., --pairs-dir DIR or --pairs FILE"},
   };
   for (const auto& c : cases) {
     const ToolRun run = RunTool(c.arguments);
