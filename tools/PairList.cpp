@@ -91,11 +91,7 @@ std::vector<std::string> PairsFromDirectory(const std::string& directory) {
 }
 
 std::vector<std::string> PairsFromListFile(const std::string& path) {
-  RequireReadableFile(path);
-  std::error_code error;
-  if (fs::file_size(path, error) > kMaxListFileBytes || error) {
-    throw ToolError(path + ": a pair list holds at most 1 MiB");
-  }
+  RequireReadableFile(path, kMaxListFileBytes);
   std::ifstream in(path);
   const fs::path folder = fs::path(path).parent_path();
   std::vector<std::string> images;

@@ -11,6 +11,7 @@
 #include "tests/support/ChessboardRenderer.h"
 #include "tests/support/TestFiles.h"
 #include "tools/ChartReport.h"
+#include "tools/ToolOutput.h"
 
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
@@ -71,6 +72,7 @@ ReportInput CentredSetWithOneSpoiledView() {
 TEST(ChartReport, MarksTheSpoiledViewAndTheUncoveredBorder) {
   TempDir dir;
   WriteChartReport(dir.File("report"), CentredSetWithOneSpoiledView());
+  CommitOutputs();
   std::ifstream in(dir.File("report/report.json"));
   const nlohmann::json report = nlohmann::json::parse(in);
 

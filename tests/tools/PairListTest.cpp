@@ -52,7 +52,7 @@ TEST(PairList, ListFileOnePairPerLine) {
       {"m1.png s1.png\nm2.png\n", ":2: expected MAIN SECOND, got 'm2.png'"},
       {"m1.png s1.png extra.png\n", ":1: expected MAIN SECOND, got 'm1.png s1.png extra.png'"},
       {"# nothing\n", ": no image pair"},
-      {std::string((1 << 20) + 1, 'x'), ": a pair list holds at most 1 MiB"},
+      {std::string((1 << 20) + 1, 'x'), ": 1048577 bytes, more than the 1048576 this input may hold"},
   };
   for (const auto& c : cases) {
     WriteFile(dir.File("bad.txt"), c.text);
