@@ -306,29 +306,45 @@ TEST(ChartDriver, RefusesUnusableInput) {
   }
 }
 
-TEST(ChartDriver, TablesUndistortTheCornersBeforeCalibration) {
+// Six views with tables: the tables undistort views 0 to 3 only and the
+// summary counts the two left uncorrected; a rerun without views 0 and 5
+// keeps the rest as they were.
+TEST(ChartDriver, TablesUndistortTheFirstFourViewsAndARerunDropsViews) {
   TempDir dir;
   WriteFile(dir.File("main.txt"), TableText(0.0, 1000.0));
   WriteFile(dir.File("second.txt"), TableText(0.004, 1000.0));
-  const ImagePairs pairs = FirstPairs(4);
+  const ImagePairs pairs = FirstPairs(6);
   auto engine = ChartEngine();
   const ChartSummary summary =
       RunDriver(*engine, pairs, dir.File("main.txt").c_str(), dir.File("second.txt").c_str());
   ASSERT_EQ(summary.status, kChartOk) << summary.message;
+  EXPECT_EQ(summary.viewsWithoutTables, 2);
   // The detected corners, undistorted by hand with the second table.
   auto reference = ChartEngine();
   CaptureStdout();
   for (const auto& pair : pairs) reference->findImagePoints(pair.first, pair.second, 0);
   GetCapturedStdout();
   EXPECT_EQ(engine->mImagePoints1, reference->mImagePoints1);
-  for (size_t k = 0; k < pairs.size(); ++k) {
-    std::vector<cv::Point2f> expected = reference->mImagePoints2[k];
+  std::vector<std::vector<cv::Point2f>> undistorted = reference->mImagePoints2;
+  for (size_t k = 0; k < 4; ++k) {
+    std::vector<cv::Point2f>& expected = undistorted[k];
     ASSERT_EQ(dualCalibration::SecondCameraFilter().UndistortPointsPolynomial(
                   &expected[0].x, &expected[0].x, static_cast<int32_t>(expected.size()), 2000, 1500),
               1);
-    EXPECT_EQ(engine->mImagePoints2[k], expected) << "view " << k;
-    EXPECT_NE(engine->mImagePoints2[k], reference->mImagePoints2[k]) << "view " << k;
+    EXPECT_NE(expected, reference->mImagePoints2[k]) << "view " << k;
   }
+  EXPECT_EQ(engine->mImagePoints2, undistorted);
+
+  CaptureStdout();
+  const ChartSummary rerun = engine->recalibrateChartWithoutViews(summary, {5, 0, 99});
+  GetCapturedStdout();
+  ASSERT_EQ(rerun.status, kChartOk) << rerun.message;
+  EXPECT_EQ(rerun.viewCount, 4);
+  EXPECT_EQ(rerun.viewsFound, (std::vector<int32_t>{0, 1, 1, 1, 1, 0}));
+  EXPECT_EQ(rerun.viewsWithoutTables, 1);
+  EXPECT_EQ(rerun.viewErrors1.size(), 4u);
+  EXPECT_EQ(engine->mImagePoints2, std::vector<std::vector<cv::Point2f>>(undistorted.begin() + 1, undistorted.end() - 1));
+  EXPECT_EQ(engine->mObjectPoints.size(), 4u);
 }
 
 TEST(ChartDriver, TableFailuresStopBeforeCalibration) {

@@ -133,6 +133,11 @@ TEST_F(QlmCalib, ChartRecoversTheKnownBaseline) {
   }
   EXPECT_NEAR(summary["K1"][0][0].get<double>(), truth["main_camera"]["K"][0][0].get<double>(), 8.0);
   EXPECT_EQ(summary["per_view_errors"]["main"].size(), 5u);
+  EXPECT_EQ(summary["pairing"], "grid");
+  ASSERT_EQ(summary["grid_pairing"].size(), 5u);
+  for (const nlohmann::json& view : summary["grid_pairing"]) EXPECT_LT(view["residual_px"].get<double>(), 0.2);
+  EXPECT_EQ(summary["outlier_views"], nlohmann::json::array());
+  EXPECT_EQ(summary["quick_rejected"], nlohmann::json({0, 0, 0, 0, 0}));
 }
 
 TEST_F(QlmCalib, ChartFromAPairsFolderWritesReportMetadataAndDeviations) {
@@ -140,7 +145,7 @@ TEST_F(QlmCalib, ChartFromAPairsFolderWritesReportMetadataAndDeviations) {
   ASSERT_EQ(RunTool("synth chart --out " + chart + " --pairs 5 --seed 4").status, 0);
   const ToolRun run = RunTool("chart --params " + chart + "/params.txt --pairs-dir " + chart + " --report " +
                               Path("report") + " --android-metadata " + Path("meta.json") + " --json " +
-                              Path("chart.json") + " --pictures-dir " + Path("pics"));
+                              Path("chart.json") + " --pictures-dir " + Path("pics") + " --pairing nearest");
   ASSERT_EQ(run.status, 0) << run.out;
   EXPECT_TRUE(Contains(run.out, "pair 1: " + chart + "/pair_0_main.png " + chart + "/pair_0_second.png: board found in both\n"));
   EXPECT_TRUE(Contains(run.out, "pair 5: " + chart + "/pair_4_main.png")) << run.out;
@@ -163,6 +168,9 @@ TEST_F(QlmCalib, ChartFromAPairsFolderWritesReportMetadataAndDeviations) {
   const nlohmann::json& position = metadata["second"]["android.lens.poseTranslation"];
   EXPECT_NEAR(std::hypot(position[0].get<double>(), position[1].get<double>(), position[2].get<double>()), 0.04, 0.0005);
   EXPECT_EQ(metadata["main"]["android.lens.intrinsicCalibration"][0], summary["K1"][0][0]);
+  EXPECT_EQ(summary["pairing"], "nearest");
+  EXPECT_EQ(summary["repeated_corner_views"], nlohmann::json::array());
+  EXPECT_FALSE(summary.contains("grid_pairing"));
 }
 
 // Same camera, no distortion, equal sizes: the last column and row map one
