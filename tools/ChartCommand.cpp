@@ -42,6 +42,13 @@ std::vector<std::pair<cv::Mat, cv::Mat>> ReadPairs(const std::vector<std::string
   return pairs;
 }
 
+// "view 12 error:" padded to the summary's value column.
+std::string ViewLabel(size_t view, const char* what) {
+  std::string label = "view " + std::to_string(view + 1) + " " + what + ":";
+  label.resize(std::max<size_t>(label.size() + 1, 18), ' ');
+  return label;
+}
+
 const char* PairingName(CornerPairing pairing) { return pairing == CornerPairing::kGrid ? "grid" : "nearest"; }
 
 // "1, 4, 7" from 0-based indices.
@@ -60,7 +67,7 @@ void PrintPairing(const ChartSummary& summary) {
   std::printf("pairing:          %s\n", PairingName(summary.pairing));
   for (size_t k = 0; k < summary.gridPairings.size(); ++k) {
     const GridPairing& pairing = summary.gridPairings[k];
-    std::printf("view %zu order:     %s, homography fit %.4f px\n", k + 1,
+    std::printf("%s%s, homography fit %.4f px\n", ViewLabel(k, "order").c_str(),
                 pairing.order < 0 ? "none" : kGridOrders[pairing.order].name, pairing.residualPx);
   }
   if (!summary.repeatedCornerViews.empty()) {
@@ -100,7 +107,7 @@ void PrintSummary(const ChartSummary& summary) {
   PrintDeviations("second:", summary.mono2);
   std::printf("stereo RMS:       %.4f px (%s)\n", summary.stereoRms, PassFail(c.stereoReprojection));
   for (size_t k = 0; k < summary.viewErrors1.size(); ++k) {
-    std::printf("view %zu error:     main %.4f px, second %.4f px%s\n", k + 1, summary.viewErrors1[k],
+    std::printf("%smain %.4f px, second %.4f px%s\n", ViewLabel(k, "error").c_str(), summary.viewErrors1[k],
                 k < summary.viewErrors2.size() ? summary.viewErrors2[k] : 0.0f,
                 IsOutlier(summary, k) ? " (outlier)" : "");
   }
