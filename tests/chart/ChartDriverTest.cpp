@@ -37,21 +37,27 @@ struct Scene {
   ImagePairs pairs;
 };
 
+// Renders the poses with noise sigma and blur sigma; pair k's noise is
+// seeded with noiseSeed + 2 k.
+Scene RenderScene(const StereoRig& rig, const ChessboardLayout& layout, const std::vector<BoardPose>& poses,
+                  double noiseSigma, double blurSigmaPx, uint64_t noiseSeed) {
+  Scene s{rig, {}, {}};
+  RenderOptions options;
+  options.noiseSigma = noiseSigma;
+  options.blurSigmaPx = blurSigmaPx;
+  for (size_t k = 0; k < poses.size(); ++k) {
+    s.rendered.push_back(RenderPair(rig, layout, poses[k], options, noiseSeed + 2 * k));
+    s.pairs.emplace_back(s.rendered.back().mainImage, s.rendered.back().secondImage);
+  }
+  return s;
+}
+
 // Rendered once per test program and kept in memory only.
 const Scene& RenderedScene() {
   static const Scene scene = [] {
-    Scene s;
-    s.rig = ExampleStereoRig(kImageSize, kImageSize);
-    RenderOptions options;
-    options.noiseSigma = 1.0;
-    options.blurSigmaPx = 0.7;
+    const StereoRig rig = ExampleStereoRig(kImageSize, kImageSize);
     const ChessboardLayout layout;
-    const std::vector<BoardPose> poses = RandomBoardPoses(s.rig, layout, kRenderedPairs, 2024);
-    for (size_t k = 0; k < poses.size(); ++k) {
-      s.rendered.push_back(RenderPair(s.rig, layout, poses[k], options, 100 + 2 * k));
-      s.pairs.emplace_back(s.rendered.back().mainImage, s.rendered.back().secondImage);
-    }
-    return s;
+    return RenderScene(rig, layout, RandomBoardPoses(rig, layout, kRenderedPairs, 2024), 1.0, 0.7, 100);
   }();
   return scene;
 }
@@ -110,26 +116,12 @@ void ExpectAccurate(const ChartSummary& summary, const dualCalibration& engine, 
 // close range makes the views differ in perspective by several degrees.
 constexpr int kPhonePairs = 14;
 
-struct PhoneScene {
-  StereoRig rig;
-  ChessboardLayout layout;
-  std::vector<RenderedPair> rendered;
-  ImagePairs pairs;
-};
-
-const PhoneScene& PhoneCloseRangeScene() {
-  static const PhoneScene scene = [] {
-    PhoneScene s;
-    s.rig = PhoneStereoRig(kImageSize, kImageSize);
-    s.layout.squareSize = 5.0;
-    RenderOptions options;
-    options.noiseSigma = 1.5;
-    options.blurSigmaPx = 0.8;
-    for (const BoardPose& pose : RandomBoardPoses(s.rig, s.layout, kPhonePairs, 7, 45.0, 180.0)) {
-      s.rendered.push_back(RenderPair(s.rig, s.layout, pose, options, 300 + 2 * s.pairs.size()));
-      s.pairs.emplace_back(s.rendered.back().mainImage, s.rendered.back().secondImage);
-    }
-    return s;
+const Scene& PhoneCloseRangeScene() {
+  static const Scene scene = [] {
+    const StereoRig rig = PhoneStereoRig(kImageSize, kImageSize);
+    ChessboardLayout layout;
+    layout.squareSize = 5.0;
+    return RenderScene(rig, layout, RandomBoardPoses(rig, layout, kPhonePairs, 7, 45.0, 180.0), 1.5, 0.8, 300);
   }();
   return scene;
 }
@@ -144,7 +136,7 @@ size_t NearestIndex(const std::vector<cv::Point2f>& points, const cv::Point2f& p
 
 // Views (0-based) in which some second-image corner is not the true partner
 // of its main-image corner; every pair of the scene must have become a view.
-std::vector<int32_t> WronglyPairedViews(const dualCalibration& engine, const PhoneScene& scene) {
+std::vector<int32_t> WronglyPairedViews(const dualCalibration& engine, const Scene& scene) {
   std::vector<int32_t> wrong;
   for (size_t v = 0; v < engine.mImagePoints1.size(); ++v) {
     const RenderedPair& truth = scene.rendered[v];
@@ -393,7 +385,7 @@ TEST(ChartDriver, OpenCvErrorsBecomeAFailedSummary) {
 }
 
 TEST(ChartDriver, GridPairingHoldsOnAPhoneRigWhereNearestPairingFails) {
-  const PhoneScene& scene = PhoneCloseRangeScene();
+  const Scene& scene = PhoneCloseRangeScene();
   ASSERT_EQ(scene.pairs.size(), static_cast<size_t>(kPhonePairs));
   auto engine = ChartEngine();
   engine->m_nSquareSize = 5;
