@@ -56,9 +56,11 @@ is_installed() {
   [ "$(dpkg-query -W -f='${Status}' "$1" 2>/dev/null)" = "install ok installed" ]
 }
 
-# Architecture-independent packages are installed without a qualifier.
+# Architecture-independent packages are installed without a qualifier; a
+# native (amd64) package of the same name does not count.
 is_installed_for_arm64() {
-  is_installed "$1:arm64" || is_installed "$1"
+  is_installed "$1:arm64" ||
+    { is_installed "$1" && [ "$(dpkg-query -W -f='${Architecture}' "$1" 2>/dev/null)" = all ]; }
 }
 
 has_candidate() {
