@@ -395,10 +395,13 @@ TEST(ChartDriver, GridPairingHoldsOnAPhoneRigWhereNearestPairingFails) {
   const ChartSummary nearest = engine->runChartCalibration(scene.pairs, options);
   GetCapturedStdout();
   ASSERT_EQ(nearest.viewsFound, std::vector<int32_t>(kPhonePairs, 1));
-  // The nearest pairing pairs view 4 wrongly; the summary names it by its
+  // The nearest pairing pairs view 4 wrongly on x86-64 and view 6 under
+  // AArch64's OpenCV: both sit at the edge of what it pairs, and the last
+  // bits of the corner refinement decide. The summary names the view by its
   // repeated corner.
-  EXPECT_EQ(WronglyPairedViews(*engine, scene), std::vector<int32_t>{3});
-  EXPECT_EQ(nearest.repeatedCornerViews, std::vector<int32_t>{3});
+  const std::vector<int32_t> wrong = WronglyPairedViews(*engine, scene);
+  EXPECT_TRUE(wrong == std::vector<int32_t>{3} || wrong == std::vector<int32_t>{5}) << testing::PrintToString(wrong);
+  EXPECT_EQ(nearest.repeatedCornerViews, wrong);
   options.pairing = CornerPairing::kGrid;
   CaptureStdout();
   const ChartSummary grid = engine->runChartCalibration(scene.pairs, options);
