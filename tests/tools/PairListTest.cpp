@@ -6,20 +6,8 @@
 
 #include "tests/support/TestFiles.h"
 #include "tools/PairList.h"
+#include "tests/tools/ToolErrors.h"
 #include "tools/ToolInput.h"
-
-namespace {
-
-std::string ErrorOf(const std::function<void()>& run) {
-  try {
-    run();
-  } catch (const ToolError& error) {
-    return error.what();
-  }
-  return "";
-}
-
-}  // namespace
 
 TEST(PairList, FolderPairsInNaturalOrder) {
   TempDir dir;

@@ -7,19 +7,7 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "tests/support/TestFiles.h"
-
-namespace {
-
-std::string ErrorOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const ToolError& error) {
-    return error.what();
-  }
-  return "";
-}
-
-}  // namespace
+#include "tests/tools/ToolErrors.h"
 
 TEST(ParseSize, AcceptsWxHOnly) {
   EXPECT_EQ(ParseSize("4000x3000", "--size"), cv::Size(4000, 3000));
