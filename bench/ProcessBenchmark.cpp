@@ -23,7 +23,7 @@
 
 #include "api/Exports.h"
 #include "engine/dualCalibration.h"
-#include "tests/support/SyntheticScene.h"
+#include "synthetic/SyntheticScene.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <opencv2/imgcodecs.hpp>
 
 #include "engine/dualCalibration.h"
-#include "tests/support/ChessboardRenderer.h"
-#include "tests/support/SyntheticScene.h"
+#include "synthetic/ChessboardRenderer.h"
+#include "synthetic/SyntheticScene.h"
 #include "tools/ToolInput.h"
 #include "tools/ToolOutput.h"
 

@@ -16,7 +16,7 @@
 #include "engine/dualCalibration.h"
 #include "tests/support/AndroidLog.h"
 #include "tests/support/ServiceLibrary.h"
-#include "tests/support/SyntheticScene.h"
+#include "synthetic/SyntheticScene.h"
 #include "tests/support/TestFiles.h"
 
 using testing::internal::CaptureStderr;

@@ -12,7 +12,7 @@
 
 #include "distortion/CDistortionFilter.h"
 #include "engine/dualCalibration.h"
-#include "tests/support/ChessboardRenderer.h"
+#include "synthetic/ChessboardRenderer.h"
 #include "tests/support/TestFiles.h"
 
 using testing::internal::CaptureStdout;

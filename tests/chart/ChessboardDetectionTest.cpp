@@ -7,7 +7,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "engine/dualCalibration.h"
-#include "tests/support/ChessboardRenderer.h"
+#include "synthetic/ChessboardRenderer.h"
 
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;

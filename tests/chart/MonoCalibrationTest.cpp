@@ -8,7 +8,7 @@
 #include <opencv2/calib3d.hpp>
 
 #include "engine/dualCalibration.h"
-#include "tests/support/ChessboardRenderer.h"
+#include "synthetic/ChessboardRenderer.h"
 
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;

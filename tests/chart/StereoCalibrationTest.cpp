@@ -9,7 +9,7 @@
 #include <opencv2/calib3d.hpp>
 
 #include "engine/dualCalibration.h"
-#include "tests/support/ChessboardRenderer.h"
+#include "synthetic/ChessboardRenderer.h"
 #include "tests/support/TestFiles.h"
 
 using testing::internal::CaptureStdout;

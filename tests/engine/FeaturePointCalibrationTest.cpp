@@ -11,7 +11,7 @@
 
 #include "engine/dualCalibration.h"
 #include "tests/support/AndroidLog.h"
-#include "tests/support/SyntheticScene.h"
+#include "synthetic/SyntheticScene.h"
 
 using testing::internal::CaptureStderr;
 using testing::internal::CaptureStdout;

@@ -7,7 +7,7 @@
 #include <memory>
 
 #include "engine/dualCalibration.h"
-#include "tests/support/ChessboardRenderer.h"
+#include "synthetic/ChessboardRenderer.h"
 #include "tools/AndroidMetadata.h"
 #include "tools/ToolInput.h"
 

@@ -8,7 +8,7 @@
 #include <opencv2/calib3d.hpp>
 
 #include "engine/dualCalibration.h"
-#include "tests/support/ChessboardRenderer.h"
+#include "synthetic/ChessboardRenderer.h"
 #include "tests/support/TestFiles.h"
 #include "tools/ChartReport.h"
 #include "tools/ToolOutput.h"

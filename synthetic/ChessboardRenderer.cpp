@@ -1,4 +1,4 @@
-#include "tests/support/ChessboardRenderer.h"
+#include "synthetic/ChessboardRenderer.h"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "tests/support/SyntheticScene.h"
+#include "synthetic/SyntheticScene.h"
 
 #include <cmath>
 #include <random>
