@@ -2,10 +2,14 @@
 // interleaved chroma, on one thread, beside OpenCV's initUndistortRectifyMap
 // plus remap of both planes for the same cameras, rotation and radial model,
 // beside remap alone with the maps built once (fixed-point CV_16SC2), and
-// beside the plain per-pixel reference loop. The cameras scale with the
-// frame width, so both sizes see the same field of view.
+// beside the plain per-pixel reference loop; and each vector form of the
+// rows that the processor runs (BM_WarpYuvKernel/W/H/form: 0 four lanes with
+// per-lane loads, 1 four lanes with shared loads, 2 eight lanes, 3 sixteen).
+// The cameras scale with the frame width, so both sizes see the same field
+// of view.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <memory>
@@ -121,6 +125,24 @@ void BM_WarpYuvImageRadial(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * scene.width * scene.height);
 }
 
+// Each vector form of the rows by itself (third argument: WarpKernel).
+void BM_WarpYuvKernel(benchmark::State& state) {
+  Scene& scene = SharedScene(state);
+  const WarpKernel kernel = static_cast<WarpKernel>(state.range(2));
+  const std::vector<WarpKernel> supported = SupportedWarpKernels();
+  if (std::find(supported.begin(), supported.end(), kernel) == supported.end()) {
+    state.SkipWithError("not supported by this processor");
+    return;
+  }
+  for (auto _ : state) {
+    float zoom = 1.0f;
+    WarpYuvImageRadialWith(kernel, scene.filter, scene.Source(), scene.Target(), scene.sourceCamera.data(),
+                           scene.targetCamera.data(), scene.rotation.data(), &zoom);
+    benchmark::DoNotOptimize(zoom);
+  }
+  state.SetItemsProcessed(state.iterations() * scene.width * scene.height);
+}
+
 void BM_WarpYuvImageRadialReference(benchmark::State& state) {
   Scene& scene = SharedScene(state);
   for (auto _ : state) {
@@ -162,6 +184,11 @@ void FrameSizes(benchmark::internal::Benchmark* benchmark) {
 
 BENCHMARK(BM_WarpYuvImageRadial)->Apply(FrameSizes);
 BENCHMARK(BM_WarpYuvImageRadialReference)->Apply(FrameSizes);
+BENCHMARK(BM_WarpYuvKernel)
+    ->ArgsProduct({{4000}, {3000}, {0, 1, 2, 3}})
+    ->ArgsProduct({{1920}, {1080}, {0, 1, 2, 3}})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK(BM_OpenCvMapsAndRemap)->Apply(FrameSizes);
 BENCHMARK(BM_OpenCvRemapOnly)->Apply(FrameSizes);
 

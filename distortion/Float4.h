@@ -2,6 +2,9 @@
 // by clang) for the fast forms of the distortion kernels. Every operation is
 // the lane-wise IEEE operation of the scalar code, so with -ffp-contract=off
 // the fast forms give the scalar forms' bits on x86-64 and AArch64.
+// Translation units built for different x86-64 instruction sets include this
+// header, so everything here has internal linkage: no unit's copy can stand
+// in for another's at link time.
 #pragma once
 
 #include <cmath>
@@ -15,6 +18,7 @@
 #endif
 
 namespace float4 {
+namespace {
 
 using F4 = float __attribute__((vector_size(16)));
 using I4 = int32_t __attribute__((vector_size(16)));
@@ -118,18 +122,33 @@ inline bool AnyLaneSet(I4 mask) {
 // Four bytes of a 16-byte block per lane: byte k of each index lane picks
 // block[index byte k], and an index byte with its top bit set gives 0. The
 // same rule as pshufb and tbl, whose out-of-range bytes are zero too.
-#if defined(__SSE2__)
-// Functions that shuffle bytes, and every caller they are inlined into.
-#define FLOAT4_SHUFFLE_TARGET __attribute__((target("ssse3")))
-FLOAT4_SHUFFLE_TARGET inline I4 ShuffleBytes(const uint8_t* block, I4 index) {
+#if defined(__SSSE3__)
+inline I4 ShuffleBytes(const uint8_t* block, I4 index) {
   const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(block));
   return reinterpret_cast<I4>(_mm_shuffle_epi8(bytes, reinterpret_cast<__m128i>(index)));
 }
 #elif defined(__ARM_NEON)
-#define FLOAT4_SHUFFLE_TARGET
 inline I4 ShuffleBytes(const uint8_t* block, I4 index) {
   return reinterpret_cast<I4>(vqtbl1q_u8(vld1q_u8(block), reinterpret_cast<uint8x16_t>(index)));
 }
 #endif
 
+// The four-lane operations of the generic warp rows (distortion/WarpRows.h).
+struct Lanes4 {
+  using F = F4;
+  using I = I4;
+  static constexpr int kLanes = 4;
+  static F Sqrt(F value) { return float4::Sqrt(value); }
+  static F Clamp(F value, float low, float high) { return float4::Clamp(value, low, high); }
+  static bool AnyLaneSet(I mask) { return float4::AnyLaneSet(mask); }
+  static void StoreBytes(I values, uint8_t* out) { float4::StoreBytes(values, out); }
+  static void StoreBytePairs(I first, I second, uint8_t* out) { float4::StoreBytePairs(first, second, out); }
+  static F OddLanes(F a, F b) { return F{a[1], a[3], b[1], b[3]}; }
+  static I GroupLeaders(I values) { return SplatInt(values[0]); }
+#if defined(__SSSE3__) || defined(__ARM_NEON)
+  static I ShuffleGroups(const uint8_t* const* blocks, I index) { return ShuffleBytes(blocks[0], index); }
+#endif
+};
+
+}  // namespace
 }  // namespace float4

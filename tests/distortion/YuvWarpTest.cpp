@@ -367,12 +367,33 @@ TEST(YuvWarp, EmptyOutputSetsZoomOnly) {
   }
 }
 
-// The fast form against the plain per-pixel loop, bit for bit, on random
-// sizes (odd and even, down to one pixel), cameras, rotations, models and
-// placements.
-TEST(YuvWarp, FastFormMatchesReferenceBitForBit) {
+// Every fast form this processor runs against the plain per-pixel loop, bit
+// for bit, on random sizes (odd and even, down to one pixel), cameras,
+// rotations, models and placements, and on degenerate inputs: zero focal
+// lengths and a singular rotation give infinities and NaNs that the clamps
+// turn into edge samples.
+TEST(YuvWarp, EveryFastFormMatchesReferenceBitForBit) {
+  const std::vector<WarpKernel> kernels = SupportedWarpKernels();
+  const auto expectSameBits = [&](const CDistortionFilter& filter, YuvPlanes& source, int width, int height,
+                                  const float* sourceCamera, const float* targetCamera, const float* rotation) {
+    YuvPlanes reference = Target(width, height);
+    float referenceZoom = 0.0f;
+    filter.WarpYuvImageRadialReference(source.Image(), reference.Image(), sourceCamera, targetCamera, rotation,
+                                       &referenceZoom);
+    for (const WarpKernel kernel : kernels) {
+      SCOPED_TRACE(static_cast<int>(kernel));
+      YuvPlanes fast = Target(width, height);
+      float fastZoom = 0.0f;
+      WarpYuvImageRadialWith(kernel, filter, source.Image(), fast.Image(), sourceCamera, targetCamera, rotation,
+                             &fastZoom);
+      ASSERT_EQ(std::memcmp(&fastZoom, &referenceZoom, sizeof(float)), 0);
+      ASSERT_EQ(fast.luma, reference.luma);
+      ASSERT_EQ(fast.chroma, reference.chroma);
+    }
+  };
   std::mt19937 random(2024);
   for (int trial = 0; trial < 300; ++trial) {
+    SCOPED_TRACE(trial);
     const RandomWarp w = MakeRandomWarp(random);
     YuvPlanes source = NoiseSource(w.sourceWidth, w.sourceHeight, trial);
     auto filter = RadialFilter(w.k[0], w.k[1], w.k[2]);
@@ -381,35 +402,16 @@ TEST(YuvWarp, FastFormMatchesReferenceBitForBit) {
       filter->sourceTransform[i] = w.place[i];
     }
     if (trial % 3 == 0) filter->forwardTransform[2] = 1.0f;
-    YuvPlanes fast = Target(w.targetWidth, w.targetHeight);
-    YuvPlanes reference = Target(w.targetWidth, w.targetHeight);
-    float fastZoom = 0.0f, referenceZoom = 0.0f;
-    filter->WarpYuvImageRadial(source.Image(), fast.Image(), w.sourceCamera.data(), w.targetCamera.data(),
-                               w.rotation.data(), &fastZoom);
-    filter->WarpYuvImageRadialReference(source.Image(), reference.Image(), w.sourceCamera.data(),
-                                        w.targetCamera.data(), w.rotation.data(), &referenceZoom);
-    ASSERT_EQ(std::memcmp(&fastZoom, &referenceZoom, sizeof(float)), 0) << trial;
-    ASSERT_EQ(fast.luma, reference.luma) << trial;
-    ASSERT_EQ(fast.chroma, reference.chroma) << trial;
+    expectSameBits(*filter, source, w.targetWidth, w.targetHeight, w.sourceCamera.data(), w.targetCamera.data(),
+                   w.rotation.data());
   }
-}
-
-// Degenerate inputs: zero focal lengths and a singular rotation give
-// infinities and NaNs that the clamps turn into edge samples, the same in both forms.
-TEST(YuvWarp, DegenerateParametersStayInsideTheSource) {
   YuvPlanes source = NoiseSource(33, 21, 4);
   const std::array<float, 9> camera = Camera(0.0f, 30.0f, 16.0f, 10.0f);
   const std::array<float, 9> target = Camera(30.0f, 0.0f, 16.0f, 10.0f);
   const float singular[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0};
   auto filter = RadialFilter(0.1f, 0.0f, 0.0f);
   for (const float* rotation : {kIdentity, singular}) {
-    YuvPlanes fast = Target(17, 9), reference = Target(17, 9);
-    float fastZoom = 0.0f, referenceZoom = 0.0f;
-    filter->WarpYuvImageRadial(source.Image(), fast.Image(), camera.data(), target.data(), rotation, &fastZoom);
-    filter->WarpYuvImageRadialReference(source.Image(), reference.Image(), camera.data(), target.data(), rotation,
-                                        &referenceZoom);
-    EXPECT_EQ(fast.luma, reference.luma);
-    EXPECT_EQ(fast.chroma, reference.chroma);
+    expectSameBits(*filter, source, 17, 9, camera.data(), target.data(), rotation);
   }
 }
 
