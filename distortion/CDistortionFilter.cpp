@@ -8,7 +8,7 @@
 
 #include "framework/FileHandle.h"
 
-#include "distortion/Float4.h"
+#include "distortion/CurveBracket.h"
 
 namespace {
 
@@ -49,24 +49,13 @@ class TableReader {
   bool mExhausted = false;
 };
 
-// The first k below `intervals` with (x - xs[k]) * (x - xs[k+1]) <= 0, or
-// -1; the products of four intervals are formed and tested at once.
-int FirstBracket(const CurveTable& xs, float x, int intervals) {
-  using namespace float4;
-  for (int k = 0; k < intervals; k += 4) {
-    const F4 products = (x - Load4(&xs[k])) * (x - Load4(&xs[k + 1]));
-    const int lane = FirstSetLane(products <= Splat(0.0f));
-    if (lane >= 0) return k + lane < intervals ? k + lane : -1;
-  }
-  return -1;
-}
-
 // Clamps x to [xs[0], xs[1023]] and interpolates over the first `intervals`
 // intervals; the first interval that brackets x wins, ys[0] when none does.
-float LookupCurve(const CurveTable& xs, const CurveTable& ys, float x, int intervals) {
+// `bisectable` is Bisectable(xs), for callers that look up many points.
+float LookupCurve(const CurveTable& xs, const CurveTable& ys, float x, int intervals, bool bisectable = false) {
   if (xs[0] > x) x = xs[0];
   if (x > xs[kCurveSize - 1]) x = xs[kCurveSize - 1];
-  const int k = FirstBracket(xs, x, intervals);
+  const int k = bisectable ? BisectBracket(xs, x) : FirstBracket(xs, x, intervals);
   if (k < 0) return ys[0];
   return ys[k] + (x - xs[k]) / (xs[k + 1] - xs[k]) * (ys[k + 1] - ys[k]);
 }
@@ -316,10 +305,11 @@ void CDistortionFilter::UndistortPointsRadial(const float* in, float* out, int32
   BuildCurveFromRadialModel(camera, radius, scale, static_cast<float>(width),
                             static_cast<float>(height));
   const float ox = forwardTransform[0], oy = forwardTransform[1], s = forwardTransform[2];
+  const bool bisectable = Bisectable(radius);
   for (int32_t i = 0; i < count; ++i) {
     float u = 0.0f, v = 0.0f;
     NormalisePoint(in + 2 * i, camera, forwardTransform, &u, &v);
-    const float f = LookupCurve(radius, scale, std::sqrt(u * u + v * v), kCurveSize);
+    const float f = LookupCurve(radius, scale, std::sqrt(u * u + v * v), kCurveSize, bisectable);
     out[2 * i] = (camera[2] + camera[0] * u / f) / s - ox;
     out[2 * i + 1] = (camera[5] + camera[4] * v / f) / s - oy;
   }
@@ -329,10 +319,11 @@ void CDistortionFilter::MapPointsRadial(const float* in, float* out, int32_t cou
                                         const float sourceCamera[9], const float targetCamera[9],
                                         const float rotation[9], const CurveTable& radius,
                                         const CurveTable& scale) const {
+  const bool bisectable = Bisectable(radius);
   for (int32_t i = 0; i < count; ++i) {
     float u = 0.0f, v = 0.0f;
     NormalisePoint(in + 2 * i, sourceCamera, forwardTransform, &u, &v);
-    const float f = LookupCurve(radius, scale, std::sqrt(u * u + v * v), kCurveSize);
+    const float f = LookupCurve(radius, scale, std::sqrt(u * u + v * v), kCurveSize, bisectable);
     ProjectRotated(u / f, v / f, targetCamera, rotation, sourceTransform, out + 2 * i);
   }
 }
