@@ -17,6 +17,7 @@
 // here has external linkage.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -140,7 +141,7 @@ using ChannelNeighbours = std::array<Neighbours<Ops>, sampleBytes>;
 struct PerLaneLoads {
   template <typename Ops, int sampleBytes>
   static ChannelNeighbours<Ops, sampleBytes> Read(const uint8_t* plane, int32_t stride, int /*columns*/,
-                                                  const Bilinear<Ops>& b) {
+                                                  int /*lastRow*/, const Bilinear<Ops>& b) {
     using I = IntLanes<Ops>;
     const I offsets = (b.x0 + b.atEnd) * sampleBytes;
     I units0 = offsets, units1 = offsets;
@@ -180,42 +181,102 @@ struct PerLaneLoads {
 
 // Shared row loads: the mapping is smooth, so the four lanes of a group
 // almost always read the same two rows within a few bytes. Then one 16-byte
-// load per row and group and a byte shuffle hand every lane its neighbours;
-// when a group's lanes sit on different rows or spread wider than the
-// block, the whole vector falls back to the per-lane loads. A group's block
-// starts at its first lane's near column, moved left where it would pass
-// the row's end.
+// load per row and group and a byte shuffle hand every lane its neighbours.
+// A group's block starts at its first lane's near column, moved left where
+// it would pass the row's end. Where a group straddles a row boundary, four
+// blocks per group cover the rows from one above its first lane's to two
+// below, and each lane picks its own rows' bytes; lanes spread wider than a
+// block, or rows further apart, fall back to the per-lane loads.
 struct SharedRowLoads {
   template <typename Ops, int sampleBytes>
   __attribute__((always_inline)) static ChannelNeighbours<Ops, sampleBytes> Read(const uint8_t* plane,
                                                                                 int32_t stride, int columns,
-                                                                                const Bilinear<Ops>& b) {
+                                                                                int lastRow, const Bilinear<Ops>& b) {
     using I = IntLanes<Ops>;
     constexpr int kBlockColumns = 16 / sampleBytes;
-    constexpr int kGroups = Ops::kLanes / 4;
-    if (columns < kBlockColumns) return PerLaneLoads::Read<Ops, sampleBytes>(plane, stride, columns, b);
+    if (columns < kBlockColumns) return PerLaneLoads::Read<Ops, sampleBytes>(plane, stride, columns, lastRow, b);
     const I leaders = Ops::GroupLeaders(b.x0);
     const I lastStart = I{} + (columns - kBlockColumns);
     const I start = SelectInt<I>(leaders < lastStart, leaders, lastStart);
-    const I nearColumn = b.x0 - start;
-    const I farColumn = b.x1 - start;
-    if (Ops::AnyLaneSet((b.y0 - Ops::GroupLeaders(b.y0)) | ((nearColumn | farColumn) & ~(kBlockColumns - 1)))) {
-      return PerLaneLoads::Read<Ops, sampleBytes>(plane, stride, columns, b);
+    const Columns<Ops> at{start, b.x0 - start, b.x1 - start};
+    if (Ops::AnyLaneSet((at.near | at.far) & ~(kBlockColumns - 1))) {
+      return PerLaneLoads::Read<Ops, sampleBytes>(plane, stride, columns, lastRow, b);
     }
+    const I firstRow = Ops::GroupLeaders(b.y0);
+    if (!Ops::AnyLaneSet(b.y0 - firstRow)) return OnTwoRows<Ops, sampleBytes>(plane, stride, b, at);
+    // Rows of each lane as 0 .. 3 for one above the first lane's row .. two below.
+    const I near = b.y0 - firstRow + 1, far = b.y1 - firstRow + 1;
+    if (Ops::AnyLaneSet((near | far) & ~3)) {
+      return PerLaneLoads::Read<Ops, sampleBytes>(plane, stride, columns, lastRow, b);
+    }
+    return OnFourRows<Ops, sampleBytes>(plane, stride, lastRow, firstRow, near, far, at);
+  }
+
+ private:
+  // Each lane's block start and its near and far columns within the block.
+  template <typename Ops>
+  struct Columns {
+    IntLanes<Ops> start, near, far;
+  };
+
+  template <typename Ops>
+  static IntLanes<Ops> IndexOf(IntLanes<Ops> column, int sampleBytes, int channel) {
+    // Bytes 1..3 of every index lane select zero.
+    return (column * sampleBytes + channel) | static_cast<int32_t>(0x80808000u);
+  }
+
+  // Every group's lanes on the same two rows.
+  template <typename Ops, int sampleBytes>
+  __attribute__((always_inline)) static ChannelNeighbours<Ops, sampleBytes> OnTwoRows(const uint8_t* plane,
+                                                                                     int32_t stride,
+                                                                                     const Bilinear<Ops>& b,
+                                                                                     const Columns<Ops>& at) {
+    constexpr int kGroups = Ops::kLanes / 4;
     const uint8_t* row0[kGroups];
     const uint8_t* row1[kGroups];
     for (int g = 0; g < kGroups; ++g) {
-      row0[g] = plane + static_cast<ptrdiff_t>(b.y0[4 * g]) * stride + start[4 * g] * sampleBytes;
-      row1[g] = plane + static_cast<ptrdiff_t>(b.y1[4 * g]) * stride + start[4 * g] * sampleBytes;
+      row0[g] = plane + static_cast<ptrdiff_t>(b.y0[4 * g]) * stride + at.start[4 * g] * sampleBytes;
+      row1[g] = plane + static_cast<ptrdiff_t>(b.y1[4 * g]) * stride + at.start[4 * g] * sampleBytes;
     }
-    // Bytes 1..3 of every index lane select zero.
-    const I zeroHigh = I{} + static_cast<int32_t>(0x80808000u);
     ChannelNeighbours<Ops, sampleBytes> n;
     for (int c = 0; c < sampleBytes; ++c) {
-      const I nearIndex = (nearColumn * sampleBytes + c) | zeroHigh;
-      const I farIndex = (farColumn * sampleBytes + c) | zeroHigh;
+      const IntLanes<Ops> nearIndex = IndexOf<Ops>(at.near, sampleBytes, c);
+      const IntLanes<Ops> farIndex = IndexOf<Ops>(at.far, sampleBytes, c);
       n[c] = Neighbours<Ops>{Ops::ShuffleGroups(row0, nearIndex), Ops::ShuffleGroups(row0, farIndex),
                              Ops::ShuffleGroups(row1, nearIndex), Ops::ShuffleGroups(row1, farIndex)};
+    }
+    return n;
+  }
+
+  // Groups that straddle a row boundary: blocks of the four rows around each
+  // group's first row (limited to the plane, where no lane reads them), and
+  // each lane's rows picked by nearRow and farRow (0 .. 3).
+  template <typename Ops, int sampleBytes>
+  static ChannelNeighbours<Ops, sampleBytes> OnFourRows(const uint8_t* plane, int32_t stride, int lastRow,
+                                                       IntLanes<Ops> firstRow, IntLanes<Ops> nearRow,
+                                                       IntLanes<Ops> farRow, const Columns<Ops>& at) {
+    using I = IntLanes<Ops>;
+    constexpr int kGroups = Ops::kLanes / 4;
+    const uint8_t* blocks[4][kGroups];
+    for (int r = 0; r < 4; ++r) {
+      for (int g = 0; g < kGroups; ++g) {
+        const int row = std::clamp(firstRow[4 * g] + r - 1, 0, lastRow);
+        blocks[r][g] = plane + static_cast<ptrdiff_t>(row) * stride + at.start[4 * g] * sampleBytes;
+      }
+    }
+    const auto pick = [](const I (&rows)[4], I which) {
+      return SelectInt<I>(which == 0, rows[0],
+                          SelectInt<I>(which == 1, rows[1], SelectInt<I>(which == 2, rows[2], rows[3])));
+    };
+    ChannelNeighbours<Ops, sampleBytes> n;
+    for (int c = 0; c < sampleBytes; ++c) {
+      I nearBytes[4], farBytes[4];
+      for (int r = 0; r < 4; ++r) {
+        nearBytes[r] = Ops::ShuffleGroups(blocks[r], IndexOf<Ops>(at.near, sampleBytes, c));
+        farBytes[r] = Ops::ShuffleGroups(blocks[r], IndexOf<Ops>(at.far, sampleBytes, c));
+      }
+      n[c] = Neighbours<Ops>{pick(nearBytes, nearRow), pick(farBytes, nearRow), pick(nearBytes, farRow),
+                             pick(farBytes, farRow)};
     }
     return n;
   }
@@ -237,7 +298,7 @@ __attribute__((always_inline)) inline void SampleGray(const YuvImage& source, Fl
   const int lastRow = source.height - 1;
   const Bilinear<Ops> b = MakeBilinear<Ops>(Ops::Clamp(sx, 0.0f, static_cast<float>(lastColumn)),
                                             Ops::Clamp(sy, 0.0f, static_cast<float>(lastRow)), lastColumn, lastRow);
-  const auto n = Loads::template Read<Ops, 1>(source.luma, source.width, source.width, b);
+  const auto n = Loads::template Read<Ops, 1>(source.luma, source.width, source.width, lastRow, b);
   Ops::StoreBytes(RoundSum<Ops>(SumOfNeighbours(b, n[0])), out);
 }
 
@@ -252,7 +313,7 @@ __attribute__((always_inline)) inline void SampleChroma(const YuvImage& source, 
   const Bilinear<Ops> b = MakeBilinear<Ops>(Ops::Clamp(sx * 0.5f, 0.0f, static_cast<float>(columns - 1)),
                                             Ops::Clamp(sy * 0.5f, 0.0f, static_cast<float>(lastRow)), columns - 1,
                                             lastRow);
-  const auto n = Loads::template Read<Ops, 2>(source.chroma, source.width & ~1, columns, b);
+  const auto n = Loads::template Read<Ops, 2>(source.chroma, source.width & ~1, columns, lastRow, b);
   Ops::StoreBytePairs(RoundSum<Ops>(SumOfNeighbours(b, n[0])), RoundSum<Ops>(SumOfNeighbours(b, n[1])), out);
 }
 
