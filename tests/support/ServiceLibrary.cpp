@@ -4,16 +4,6 @@
 
 #include <vector>
 
-namespace {
-
-std::vector<unsigned char> CString(const std::string& text) {
-  std::vector<unsigned char> bytes(text.begin(), text.end());
-  bytes.push_back('\0');
-  return bytes;
-}
-
-}  // namespace
-
 ServiceLibrary::ServiceLibrary(const char* path) : mHandle(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
   if (mHandle == nullptr) {
     mError = dlerror();
@@ -39,7 +29,7 @@ Fn ServiceLibrary::Symbol(const char* mangledName) {
 
 int ServiceLibrary::Init(const std::string& paramFile, const std::string& recordFile,
                          unsigned char* recordMem, int a, int b, int c, int d) const {
-  std::vector<unsigned char> param = CString(paramFile);
-  std::vector<unsigned char> record = CString(recordFile);
+  std::vector<unsigned char> param(paramFile.c_str(), paramFile.c_str() + paramFile.size() + 1);
+  std::vector<unsigned char> record(recordFile.c_str(), recordFile.c_str() + recordFile.size() + 1);
   return mInit(param.data(), record.data(), recordMem, a, b, c, d);
 }
