@@ -5,7 +5,9 @@
 #include <climits>
 #include <cstring>
 #include <memory>
+#include <cstdio>
 #include <string>
+#include <vector>
 
 #include "tests/support/TestFiles.h"
 
@@ -16,125 +18,112 @@ namespace {
 
 CalibrationRecord PatternRecord(uint8_t seed) {
   CalibrationRecord record;
-  for (size_t i = 0; i < kCalibrationRecordSize; ++i)
-    record.bytes[i] = static_cast<uint8_t>(i * seed + 1);
+  for (size_t i = 0; i < kCalibrationRecordSize; ++i) record.bytes[i] = static_cast<uint8_t>(i * seed + 1);
   return record;
-}
-
-std::string RecordText(const CalibrationRecord& record) {
-  return std::string(reinterpret_cast<const char*>(record.bytes), kCalibrationRecordSize);
-}
-
-const unsigned char* Path(const std::string& path) {
-  return reinterpret_cast<const unsigned char*>(path.c_str());
 }
 
 bool SameRecord(const CalibrationRecord& a, const CalibrationRecord& b) {
   return std::memcmp(a.bytes, b.bytes, kCalibrationRecordSize) == 0;
 }
 
-// A parameter file that loads: the engine's own saved section.
-std::string WriteParameterFile(const TempDir& dir) {
-  const std::string path = dir.File("params.txt");
-  auto engine = std::make_unique<dualCalibration>();
-  engine->m_nBoardWidth = 9;
-  EXPECT_EQ(SaveParametersToFile(*engine, path.c_str()), 1);
-  return path;
-}
+const unsigned char* Path(const std::string& path) { return reinterpret_cast<const unsigned char*>(path.c_str()); }
+
+// An engine with distinct records and counter, and in dir a parameter file
+// that loads (nBoardWidth 9) and a record file.
+struct RunSetUp {
+  TempDir dir;
+  std::unique_ptr<dualCalibration> engine = std::make_unique<dualCalibration>();
+  const CalibrationRecord fileRecord = PatternRecord(3), memoryRecord = PatternRecord(5);
+  std::string params = dir.File("params.txt"), record = dir.File("record.bin");
+
+  RunSetUp() {
+    auto saved = std::make_unique<dualCalibration>();
+    saved->m_nBoardWidth = 9;
+    EXPECT_EQ(SaveParametersToFile(*saved, params.c_str()), 1);
+    WriteFile(record, std::string(reinterpret_cast<const char*>(fileRecord.bytes), kCalibrationRecordSize));
+    engine->mFileRecord = PatternRecord(7);
+    engine->mCallerRecord = PatternRecord(9);
+    engine->mResultRecord = PatternRecord(11);
+    engine->mImgPairsIdx = 7;
+    engine->mInitReserved = 5;
+  }
+  int Init(const unsigned char* paramFile, const unsigned char* recordFile, const unsigned char* recordMem) {
+    return InitCalibrationRun(*engine, paramFile, recordFile, recordMem, 100, 200, -3, 4);
+  }
+};
 
 }  // namespace
 
 TEST(CalibrationRun, BlendTruncatesTowardZero) {
   const struct {
     int32_t a, b, blend;
-  } cases[] = {
-      {100, 200, 174},
-      {-100, 0, -25},
-      {0, 0, 0},
-      {1, 1, 0},
-      {4, 0, 1},
-      {-4, 0, -1},
-      {3, -1, 0},
-      {INT_MAX, INT_MAX, 2147268898},
-      {INT_MIN, INT_MIN, -2147268899},
-      {INT_MIN, INT_MAX, 1068802610},
-  };
+  } cases[] = {{100, 200, 174}, {-100, 0, -25},  {1, 1, 0}, {4, 0, 1}, {-4, 0, -1},
+               {INT_MAX, INT_MAX, 2147268898}, {INT_MIN, INT_MIN, -2147268899}, {INT_MIN, INT_MAX, 1068802610}};
   for (const auto& c : cases) EXPECT_EQ(BlendInitValues(c.a, c.b), c.blend) << c.a << ", " << c.b;
 }
 
 TEST(CalibrationRun, InitLoadsParametersAndRecordsAndResetsTheCounter) {
-  TempDir dir;
-  const std::string params = WriteParameterFile(dir);
-  const CalibrationRecord fileRecord = PatternRecord(3);
-  const CalibrationRecord memoryRecord = PatternRecord(5);
-  WriteFile(dir.File("record.bin"), RecordText(fileRecord));
-  auto engine = std::make_unique<dualCalibration>();
-  engine->mImgPairsIdx = 7;
-  engine->mInitReserved = 5;
-
+  RunSetUp run;
   CaptureStdout();
-  EXPECT_EQ(InitCalibrationRun(*engine, Path(params), Path(dir.File("record.bin")),
-                               memoryRecord.bytes, 100, 200, -3, 4),
-            1);
+  EXPECT_EQ(run.Init(Path(run.params), Path(run.record), run.memoryRecord.bytes), 1);
   EXPECT_EQ(GetCapturedStdout(), "");
-  EXPECT_EQ(engine->m_nBoardWidth, 9);
-  EXPECT_TRUE(SameRecord(engine->mFileRecord, fileRecord));
-  EXPECT_TRUE(SameRecord(engine->mCallerRecord, memoryRecord));
-  EXPECT_EQ(engine->mImgPairsIdx, 0);
-  EXPECT_EQ(engine->mInitValueA, 100);
-  EXPECT_EQ(engine->mInitValueB, 200);
-  EXPECT_EQ(engine->mInitValueC, -3);
-  EXPECT_EQ(engine->mInitValueD, 4);
-  EXPECT_EQ(engine->mInitBlend, 174);
-  EXPECT_EQ(engine->mInitReserved, 0);
-  EXPECT_EQ(ReadFile(dir.File("log.txt")), "QLM_Calib_INIT...   \n");
+  const dualCalibration& e = *run.engine;
+  EXPECT_EQ(e.m_nBoardWidth, 9);
+  EXPECT_TRUE(SameRecord(e.mFileRecord, run.fileRecord));
+  EXPECT_TRUE(SameRecord(e.mCallerRecord, run.memoryRecord));
+  EXPECT_TRUE(SameRecord(e.mResultRecord, PatternRecord(11)));
+  EXPECT_EQ(std::vector<int32_t>({e.mImgPairsIdx, e.mInitValueA, e.mInitValueB, e.mInitValueC, e.mInitValueD,
+                                  e.mInitBlend, e.mInitReserved}),
+            std::vector<int32_t>({0, 100, 200, -3, 4, 174, 0}));
+  EXPECT_EQ(ReadFile(run.dir.File("log.txt")), "QLM_Calib_INIT...   \n");
+  EXPECT_EQ(ReadFile(run.dir.File("defaultParameters.txt")), ReadFile(run.params));
 }
 
-TEST(CalibrationRun, FailedLoadStoresTheValuesButLeavesRecordsAndCounter) {
-  TempDir dir;
-  const CalibrationRecord memoryRecord = PatternRecord(5);
-  auto engine = std::make_unique<dualCalibration>();
-  engine->mImgPairsIdx = 7;
-  const std::string missing = dir.File("missing.txt");
-
-  CaptureStdout();
-  EXPECT_EQ(
-      InitCalibrationRun(*engine, Path(missing), Path(missing), memoryRecord.bytes, -100, 0, 1, 2),
-      -1);
-  EXPECT_EQ(GetCapturedStdout(), "Open file " + missing + " fail!!! errcode=0\n");
-  EXPECT_EQ(engine->mImgPairsIdx, 7);
-  EXPECT_TRUE(SameRecord(engine->mCallerRecord, CalibrationRecord{}));
-  EXPECT_EQ(engine->mInitBlend, -25);
-  EXPECT_EQ(engine->mInitValueD, 2);
-  EXPECT_TRUE(FileExists(dir.File("defaultParameters.txt")));
+// -1 leaves every record and the counter as they were, whatever the record
+// file holds; the values and the parameter file are still written.
+TEST(CalibrationRun, FailedLoadLeavesRecordsAndCounter) {
+  RunSetUp run;
+  const std::string missing = run.dir.File("missing.txt"), partial = run.dir.File("partial.txt");
+  WriteFile(partial, "\nParameterList\nbSaveDebugInfo=1;\nnHomographyConstraintScale=7;\nnot a line\n");
+  const struct {
+    const unsigned char* paramFile;
+    std::string printed;
+  } cases[] = {{Path(missing), "Open file " + missing + " fail!!! errcode=0\n"},
+               {nullptr, "Open file  fail!!! errcode=0\n"},
+               {Path(partial), "FindNameValue from not a line\n failed!!!\n"}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.printed);
+    std::remove(run.dir.File("defaultParameters.txt").c_str());
+    CaptureStdout();
+    EXPECT_EQ(run.Init(c.paramFile, Path(run.record), run.memoryRecord.bytes), -1);
+    EXPECT_EQ(GetCapturedStdout().substr(0, c.printed.size()), c.printed);
+    EXPECT_TRUE(SameRecord(run.engine->mFileRecord, PatternRecord(7)));
+    EXPECT_TRUE(SameRecord(run.engine->mCallerRecord, PatternRecord(9)));
+    EXPECT_TRUE(SameRecord(run.engine->mResultRecord, PatternRecord(11)));
+    EXPECT_EQ(run.engine->mImgPairsIdx, 7);
+    EXPECT_EQ(run.engine->mInitBlend, 174);
+    EXPECT_TRUE(FileExists(run.dir.File("defaultParameters.txt")));
+  }
+  EXPECT_EQ(run.engine->m_nHomographyConstraintScale, 7);
 }
 
-TEST(CalibrationRun, NullPathsFailToOpenAndANullRecordIsNotCopied) {
-  TempDir dir;
-  const std::string params = WriteParameterFile(dir);
-  auto engine = std::make_unique<dualCalibration>();
-  engine->mCallerRecord = PatternRecord(9);
-
-  CaptureStdout();
-  EXPECT_EQ(InitCalibrationRun(*engine, nullptr, nullptr, nullptr, 0, 0, 0, 0), -1);
-  EXPECT_EQ(GetCapturedStdout(), "Open file  fail!!! errcode=0\n");
-  EXPECT_EQ(InitCalibrationRun(*engine, Path(params), nullptr, nullptr, 0, 0, 0, 0), -2);
-  EXPECT_TRUE(SameRecord(engine->mCallerRecord, PatternRecord(9)));
+TEST(CalibrationRun, MissingRecordFileAnswersMinus2AndANullRecordIsNotCopied) {
+  RunSetUp run;
+  EXPECT_EQ(run.Init(Path(run.params), nullptr, nullptr), -2);
+  EXPECT_EQ(run.Init(Path(run.params), Path(run.dir.File("none.bin")), nullptr), -2);
+  EXPECT_TRUE(SameRecord(run.engine->mFileRecord, PatternRecord(7)));
+  EXPECT_TRUE(SameRecord(run.engine->mCallerRecord, PatternRecord(9)));
+  EXPECT_EQ(run.engine->mImgPairsIdx, 0);
 }
 
 TEST(CalibrationRun, LogFileThatCannotBeOpenedIsSkipped) {
-  TempDir dir;
-  const std::string params = WriteParameterFile(dir);
-  const std::string nowhere = dir.File("no-such-dir");
+  RunSetUp run;
+  const std::string nowhere = run.dir.File("no-such-dir");
   setenv("QLM_PICTURES_DIR", nowhere.c_str(), 1);
-  auto engine = std::make_unique<dualCalibration>();
-  const CalibrationRecord memoryRecord = PatternRecord(5);
-
   CaptureStdout();
   AppendVersionLog();
-  AppendProcessLog(*engine, 1);
-  EXPECT_EQ(InitCalibrationRun(*engine, Path(params), Path(params), memoryRecord.bytes, 0, 0, 0, 0),
-            1);
+  AppendProcessLog(*run.engine, 1);
+  EXPECT_EQ(run.Init(Path(run.params), Path(run.record), run.memoryRecord.bytes), 1);
   EXPECT_EQ(GetCapturedStdout(), "Open file " + nowhere + "/defaultParameters.txt fail!!! \n");
   EXPECT_FALSE(FileExists(nowhere));
 }

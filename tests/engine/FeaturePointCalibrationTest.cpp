@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <initializer_list>
 #include <limits>
 #include <memory>
 #include <string>
@@ -22,13 +21,6 @@ namespace {
 
 const RecordHomography kIdentity{1, 0, 0, 0, 1, 0, 0, 0, 1};
 const cv::Mat kEye = cv::Mat::eye(3, 3, CV_64F);
-
-// The Android log lines of a run: liblog ends each message with a newline.
-std::string Log(std::initializer_list<std::string> messages) {
-  std::string text;
-  for (const std::string& message : messages) text += "Tarnweather I QLM LOG:" + message + "\n";
-  return text;
-}
 
 cv::Mat Estimate(double a00, double a01, double a02, double a10, double a11, double a12) {
   return cv::Mat(cv::Matx23d(a00, a01, a02, a10, a11, a12)).clone();
@@ -138,7 +130,7 @@ TEST(calibrationDetectPoint, IdenticalImagesPrintEveryStepAndCountTheRefinement)
             "H_OTP=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\nH_OTP_INV=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
             "RANSAC  Refine H:[1, -0, 0;\n 0, 1, 0]\nORG H=[1, -0, -0.5;\n 0, 1, 0;\n 0, 0, 1]\n"
             "refine H=[1, 0, -0.5;\n 0, 1, 0;\n 0, 0, 1]\n");
-  EXPECT_EQ(run.log, Log({"calibrationDetectPoint  \n", "keypoints_1.size()=500\n", "keypoints_2.size()=500\n",
+  EXPECT_EQ(run.log, LibraryLogLines({"calibrationDetectPoint  \n", "keypoints_1.size()=500\n", "keypoints_2.size()=500\n",
                           "m_nFeaturePointsNumThreshold=0", "Match \n"}));
   EXPECT_EQ(run.report.goodMatches, 500);
   EXPECT_TRUE(run.report.constraintsMet);
@@ -191,7 +183,7 @@ TEST(calibrationDetectPoint, StoresTheDimensionsOnlyAfterTheChecks) {
   EXPECT_EQ(engine->mMainWidth + engine->mSecondHeight, 0);
   const CapturedRun run = Calibrate(*engine, black, black(cv::Rect(0, 0, 1050, 1000)).clone());
   EXPECT_EQ(run.rv, 0);
-  EXPECT_EQ(run.log, Log({"calibrationDetectPoint  \n", "keypoints_1.size()=0\n", "keypoints_2.size()=0\n",
+  EXPECT_EQ(run.log, LibraryLogLines({"calibrationDetectPoint  \n", "keypoints_1.size()=0\n", "keypoints_2.size()=0\n",
                           "m_nFeaturePointsNumThreshold=1", "ERROR 1 \n"}));
   EXPECT_EQ(std::vector<int32_t>({engine->mMainWidth, engine->mMainHeight, engine->mSecondWidth,
                                   engine->mSecondHeight}),
@@ -207,7 +199,7 @@ TEST(calibrationDetectPoint, PeriodicTextureKeepsTheFeaturesAskedFor) {
   EXPECT_EQ(run.rv, 0);
   EXPECT_EQ(run.report.keypoints1 * 1000 + run.report.keypoints2, 500500);
   EXPECT_EQ(run.report.goodMatches, 0);
-  EXPECT_EQ(run.log, Log({"calibrationDetectPoint  \n", "keypoints_1.size()=500\n", "keypoints_2.size()=500\n",
+  EXPECT_EQ(run.log, LibraryLogLines({"calibrationDetectPoint  \n", "keypoints_1.size()=500\n", "keypoints_2.size()=500\n",
                           "m_nFeaturePointsNumThreshold=0", "Match \n", "ERROR 3 \n"}));
 }
 
