@@ -8,8 +8,10 @@
 // arithmetic, and review the diff.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,6 +20,7 @@
 #include "distortion/CDistortionFilter.h"
 #include "engine/dualCalibration.h"
 #include "engine/FeaturePointCalibration.h"
+#include "synthetic/SyntheticScene.h"
 #include "tests/support/TestFiles.h"
 #include "tests/support/YuvPlanes.h"
 
@@ -307,6 +310,44 @@ TEST(ArchitectureGolden, ResidueFit) {
   out.Float("m_residueOffsetY", engine.m_residueOffsetY);
   out.Matrix("mResidueMatrix", engine.mResidueMatrix);
   ExpectGolden(out.Text(), "golden/ResidueFit.golden");
+}
+
+// One pair through calibrationDetectPoint pins OpenCV's steps as the library
+// sets them up: ORB's FAST threshold and pyramid, the H_OTP warp's
+// interpolation and RANSAC's iteration limit. The scene's contrast is low
+// enough that the keypoint counts stay below ORB's caps. The second image
+// is the main one with its 8 x 8 tiles permuted, shifted by half a pixel
+// (exact in any arithmetic), so most good matches are outliers to any one
+// similarity and RANSAC runs to its limit. The estimate is rounded to 1/100.
+TEST(ArchitectureGolden, FeaturePair) {
+  cv::Mat scene;
+  RenderTexturedScene(cv::Size(1000, 1000), 7).convertTo(scene, CV_8U, 0.1875, 112.0);
+  cv::Mat permuted(scene.size(), CV_8UC1);
+  scene.copyTo(permuted);
+  for (int i = 0; i < 49; ++i) {
+    const int j = (i * 2 + 7) % 49;
+    scene(cv::Rect(i % 7 * 140, i / 7 * 140, 140, 140)).copyTo(permuted(cv::Rect(j % 7 * 140, j / 7 * 140, 140, 140)));
+  }
+  const cv::Mat& second = permuted;
+  auto engine = std::make_unique<dualCalibration>();
+  SetRecordHOtp(engine->mCallerRecord, RecordHomography{1, 0, 0.5f, 0, 1, 0.5f, 0, 0, 1});
+  FeaturePointReport report;
+  testing::internal::CaptureStdout();
+  testing::internal::CaptureStderr();
+  const int rv = engine->calibrationDetectPoint(scene.data, second.data, 1000, 1000, 1000, 1000, &report);
+  testing::internal::GetCapturedStderr();
+  testing::internal::GetCapturedStdout();
+  ASSERT_EQ(report.estimate.size(), cv::Size(3, 2)) << report.keypoints1 << " " << report.keypoints2 << " " << report.goodMatches;
+  GoldenText out;
+  out.Int("rv", rv);
+  out.Int("keypoints1", report.keypoints1);
+  out.Int("keypoints2", report.keypoints2);
+  out.Int("goodMatches", report.goodMatches);
+  for (int i = 0; i < 6; ++i) {
+    const std::string index = "(" + std::to_string(i / 3) + "," + std::to_string(i % 3) + ")";
+    out.Int("estimate" + index + "x100", std::lround(report.estimate.at<double>(i / 3, i % 3) * 100.0));
+  }
+  ExpectGolden(out.Text(), "golden/FeaturePair.golden");
 }
 
 }  // namespace
