@@ -4,10 +4,11 @@
 
 #include <cstring>
 #include <new>
+#include <utility>
 #include <vector>
 
-// The fields are little-endian binary32 and one byte at their offsets, read
-// and written at any address; the count's writer touches its byte only.
+// Little-endian binary32 fields and one byte at fixed offsets, read and
+// written at any address; the count's writer touches its own byte only.
 TEST(CalibrationRecord, FieldsAtTheirOffsetsAtAnyAddress) {
   const uint8_t offsetX[] = {0x00, 0x00, 0x7A, 0x43};  // 250.0f
   const uint8_t hOtp[] = {0x00, 0x00, 0x80, 0x3F, 0x00, 0x00, 0x00, 0x40, 0x00, 0x00, 0x40, 0x40,
@@ -26,8 +27,7 @@ TEST(CalibrationRecord, FieldsAtTheirOffsetsAtAnyAddress) {
     EXPECT_EQ(RecordHOtp(*record), (RecordHomography{1, 2, 3, 4, 5, 6, 7, 8, -1}));
     EXPECT_EQ(RecordRefineCount(*record), 254);
     SetRecordRefineCount(*record, 0x81);
-    EXPECT_EQ(buffer[shift + 15222], 0x81);
-    buffer[shift + 15222] = 0xFE;
+    EXPECT_EQ(std::exchange(buffer[shift + 15222], 0xFE), 0x81);
     EXPECT_TRUE(buffer == before);
   }
 }

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <iterator>
 #include <limits>
 #include <memory>
 #include <string>
@@ -22,20 +24,16 @@ namespace {
 const RecordHomography kIdentity{1, 0, 0, 0, 1, 0, 0, 0, 1};
 const cv::Mat kEye = cv::Mat::eye(3, 3, CV_64F);
 
-cv::Mat Estimate(double a00, double a01, double a02, double a10, double a11, double a12) {
-  return cv::Mat(cv::Matx23d(a00, a01, a02, a10, a11, a12)).clone();
-}
+bool IsIdentity(const cv::Mat& m) { return m.type() == CV_64F && m.size() == kEye.size() && cv::norm(m, kEye) == 0.0; }
 
-bool SameMatrix(const cv::Mat& a, const cv::Mat& b) {
-  return a.size() == b.size() && a.type() == b.type() && cv::norm(a, b, cv::NORM_INF) == 0.0;
-}
-
-// An engine whose caller record holds hOtp, fOffsetX and nRefineCount 41.
+// The caller record holds hOtp, fOffsetX and nRefineCount 41; the file record nRefineCount 255.
 std::unique_ptr<dualCalibration> Engine(const RecordHomography& hOtp, float offsetX = 0.0f) {
   auto engine = std::make_unique<dualCalibration>();
   SetRecordHOtp(engine->mCallerRecord, hOtp);
   SetRecordOffsetX(engine->mCallerRecord, offsetX);
   SetRecordRefineCount(engine->mCallerRecord, 41);
+  SetRecordHOtp(engine->mFileRecord, kIdentity);
+  SetRecordRefineCount(engine->mFileRecord, 255);
   return engine;
 }
 
@@ -45,10 +43,9 @@ struct CapturedRun {
   FeaturePointReport report;
 };
 
-CapturedRun Calibrate(dualCalibration& engine, const cv::Mat& mainImage, const cv::Mat& secondImage,
-                      bool keepMatchesImage = false) {
+CapturedRun Calibrate(dualCalibration& engine, const cv::Mat& mainImage, const cv::Mat& secondImage, bool keepImage = false) {
   CapturedRun run;
-  run.report.keepMatchesImage = keepMatchesImage;
+  run.report.keepMatchesImage = keepImage;
   CaptureStdout();
   CaptureStderr();
   run.rv = engine.calibrationDetectPoint(mainImage.data, secondImage.data, mainImage.cols, mainImage.rows,
@@ -58,31 +55,26 @@ CapturedRun Calibrate(dualCalibration& engine, const cv::Mat& mainImage, const c
   return run;
 }
 
+cv::Mat Estimate(double a00, double a01, double a02, double a10, double a11, double a12) {
+  return cv::Mat(cv::Matx23d(a00, a01, a02, a10, a11, a12)).clone();
+}
+
 }  // namespace
 
-TEST(SelectGoodMatches, RatioIsStrictInSinglePrecisionAndNeedsTwoNeighbours) {
-  const struct {
-    std::vector<float> distances;
-    bool kept;
-  } cases[] = {
-      {{}, false},      {{5}, false},     {{0, 0}, false},  {{0, 1}, true},       {{19, 30}, true},
-      {{65, 98}, true}, {{20, 30}, false}, {{64, 96}, false}, {{10, 15, 1}, false}, {{12, 30, 31}, true},
-  };  // 20/30 is exactly 2/3 in binary32 but below it in double precision.
-  std::vector<std::vector<cv::DMatch>> knn;
-  std::vector<int> kept;
-  for (const auto& c : cases) {
-    knn.emplace_back();
-    for (size_t i = 0; i < c.distances.size(); ++i)
-      knn.back().emplace_back(static_cast<int>(knn.size()), static_cast<int>(i + 7), 2, c.distances[i]);
-    if (c.kept) kept.push_back(static_cast<int>(knn.size()));
+TEST(SelectGoodMatches, KeepsNearestMatchesWhoseSinglePrecisionRatioIsBelowTwoThirds) {
+  // 20/30 is exactly 2/3 in binary32 but below it in double precision; 0/0 is NaN.
+  const std::vector<std::vector<float>> distances = {{}, {5}, {0, 0}, {0, 1}, {19, 30}, {65, 98},
+                                                     {20, 30}, {64, 96}, {10, 15, 1}, {12, 30, 31}};
+  std::vector<std::vector<cv::DMatch>> knn(distances.size());
+  for (size_t q = 0; q < distances.size(); ++q) {
+    for (size_t i = 0; i < distances[q].size(); ++i) knn[q].emplace_back(int(q), int(i + 7), 2, distances[q][i]);
   }
-  const std::vector<cv::DMatch> good = SelectGoodMatches(knn);
-  ASSERT_EQ(good.size(), kept.size());
-  for (size_t i = 0; i < good.size(); ++i) {
-    EXPECT_EQ(good[i].queryIdx, kept[i]);
-    EXPECT_EQ(good[i].trainIdx * 10 + good[i].imgIdx, 72);
-    EXPECT_EQ(good[i].distance, cases[kept[i] - 1].distances[0]);
+  std::string kept;
+  for (const cv::DMatch& m : SelectGoodMatches(knn)) {
+    kept += std::to_string(m.queryIdx) + ":" + std::to_string(m.trainIdx) + std::to_string(m.imgIdx) + "/" +
+            std::to_string(int(m.distance)) + " ";
   }
+  EXPECT_EQ(kept, "3:72/0 4:72/19 5:72/65 9:72/12 ");
 }
 
 TEST(RefineHomography, ConstraintsAreStrictAndTestedAsStated) {
@@ -95,12 +87,11 @@ TEST(RefineHomography, ConstraintsAreStrictAndTestedAsStated) {
     bool met;
   } cases[] = {
       {"within every limit", Estimate(1.01, -0.02, 5, 0.02, 0.99, -3), 0, 2, 10, 10, true},
-      {"|h02| equal to its limit", Estimate(1, 0, 5, 0, 1, 0), 0, 2, 5, 10, false},
-      {"|h12| equal to its limit", Estimate(1, 0, 0, 0, 1, -4), 0, 2, 10, 4, false},
+      {"|h02| at its limit", Estimate(1, 0, 5, 0, 1, 0), 0, 2, 5, 10, false},
+      {"|h12| at its limit", Estimate(1, 0, 0, 0, 1, -4), 0, 2, 10, 4, false},
       {"h11 off by more than s", Estimate(1, 0, 0, 0, 0.97, 0), 0, 2, 10, 10, false},
       {"h00 inside the binary32 s", Estimate(1.0099999997, 0, 0, 0, 1, 0), 0, 1, 10, 10, true},
       {"h00 between binary32 s and 0.01", Estimate(1.0099999999, 0, 0, 0, 1, 0), 0, 1, 10, 10, false},
-      {"scale tolerance 0", Estimate(1, 0, 0, 0, 1, 0), 0, 0, 10, 10, false},
       {"fOffsetX brings h02 inside", Estimate(1, 0, 1, 0, 1, 0), 250, 2, 2, 10, true},
       {"fOffsetX takes h02 to the limit", Estimate(1, 0, 1, 0, 1, 0), 300, 2, 2, 10, false},
       {"NaN in the estimate", Estimate(1, 0, nan, 0, 1, 0), 0, 2, 10, 10, false},
@@ -112,95 +103,78 @@ TEST(RefineHomography, ConstraintsAreStrictAndTestedAsStated) {
     const HomographyRefinement r = RefineHomography(c.estimate, c.offsetX, c.scale, c.limitX, c.limitY);
     EXPECT_EQ(r.constraintsMet, c.met) << c.name;
     EXPECT_EQ(r.correctedH.empty(), c.estimate.type() != CV_64F || c.estimate.rows != 2) << c.name;
-    EXPECT_TRUE(c.met || SameMatrix(r.refinedH, kEye)) << c.name;
+    EXPECT_TRUE(c.met || IsIdentity(r.refinedH)) << c.name;
   }
 }
 
-// One run on a textured scene against itself: every printed matrix and log
-// line, the report, fOffsetX from the record and the refine count.
-TEST(calibrationDetectPoint, IdenticalImagesPrintEveryStepAndCountTheRefinement) {
+// One run on a scene against itself: every printed matrix and log line, the
+// report, fOffsetX taken from the record and the refine count.
+TEST(calibrationDetectPoint, IdenticalImagesPrintEveryStep) {
   const cv::Mat scene = RenderTexturedScene(cv::Size(2000, 1500), 11);
   auto engine = Engine(kIdentity, 50.0f);
-  engine->m_nHomographyConstraintScale = 1;
-  engine->m_nHomographyConstraintOffsetX = 1;
+  engine->m_nHomographyConstraintScale = engine->m_nHomographyConstraintOffsetX = 1;
   engine->m_nHomographyConstraintOffsetY = 1;
   const CapturedRun run = Calibrate(*engine, scene, scene, true);
   EXPECT_EQ(run.rv, 1);
-  EXPECT_EQ(run.out,
-            "H_OTP=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\nH_OTP_INV=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
-            "RANSAC  Refine H:[1, -0, 0;\n 0, 1, 0]\nORG H=[1, -0, -0.5;\n 0, 1, 0;\n 0, 0, 1]\n"
-            "refine H=[1, 0, -0.5;\n 0, 1, 0;\n 0, 0, 1]\n");
-  EXPECT_EQ(run.log, LibraryLogLines({"calibrationDetectPoint  \n", "keypoints_1.size()=500\n", "keypoints_2.size()=500\n",
-                          "m_nFeaturePointsNumThreshold=0", "Match \n"}));
+  EXPECT_EQ(run.out, "H_OTP=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\nH_OTP_INV=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
+                     "RANSAC  Refine H:[1, -0, 0;\n 0, 1, 0]\nORG H=[1, -0, -0.5;\n 0, 1, 0;\n 0, 0, 1]\n"
+                     "refine H=[1, 0, -0.5;\n 0, 1, 0;\n 0, 0, 1]\n");
+  EXPECT_EQ(run.log, LibraryLogLines({"calibrationDetectPoint  \n", "keypoints_1.size()=500\n",
+                                      "keypoints_2.size()=500\n", "m_nFeaturePointsNumThreshold=0", "Match \n"}));
   EXPECT_EQ(run.report.goodMatches, 500);
-  EXPECT_TRUE(run.report.constraintsMet);
   EXPECT_EQ(run.report.matchesImage.size(), cv::Size(4000, 1500));
   EXPECT_EQ(run.report.matchesImage.type(), CV_8UC3);
   EXPECT_EQ(RecordRefineCount(engine->mResultRecord), 42);
 }
 
-// H_OTP that aligns nothing: the aligned image stays black, no keypoint or
-// estimate, and the run still counts. Threshold 0 lets zero keypoints pass.
-TEST(calibrationDetectPoint, DegenerateHOtpGivesNoKeypointsAndTheIdentity) {
-  const float inf = std::numeric_limits<float>::infinity();
-  const float nan = std::numeric_limits<float>::quiet_NaN();
+// Each count passes at its threshold and fails one above it; the result is
+// the selected record, its nRefineCount advanced once the estimate is done.
+// An H_OTP that aligns nothing leaves the aligned image black.
+TEST(calibrationDetectPoint, CountsAgainstTheirThresholdsDecideTheRun) {
+  const cv::Mat scene = RenderTexturedScene(cv::Size(1000, 1000), 4), black = cv::Mat::zeros(1000, 1000, CV_8UC1);
+  const cv::Mat periodic = RenderPeriodicTexture(cv::Size(2000, 1500), 4, 1);  // some 175,000 tied keypoints
+  const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
   const struct {
-    const char* name;
+    const cv::Mat *mainImage, *secondImage;
     RecordHomography hOtp;
-    const char* printedInverse;
+    int32_t keypoints, goodMatches, recordSelect, rv, keypoints1, keypoints2;
+    std::string tail;
+    int refineCount;
   } cases[] = {
-      {"all zero", RecordHomography{}, "H_OTP=[0, 0, 0;\n 0, 0, 0;\n 0, 0, 0]\nH_OTP_INV=[0, 0, 0;\n 0, 0, 0;\n 0, 0, 0]\n"},
-      {"rank one", RecordHomography{1, 2, 3, 2, 4, 6, 3, 6, 9}, nullptr},
-      {"NaN", RecordHomography{1, 0, nan, 0, 1, 0, 0, 0, 1}, nullptr},
-      {"infinite", RecordHomography{inf, 0, 0, 0, 1, 0, 0, 0, 1}, nullptr},
-      {"far out of the frame", RecordHomography{1e30f, 0, 0, 0, 1e30f, 0, 0, 0, 1}, nullptr},
+      {&black, &scene, kIdentity, 1, 9, 0, 0, 0, 500, "ERROR 1 \n", 41},
+      {&scene, &black, kIdentity, 1, 9, 0, 0, 500, 0, "ERROR 2 \n", 41},
+      {&scene, &scene, kIdentity, 501, 500, 0, 0, 500, 500, "ERROR 1 \n", 41},
+      {&scene, &scene, kIdentity, 500, 501, 0, 0, 500, 500, "Match \nERROR 3 \n", 41},
+      {&periodic, &periodic, kIdentity, 0, 1, 0, 0, 500, 500, "Match \nERROR 3 \n", 41},
+      {&scene, &scene, kIdentity, 500, 500, 1, 1, 500, 500, "Match \n", 0},
+      {&black, &black, kIdentity, 0, 0, 0, 1, 0, 0, "Match \n", 42},
+      {&scene, &scene, RecordHomography{}, 0, 0, 0, 1, 500, 0, "Match \n", 42},
+      {&scene, &scene, RecordHomography{1, 2, 3, 2, 4, 6, 3, 6, 9}, 0, 0, 0, 1, 500, 0, "Match \n", 42},
+      {&scene, &scene, RecordHomography{1, 0, nan, 0, 1, 0, 0, 0, 1}, 0, 0, 0, 1, 500, 0, "Match \n", 42},
+      {&scene, &scene, RecordHomography{inf, 0, 0, 0, 1, 0, 0, 0, 1}, 0, 0, 0, 1, 500, 0, "Match \n", 42},
+      {&scene, &scene, RecordHomography{1e30f, 0, 0, 0, 1e30f, 0, 0, 0, 1}, 0, 0, 0, 1, 500, 0, "Match \n", 42},
   };
-  const cv::Mat scene = RenderTexturedScene(cv::Size(1000, 1000), 5);
-  for (const auto& c : cases) {
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    SCOPED_TRACE(i);
+    const auto& c = cases[i];
     auto engine = Engine(c.hOtp);
-    const CapturedRun run = Calibrate(*engine, scene, scene);
-    EXPECT_EQ(run.rv, 1) << c.name;
-    EXPECT_EQ(run.report.keypoints1 * 1000 + run.report.keypoints2, 500000) << c.name;
-    EXPECT_EQ(run.report.goodMatches, 0) << c.name;
-    EXPECT_TRUE(run.report.estimate.empty()) << c.name;
-    EXPECT_TRUE(SameMatrix(run.report.refinedH, kEye)) << c.name;
-    EXPECT_EQ(RecordRefineCount(engine->mResultRecord), 42) << c.name;
-    if (c.printedInverse) {
-      EXPECT_EQ(run.out, std::string(c.printedInverse) + "RANSAC  Refine H:[]\n");
+    engine->m_nFeaturePointsNumThreshold = c.keypoints;
+    engine->m_nRefineFeaturePointsNumThreshold = c.goodMatches;
+    engine->mRecordSelect = c.recordSelect;
+    const CapturedRun run = Calibrate(*engine, *c.mainImage, *c.secondImage);
+    EXPECT_EQ(run.rv, c.rv);
+    std::string log = LibraryLogLines({"calibrationDetectPoint  \n", "keypoints_1.size()=" + std::to_string(c.keypoints1) + "\n",
+                                       "keypoints_2.size()=" + std::to_string(c.keypoints2) + "\n",
+                                       "m_nFeaturePointsNumThreshold=" + std::to_string(c.keypoints)});
+    for (size_t at = 0; at < c.tail.size(); at = c.tail.find('\n', at) + 1) {
+      log += LibraryLogLines({c.tail.substr(at, c.tail.find('\n', at) + 1 - at)});
     }
+    EXPECT_EQ(run.log, log);
+    CalibrationRecord expected = c.recordSelect ? engine->mFileRecord : engine->mCallerRecord;
+    SetRecordRefineCount(expected, static_cast<uint8_t>(c.refineCount));
+    EXPECT_EQ(std::memcmp(engine->mResultRecord.bytes, expected.bytes, kCalibrationRecordSize), 0);
+    EXPECT_TRUE(c.rv == 0 || c.keypoints2 > 0 || (run.report.estimate.empty() && IsIdentity(run.report.refinedH)));
   }
-}
-
-TEST(calibrationDetectPoint, StoresTheDimensionsOnlyAfterTheChecks) {
-  const cv::Mat black = cv::Mat::zeros(1200, 1100, CV_8UC1);
-  auto engine = Engine(kIdentity);
-  engine->m_nFeaturePointsNumThreshold = 1;
-  CaptureStdout();
-  CaptureStderr();
-  EXPECT_EQ(engine->calibrationDetectPoint(black.data, black.data, 1100, 999, 1000, 1000), -5);
-  GetCapturedStderr();
-  EXPECT_EQ(GetCapturedStdout(), "Error: input image size out of range. \n");
-  EXPECT_EQ(engine->mMainWidth + engine->mSecondHeight, 0);
-  const CapturedRun run = Calibrate(*engine, black, black(cv::Rect(0, 0, 1050, 1000)).clone());
-  EXPECT_EQ(run.rv, 0);
-  EXPECT_EQ(run.log, LibraryLogLines({"calibrationDetectPoint  \n", "keypoints_1.size()=0\n", "keypoints_2.size()=0\n",
-                          "m_nFeaturePointsNumThreshold=1", "ERROR 1 \n"}));
-  EXPECT_EQ(std::vector<int32_t>({engine->mMainWidth, engine->mMainHeight, engine->mSecondWidth,
-                                  engine->mSecondHeight}),
-            std::vector<int32_t>({1100, 1200, 1050, 1000}));
-}
-
-TEST(calibrationDetectPoint, PeriodicTextureKeepsTheFeaturesAskedFor) {
-  // ORB's tied scores on a 4-px tile give about 175,000 keypoints per image.
-  const cv::Mat texture = RenderPeriodicTexture(cv::Size(2000, 1500), 4, 1);
-  auto engine = Engine(kIdentity);
-  engine->m_nRefineFeaturePointsNumThreshold = 20;
-  const CapturedRun run = Calibrate(*engine, texture, texture);
-  EXPECT_EQ(run.rv, 0);
-  EXPECT_EQ(run.report.keypoints1 * 1000 + run.report.keypoints2, 500500);
-  EXPECT_EQ(run.report.goodMatches, 0);
-  EXPECT_EQ(run.log, LibraryLogLines({"calibrationDetectPoint  \n", "keypoints_1.size()=500\n", "keypoints_2.size()=500\n",
-                          "m_nFeaturePointsNumThreshold=0", "Match \n", "ERROR 3 \n"}));
 }
 
 TEST(calibrationDetectPoint, EstimateRecoversAKnownSimilarity) {
@@ -214,34 +188,26 @@ TEST(calibrationDetectPoint, EstimateRecoversAKnownSimilarity) {
   constexpr double kTranslationRmsPx = 0.1, kScaleRms = 2e-4;
   constexpr double kTranslationPerPairPx = 0.25, kScalePerPair = 4e-4, kOriginPerPairPx = 0.5;
   const cv::Matx33d mainToSecond(1.02, 0.01, -30, -0.008, 0.99, 12, 1e-6, -2e-6, 1);
-  const struct {
-    uint32_t seed;
-    double scale, rotationDeg, txPx, tyPx;
-  } cases[] = {
-      {31, 1.01, 0.5, 20, -20}, {32, 0.99, -0.5, -20, 20},     {33, 1.01, -0.5, -20, -20},
-      {34, 0.99, 0.5, 20, 20},  {35, 1.006, -0.3, 12.5, 7.25}, {36, 0.995, 0.4, -8, -17},
-  };
+  const double cases[][5] = {{31, 1.01, 0.5, 20, -20}, {32, 0.99, -0.5, -20, 20},     {33, 1.01, -0.5, -20, -20},
+                             {34, 0.99, 0.5, 20, 20},  {35, 1.006, -0.3, 12.5, 7.25}, {36, 0.995, 0.4, -8, -17}};
   double translationSquares = 0.0, scaleSquares = 0.0;
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.seed);
-    const SyntheticPair pair = RenderSyntheticPair(cv::Size(2000, 1500), c.seed, mainToSecond,
-                                                   SimilarityTransform(c.scale, c.rotationDeg, c.txPx, c.tyPx));
+  for (const auto& c : cases) {  // seed, scale, rotation in degrees, translation in pixels
+    SCOPED_TRACE(c[0]);
+    const SyntheticPair pair = RenderSyntheticPair(cv::Size(2000, 1500), static_cast<uint32_t>(c[0]), mainToSecond,
+                                                   SimilarityTransform(c[1], c[2], c[3], c[4]));
     auto engine = Engine(pair.hOtp);
-    engine->m_nHomographyConstraintScale = 2;
-    engine->m_nHomographyConstraintOffsetX = engine->m_nHomographyConstraintOffsetY = 30;
     const CapturedRun run = Calibrate(*engine, pair.mainImage, pair.secondImage);
     ASSERT_EQ(run.rv, 1);
-    EXPECT_TRUE(run.report.constraintsMet);
-    const cv::Mat& a = run.report.estimate;
+    const cv::Matx23d a(run.report.estimate);
     const cv::Matx33d& truth = pair.expectedEstimate;
     const cv::Vec3d centre(1000, 750, 1), expectedCentre = truth * centre;
+    const cv::Vec2d moved = a * centre;
     for (int row = 0; row < 2; ++row) {
-      const double moved = a.at<double>(row, 0) * centre[0] + a.at<double>(row, 1) * centre[1] + a.at<double>(row, 2);
-      EXPECT_NEAR(moved, expectedCentre[row], kTranslationPerPairPx) << "row " << row;
-      EXPECT_NEAR(a.at<double>(row, 2), truth(row, 2), kOriginPerPairPx) << "row " << row;
-      translationSquares += (moved - expectedCentre[row]) * (moved - expectedCentre[row]);
+      EXPECT_NEAR(moved[row], expectedCentre[row], kTranslationPerPairPx) << "row " << row;
+      EXPECT_NEAR(a(row, 2), truth(row, 2), kOriginPerPairPx) << "row " << row;
+      translationSquares += (moved[row] - expectedCentre[row]) * (moved[row] - expectedCentre[row]);
     }
-    const double scaleError = std::hypot(a.at<double>(0, 0), a.at<double>(1, 0)) - std::hypot(truth(0, 0), truth(1, 0));
+    const double scaleError = std::hypot(a(0, 0), a(1, 0)) - std::hypot(truth(0, 0), truth(1, 0));
     EXPECT_LT(std::fabs(scaleError), kScalePerPair);
     scaleSquares += scaleError * scaleError;
   }
