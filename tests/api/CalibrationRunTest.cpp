@@ -11,8 +11,7 @@
 
 #include "tests/support/TestFiles.h"
 
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
+using namespace testing::internal;
 
 namespace {
 
@@ -76,6 +75,14 @@ TEST(CalibrationRun, InitLoadsParametersAndRecordsAndResetsTheCounter) {
   EXPECT_EQ(std::vector<int32_t>({e.m_nBoardWidth, e.mImgPairsIdx, e.mInitValueA, e.mInitValueB, e.mInitValueC,
                                   e.mInitValueD, e.mInitBlend, e.mInitReserved}),
             std::vector<int32_t>({9, 0, 100, 200, -3, 4, 174, 0}));
+  // A record file that cannot be opened answers -2 and leaves the file record;
+  // a null caller record is not copied.
+  EXPECT_EQ(run.Init(Path(run.params), nullptr, false), -2);
+  EXPECT_EQ(run.Init(Path(run.params), Path(run.dir.File("none.bin"))), -2);
+  EXPECT_EQ(run.Records(), std::vector<int>({3, 5, 11}));
+  run.engine->mCallerRecord = PatternRecord(9);
+  EXPECT_EQ(run.Init(Path(run.params), Path(run.record), false), 1);
+  EXPECT_EQ(run.Records(), std::vector<int>({3, 9, 11}));
 }
 
 // -1 leaves every record and the counter as they were, whatever the record
@@ -98,15 +105,6 @@ TEST(CalibrationRun, FailedLoadLeavesRecordsAndCounter) {
     EXPECT_EQ(run.engine->mImgPairsIdx * 1000 + run.engine->mInitBlend, 7174);
     EXPECT_TRUE(FileExists(run.dir.File("defaultParameters.txt")));
   }
-}
-
-TEST(CalibrationRun, MissingRecordFileAnswersMinus2AndANullRecordIsNotCopied) {
-  InitSetUp run;
-  EXPECT_EQ(run.Init(Path(run.params), nullptr, false), -2);
-  EXPECT_EQ(run.Records(), std::vector<int>({7, 9, 11}));
-  EXPECT_EQ(run.Init(Path(run.params), Path(run.dir.File("none.bin"))), -2);
-  EXPECT_EQ(run.Records(), std::vector<int>({7, 5, 11}));
-  EXPECT_EQ(run.engine->mImgPairsIdx, 0);
 }
 
 TEST(CalibrationRun, LogFileThatCannotBeOpenedIsSkipped) {

@@ -14,10 +14,7 @@
 #include "synthetic/SyntheticScene.h"
 #include "tests/support/AndroidLog.h"
 
-using testing::internal::CaptureStderr;
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStderr;
-using testing::internal::GetCapturedStdout;
+using namespace testing::internal;
 
 namespace {
 

@@ -4,8 +4,7 @@
 
 #include "tests/support/TestFiles.h"
 
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
+using namespace testing::internal;
 
 namespace {
 

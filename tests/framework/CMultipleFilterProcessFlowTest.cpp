@@ -4,8 +4,7 @@
 
 #include "tests/support/TestFiles.h"
 
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
+using namespace testing::internal;
 
 namespace {
 
@@ -71,9 +70,7 @@ TEST(CMultipleFilterProcessFlow, FailuresStopAndListTheMembersNotLoaded) {
   EXPECT_EQ(flow.CheckAllFiltersLoaded(), 0);
   EXPECT_EQ(GetCapturedStdout(), "Filter Flow saving parameters fail!!!\n" + missing23);
   flow.ClearFilters();
-  EXPECT_EQ(flow.FilterCount() * 10 + flow.CheckAllFiltersLoaded(), 1);
   EXPECT_EQ(LoadText(flow, "\nFlow\nnStages=4\n", true), "");
   Flow failing(false);
-  EXPECT_EQ(failing.mParameterList.Count() * 10 + failing.FilterCount(), 0);
-  EXPECT_STREQ(failing.mName, "Flow");
+  EXPECT_EQ(std::string(failing.mName) + std::to_string(failing.mParameterList.Count()), "Flow0");
 }
