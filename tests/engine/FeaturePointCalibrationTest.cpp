@@ -160,6 +160,8 @@ TEST(calibrationDetectPoint, CountsAgainstTheirThresholdsDecideTheRun) {
     engine->mRecordSelect = c.recordSelect;
     const CapturedRun run = Calibrate(*engine, *c.mainImage, *c.secondImage);
     EXPECT_EQ(run.rv, c.rv);
+    EXPECT_EQ(cv::Size(engine->mMainWidth, engine->mMainHeight), c.mainImage->size());
+    EXPECT_EQ(cv::Size(engine->mSecondWidth, engine->mSecondHeight), c.secondImage->size());
     std::string log = LibraryLogLines({"calibrationDetectPoint  \n", "keypoints_1.size()=" + std::to_string(c.keypoints1) + "\n",
                                        "keypoints_2.size()=" + std::to_string(c.keypoints2) + "\n",
                                        "m_nFeaturePointsNumThreshold=" + std::to_string(c.keypoints)});
