@@ -20,14 +20,6 @@ class SmallFilter final : public CFilter {
   int32_t gain = 1, bias = 0;
 };
 
-// What loading text through the stream interface printed.
-std::string LoadText(CFilter& filter, const std::string& text, bool expected) {
-  FILE* stream = StreamOf(text);
-  CaptureStdout();
-  EXPECT_EQ(filter.LoadParameters(stream), expected) << text;
-  std::fclose(stream);
-  return GetCapturedStdout();
-}
 
 }  // namespace
 
@@ -44,7 +36,7 @@ TEST(CFilter, SavesAFileThatLoadsBack) {
   EXPECT_EQ(LoadParametersFromFile(loaded, path.c_str()), 1);
   EXPECT_EQ(GetCapturedStdout(), "");
   EXPECT_EQ(loaded.gain * 100 + loaded.bias, 697);
-  EXPECT_EQ(LoadText(loaded, "\n\n   Small  \n\n nBias=2\nnGain=3\n", true), "");
+  EXPECT_EQ(PrintedWhileLoading(loaded, "\n\n   Small  \n\n nBias=2\nnGain=3\n", true), "");
   EXPECT_EQ(loaded.gain * 100 + loaded.bias, 302);
 }
 
@@ -52,9 +44,9 @@ TEST(CFilter, FailuresPrintTheirMessages) {
   TempDir dir;
   SmallFilter filter("Small");
   const std::string longWord(100, 'W');
-  EXPECT_EQ(LoadText(filter, "\nLarge\nnGain=3\nnBias=1\n", false), "Filter Small find non-matched name Large!!!\n");
-  EXPECT_EQ(LoadText(filter, "", false), "Filter Small find non-matched name !!!\n");
-  EXPECT_EQ(LoadText(filter, "\n" + longWord + "\n", false),
+  EXPECT_EQ(PrintedWhileLoading(filter, "\nLarge\nnGain=3\nnBias=1\n", false), "Filter Small find non-matched name Large!!!\n");
+  EXPECT_EQ(PrintedWhileLoading(filter, "", false), "Filter Small find non-matched name !!!\n");
+  EXPECT_EQ(PrintedWhileLoading(filter, "\n" + longWord + "\n", false),
             "Filter Small find non-matched name " + longWord.substr(0, 63) + "!!!\n");
   EXPECT_FALSE(filter.LoadParameters(nullptr) || filter.SaveParameters(nullptr));
   WriteFile(dir.File("bad.txt"), "\nSmall\nnGain=11\n");
@@ -72,7 +64,7 @@ TEST(CFilter, FailuresPrintTheirMessages) {
 TEST(CFilter, SecondSetNameRegistersDuplicatesAndNamesAreBounded) {
   SmallFilter filter("Small");
   EXPECT_TRUE(filter.SetName("Small"));
-  EXPECT_EQ(LoadText(filter, "\nSmall\nnGain=2\nnBias=2\nnGain=2\nnBias=2\n", false),
+  EXPECT_EQ(PrintedWhileLoading(filter, "\nSmall\nnGain=2\nnBias=2\nnGain=2\nnBias=2\n", false),
             "nGain has been loaded more than once!!!\nMissing to load nGain!!!\nMissing to load nBias!!!\n");
   const std::string longName(100, 'x');
   EXPECT_EQ(SmallFilter(longName.c_str()).mName, longName.substr(0, 63));

@@ -32,14 +32,6 @@ class Flow final : public CMultipleFilterProcessFlow {
   bool mSetupSucceeds;
 };
 
-std::string LoadText(Flow& flow, const std::string& text, bool expected) {
-  FILE* stream = StreamOf(text);
-  CaptureStdout();
-  EXPECT_EQ(flow.LoadParameters(stream), expected) << text;
-  std::fclose(stream);
-  return GetCapturedStdout();
-}
-
 }  // namespace
 
 TEST(CMultipleFilterProcessFlow, SavesOwnSectionThenEachMemberAndLoadsItBack) {
@@ -50,7 +42,7 @@ TEST(CMultipleFilterProcessFlow, SavesOwnSectionThenEachMemberAndLoadsItBack) {
   EXPECT_EQ(text, "\nFlow\nnStages=9;\t\tRange=[0,9] \n\nStage\nnGain=1;\t\tRange=[0,10] g\n"
                   "\nStage_2\nnGain=5;\t\tRange=[0,10] g\n\nStage_3\nnGain=1;\t\tRange=[0,10] g\n");
   Flow loaded(true);
-  EXPECT_EQ(LoadText(loaded, text, true), "");
+  EXPECT_EQ(PrintedWhileLoading(loaded, text, true), "");
   EXPECT_EQ(loaded.stages * 100 + loaded.stage[1].gain * 10 + loaded.stage[2].gain, 951);
 }
 
@@ -58,11 +50,12 @@ TEST(CMultipleFilterProcessFlow, FailuresStopAndListTheMembersNotLoaded) {
   const std::string missing23 =
       "Filter Stage_2 is missing to load parameters!!!\nFilter Stage_3 is missing to load parameters!!!\n";
   Flow flow(true);
-  EXPECT_EQ(LoadText(flow, "\nFlow\nnStages=2\n\nStage\nnGain=4\n\nStage_2\nnGain\n\nStage_3\nnGain=4\n", false),
+  const std::string damaged = "\nFlow\nnStages=2\n\nStage\nnGain=4\n\nStage_2\nnGain\n\nStage_3\nnGain=4\n";
+  EXPECT_EQ(PrintedWhileLoading(flow, damaged, false),
             "FindNameValue from nGain\n failed!!!\nMissing to load nGain!!!\n" + missing23);
   EXPECT_EQ(flow.stages * 100 + flow.stage[0].gain * 10 + flow.stage[2].gain, 241);
-  EXPECT_EQ(LoadText(flow, "\nOther\nnStages=2\n", false), "Filter Flow find non-matched name Other!!!\n");
-  EXPECT_EQ(LoadText(flow, "\nFlow\nnStages=20\n", false),
+  EXPECT_EQ(PrintedWhileLoading(flow, "\nOther\nnStages=2\n", false), "Filter Flow find non-matched name Other!!!\n");
+  EXPECT_EQ(PrintedWhileLoading(flow, "\nFlow\nnStages=20\n", false),
             "nStages value 20 is out of range [0,9]!!!\nMissing to load nStages!!!\n");
   CaptureStdout();
   EXPECT_FALSE(flow.SaveParameters(nullptr));
@@ -70,7 +63,7 @@ TEST(CMultipleFilterProcessFlow, FailuresStopAndListTheMembersNotLoaded) {
   EXPECT_EQ(flow.CheckAllFiltersLoaded(), 0);
   EXPECT_EQ(GetCapturedStdout(), "Filter Flow saving parameters fail!!!\n" + missing23);
   flow.ClearFilters();
-  EXPECT_EQ(LoadText(flow, "\nFlow\nnStages=4\n", true), "");
+  EXPECT_EQ(PrintedWhileLoading(flow, "\nFlow\nnStages=4\n", true), "");
   Flow failing(false);
   EXPECT_EQ(std::string(failing.mName) + std::to_string(failing.mParameterList.Count()), "Flow0");
 }
