@@ -3,138 +3,118 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "tests/support/TestFiles.h"
 
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
+using namespace testing::internal;
 
 namespace {
 
 CalibrationRecord PatternRecord(uint8_t seed) {
   CalibrationRecord record;
-  for (size_t i = 0; i < kCalibrationRecordSize; ++i)
-    record.bytes[i] = static_cast<uint8_t>(i * seed + 1);
+  for (size_t i = 0; i < kCalibrationRecordSize; ++i) record.bytes[i] = static_cast<uint8_t>(i * seed + 1);
   return record;
 }
 
-std::string RecordText(const CalibrationRecord& record) {
-  return std::string(reinterpret_cast<const char*>(record.bytes), kCalibrationRecordSize);
-}
+const unsigned char* Path(const std::string& path) { return reinterpret_cast<const unsigned char*>(path.c_str()); }
 
-const unsigned char* Path(const std::string& path) {
-  return reinterpret_cast<const unsigned char*>(path.c_str());
-}
+// An engine with distinct records and counter; in the directory a parameter
+// file that loads (nBoardWidth 9) and a record file (pattern 3).
+struct InitSetUp {
+  TempDir dir;
+  std::unique_ptr<dualCalibration> engine = std::make_unique<dualCalibration>();
+  std::string params = dir.File("params.txt"), record = dir.File("record.bin");
 
-bool SameRecord(const CalibrationRecord& a, const CalibrationRecord& b) {
-  return std::memcmp(a.bytes, b.bytes, kCalibrationRecordSize) == 0;
-}
-
-// A parameter file that loads: the engine's own saved section.
-std::string WriteParameterFile(const TempDir& dir) {
-  const std::string path = dir.File("params.txt");
-  auto engine = std::make_unique<dualCalibration>();
-  engine->m_nBoardWidth = 9;
-  EXPECT_EQ(SaveParametersToFile(*engine, path.c_str()), 1);
-  return path;
-}
+  InitSetUp() {
+    auto saved = std::make_unique<dualCalibration>();
+    saved->m_nBoardWidth = 9;
+    EXPECT_EQ(SaveParametersToFile(*saved, params.c_str()), 1);
+    WriteFile(record, std::string(reinterpret_cast<const char*>(PatternRecord(3).bytes), kCalibrationRecordSize));
+    engine->mFileRecord = PatternRecord(7);
+    engine->mCallerRecord = PatternRecord(9);
+    engine->mResultRecord = PatternRecord(11);
+    engine->mImgPairsIdx = 7;
+    engine->mInitReserved = 5;
+  }
+  int Init(const unsigned char* paramFile, const unsigned char* recordFile, bool withMemory = true) {
+    const CalibrationRecord memory = PatternRecord(5);
+    return InitCalibrationRun(*engine, paramFile, recordFile, withMemory ? memory.bytes : nullptr, 100, 200, -3, 4);
+  }
+  // The seeds of the file, caller and result records, 0 for another content.
+  std::vector<int> Records() const {
+    std::vector<int> seeds;
+    for (const CalibrationRecord* r : {&engine->mFileRecord, &engine->mCallerRecord, &engine->mResultRecord}) {
+      seeds.push_back(r->bytes[1] - 1);
+      if (std::memcmp(r->bytes, PatternRecord(static_cast<uint8_t>(seeds.back())).bytes, kCalibrationRecordSize))
+        seeds.back() = 0;
+    }
+    return seeds;
+  }
+};
 
 }  // namespace
 
 TEST(CalibrationRun, BlendTruncatesTowardZero) {
-  const struct {
-    int32_t a, b, blend;
-  } cases[] = {
-      {100, 200, 174},
-      {-100, 0, -25},
-      {0, 0, 0},
-      {1, 1, 0},
-      {4, 0, 1},
-      {-4, 0, -1},
-      {3, -1, 0},
-      {INT_MAX, INT_MAX, 2147268898},
-      {INT_MIN, INT_MIN, -2147268899},
-      {INT_MIN, INT_MAX, 1068802610},
-  };
-  for (const auto& c : cases) EXPECT_EQ(BlendInitValues(c.a, c.b), c.blend) << c.a << ", " << c.b;
+  const int32_t cases[][3] = {{100, 200, 174}, {-100, 0, -25}, {1, 1, 0}, {4, 0, 1}, {-4, 0, -1},
+                              {INT_MAX, INT_MAX, 2147268898}, {INT_MIN, INT_MIN, -2147268899}, {INT_MIN, INT_MAX, 1068802610}};
+  for (const auto& c : cases) EXPECT_EQ(BlendInitValues(c[0], c[1]), c[2]) << c[0] << ", " << c[1];
 }
 
 TEST(CalibrationRun, InitLoadsParametersAndRecordsAndResetsTheCounter) {
-  TempDir dir;
-  const std::string params = WriteParameterFile(dir);
-  const CalibrationRecord fileRecord = PatternRecord(3);
-  const CalibrationRecord memoryRecord = PatternRecord(5);
-  WriteFile(dir.File("record.bin"), RecordText(fileRecord));
-  auto engine = std::make_unique<dualCalibration>();
-  engine->mImgPairsIdx = 7;
-  engine->mInitReserved = 5;
-
+  InitSetUp run;
   CaptureStdout();
-  EXPECT_EQ(InitCalibrationRun(*engine, Path(params), Path(dir.File("record.bin")),
-                               memoryRecord.bytes, 100, 200, -3, 4),
-            1);
+  EXPECT_EQ(run.Init(Path(run.params), Path(run.record)), 1);
   EXPECT_EQ(GetCapturedStdout(), "");
-  EXPECT_EQ(engine->m_nBoardWidth, 9);
-  EXPECT_TRUE(SameRecord(engine->mFileRecord, fileRecord));
-  EXPECT_TRUE(SameRecord(engine->mCallerRecord, memoryRecord));
-  EXPECT_EQ(engine->mImgPairsIdx, 0);
-  EXPECT_EQ(engine->mInitValueA, 100);
-  EXPECT_EQ(engine->mInitValueB, 200);
-  EXPECT_EQ(engine->mInitValueC, -3);
-  EXPECT_EQ(engine->mInitValueD, 4);
-  EXPECT_EQ(engine->mInitBlend, 174);
-  EXPECT_EQ(engine->mInitReserved, 0);
-  EXPECT_EQ(ReadFile(dir.File("log.txt")), "QLM_Calib_INIT...   \n");
+  const dualCalibration& e = *run.engine;
+  EXPECT_EQ(run.Records(), std::vector<int>({3, 5, 11}));
+  EXPECT_EQ(std::vector<int32_t>({e.m_nBoardWidth, e.mImgPairsIdx, e.mInitValueA, e.mInitValueB, e.mInitValueC,
+                                  e.mInitValueD, e.mInitBlend, e.mInitReserved}),
+            std::vector<int32_t>({9, 0, 100, 200, -3, 4, 174, 0}));
+  // A record file that cannot be opened answers -2 and leaves the file record;
+  // a null caller record is not copied.
+  EXPECT_EQ(run.Init(Path(run.params), nullptr, false), -2);
+  EXPECT_EQ(run.Init(Path(run.params), Path(run.dir.File("none.bin"))), -2);
+  EXPECT_EQ(run.Records(), std::vector<int>({3, 5, 11}));
+  run.engine->mCallerRecord = PatternRecord(9);
+  EXPECT_EQ(run.Init(Path(run.params), Path(run.record), false), 1);
+  EXPECT_EQ(run.Records(), std::vector<int>({3, 9, 11}));
 }
 
-TEST(CalibrationRun, FailedLoadStoresTheValuesButLeavesRecordsAndCounter) {
-  TempDir dir;
-  const CalibrationRecord memoryRecord = PatternRecord(5);
-  auto engine = std::make_unique<dualCalibration>();
-  engine->mImgPairsIdx = 7;
-  const std::string missing = dir.File("missing.txt");
-
-  CaptureStdout();
-  EXPECT_EQ(
-      InitCalibrationRun(*engine, Path(missing), Path(missing), memoryRecord.bytes, -100, 0, 1, 2),
-      -1);
-  EXPECT_EQ(GetCapturedStdout(), "Open file " + missing + " fail!!! errcode=0\n");
-  EXPECT_EQ(engine->mImgPairsIdx, 7);
-  EXPECT_TRUE(SameRecord(engine->mCallerRecord, CalibrationRecord{}));
-  EXPECT_EQ(engine->mInitBlend, -25);
-  EXPECT_EQ(engine->mInitValueD, 2);
-  EXPECT_TRUE(FileExists(dir.File("defaultParameters.txt")));
-}
-
-TEST(CalibrationRun, NullPathsFailToOpenAndANullRecordIsNotCopied) {
-  TempDir dir;
-  const std::string params = WriteParameterFile(dir);
-  auto engine = std::make_unique<dualCalibration>();
-  engine->mCallerRecord = PatternRecord(9);
-
-  CaptureStdout();
-  EXPECT_EQ(InitCalibrationRun(*engine, nullptr, nullptr, nullptr, 0, 0, 0, 0), -1);
-  EXPECT_EQ(GetCapturedStdout(), "Open file  fail!!! errcode=0\n");
-  EXPECT_EQ(InitCalibrationRun(*engine, Path(params), nullptr, nullptr, 0, 0, 0, 0), -2);
-  EXPECT_TRUE(SameRecord(engine->mCallerRecord, PatternRecord(9)));
+// -1 leaves every record and the counter as they were, whatever the record
+// file holds; the values and the parameter file are still written.
+TEST(CalibrationRun, FailedLoadLeavesRecordsAndCounter) {
+  InitSetUp run;
+  const std::string missing = run.dir.File("missing.txt"), partial = run.dir.File("partial.txt");
+  WriteFile(partial, "\nParameterList\nbSaveDebugInfo=1;\nnot a line\n");
+  const std::pair<const unsigned char*, std::string> cases[] = {
+      {Path(missing), "Open file " + missing + " fail!!! errcode=0\n"},
+      {nullptr, "Open file  fail!!! errcode=0\n"},
+      {Path(partial), "FindNameValue from not a line\n failed!!!\n"}};
+  for (const auto& [paramFile, printed] : cases) {
+    SCOPED_TRACE(printed);
+    std::remove(run.dir.File("defaultParameters.txt").c_str());
+    CaptureStdout();
+    EXPECT_EQ(run.Init(paramFile, Path(run.record)), -1);
+    EXPECT_EQ(GetCapturedStdout().substr(0, printed.size()), printed);
+    EXPECT_EQ(run.Records(), std::vector<int>({7, 9, 11}));
+    EXPECT_EQ(run.engine->mImgPairsIdx * 1000 + run.engine->mInitBlend, 7174);
+    EXPECT_TRUE(FileExists(run.dir.File("defaultParameters.txt")));
+  }
 }
 
 TEST(CalibrationRun, LogFileThatCannotBeOpenedIsSkipped) {
-  TempDir dir;
-  const std::string params = WriteParameterFile(dir);
-  const std::string nowhere = dir.File("no-such-dir");
+  InitSetUp run;
+  const std::string nowhere = run.dir.File("no-such-dir");
   setenv("QLM_PICTURES_DIR", nowhere.c_str(), 1);
-  auto engine = std::make_unique<dualCalibration>();
-  const CalibrationRecord memoryRecord = PatternRecord(5);
-
   CaptureStdout();
   AppendVersionLog();
-  AppendProcessLog(*engine, 1);
-  EXPECT_EQ(InitCalibrationRun(*engine, Path(params), Path(params), memoryRecord.bytes, 0, 0, 0, 0),
-            1);
+  AppendProcessLog(*run.engine, 1);
+  EXPECT_EQ(run.Init(Path(run.params), Path(run.record)), 1);
   EXPECT_EQ(GetCapturedStdout(), "Open file " + nowhere + "/defaultParameters.txt fail!!! \n");
   EXPECT_FALSE(FileExists(nowhere));
 }

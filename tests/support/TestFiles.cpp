@@ -8,36 +8,9 @@
 #include <sstream>
 #include <vector>
 
-namespace {
-
-std::vector<std::string> SplitLines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
-}
-
-std::string DescribeFirstDifference(const std::string& expected, const std::string& actual) {
-  const std::vector<std::string> want = SplitLines(expected);
-  const std::vector<std::string> got = SplitLines(actual);
-  size_t line = 0;
-  while (line < want.size() && line < got.size() && want[line] == got[line]) ++line;
-  std::ostringstream out;
-  out << "first difference at line " << line + 1 << "\n";
-  const size_t from = line >= 2 ? line - 2 : 0;
-  for (size_t i = from; i <= line + 2; ++i) {
-    out << "  expected " << i + 1 << ": " << (i < want.size() ? want[i] : "<end>") << "\n";
-    out << "  actual   " << i + 1 << ": " << (i < got.size() ? got[i] : "<end>") << "\n";
-  }
-  return out.str();
-}
-
-}  // namespace
-
 TempDir::TempDir() {
   std::string pattern = (std::filesystem::temp_directory_path() / "qlm-test-XXXXXX").string();
-  const char* made = mkdtemp(pattern.data());
-  if (made == nullptr) ADD_FAILURE() << "mkdtemp failed for " << pattern;
+  if (mkdtemp(pattern.data()) == nullptr) ADD_FAILURE() << "mkdtemp failed for " << pattern;
   mPath = pattern;
   setenv("QLM_PICTURES_DIR", mPath.c_str(), 1);
 }
@@ -55,8 +28,7 @@ std::string ReadFile(const std::string& path) {
 }
 
 void WriteFile(const std::string& path, const std::string& contents) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << contents;
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << contents;
 }
 
 bool FileExists(const std::string& path) { return std::filesystem::exists(path); }
@@ -84,12 +56,24 @@ void ExpectGolden(const std::string& actual, const std::string& relativePath) {
   const char* update = std::getenv("QLM_UPDATE_GOLDEN");
   if (update != nullptr && std::string(update) == "1") {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    WriteFile(path, actual);
-    return;
+    return WriteFile(path, actual);
   }
   ASSERT_TRUE(FileExists(path)) << "missing golden file " << path;
   const std::string expected = ReadFile(path);
-  EXPECT_TRUE(expected == actual) << relativePath << ": " << DescribeFirstDifference(expected, actual);
+  if (expected == actual) return;
+  // The first differing line with two lines of context either side.
+  std::istringstream want(expected), got(actual);
+  std::vector<std::string> lines[2];
+  for (std::string line; std::getline(want, line);) lines[0].push_back(line);
+  for (std::string line; std::getline(got, line);) lines[1].push_back(line);
+  size_t first = 0;
+  while (first < lines[0].size() && first < lines[1].size() && lines[0][first] == lines[1][first]) ++first;
+  std::ostringstream out;
+  for (size_t i = first >= 2 ? first - 2 : 0; i <= first + 2; ++i) {
+    for (int side = 0; side < 2; ++side)
+      out << (side ? "  actual   " : "  expected ") << i + 1 << ": " << (i < lines[side].size() ? lines[side][i] : "<end>") << "\n";
+  }
+  ADD_FAILURE() << relativePath << ": first difference at line " << first + 1 << "\n" << out.str();
 }
 
 uint64_t Fnv1a(const void* data, size_t size, uint64_t hash) {

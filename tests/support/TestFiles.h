@@ -3,6 +3,8 @@
 // text comparison.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -32,6 +34,15 @@ bool FileExists(const std::string& path);
 FILE* StreamOf(const std::string& text);
 // What write puts into a memory stream.
 std::string TextWrittenBy(const std::function<void(FILE*)>& write);
+// What filter.LoadParameters prints while it reads text; its answer is expected to be `loads`.
+template <typename Filter>
+std::string PrintedWhileLoading(Filter& filter, const std::string& text, bool loads) {
+  FILE* stream = StreamOf(text);
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(filter.LoadParameters(stream), loads) << text;
+  std::fclose(stream);
+  return testing::internal::GetCapturedStdout();
+}
 
 // Compares actual with tests/data/<relativePath>; on a difference the
 // failure shows the first differing line with its neighbours. With
