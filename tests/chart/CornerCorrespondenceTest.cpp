@@ -3,32 +3,21 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "engine/dualCalibration.h"
-
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
 
 namespace {
 
 using Corners = std::vector<cv::Point2f>;
 
-// A w x h grid, row by row, optionally through a homography.
+// A slightly perspective w x h grid, row by row, optionally through a homography.
 Corners Grid(int w, int h, const cv::Matx33d& H = cv::Matx33d::eye()) {
   Corners corners;
-  for (int i = 0; i < h; ++i) {
-    for (int j = 0; j < w; ++j) {
-      const cv::Vec3d p = H * cv::Vec3d(100.0 + 50.0 * j + 2.0 * i, 80.0 + 48.0 * i + 0.5 * j, 1.0);
-      corners.emplace_back(static_cast<float>(p[0] / p[2]), static_cast<float>(p[1] / p[2]));
-    }
+  for (int i = 0; i < w * h; ++i) {
+    const cv::Vec3d p = H * cv::Vec3d(100.0 + 50.0 * (i % w) + 2.0 * (i / w), 80.0 + 48.0 * (i / w) + 0.5 * (i % w), 1.0);
+    corners.emplace_back(static_cast<float>(p[0] / p[2]), static_cast<float>(p[1] / p[2]));
   }
-  return corners;
-}
-
-Corners Reversed(Corners corners) {
-  std::reverse(corners.begin(), corners.end());
   return corners;
 }
 
@@ -36,48 +25,39 @@ Corners Reversed(Corners corners) {
 
 // Both output lists are appended to: each case starts them with a marker.
 TEST(CornerCorrespondence, NearestPairingByNormalisedPosition) {
-  const Corners grid = Grid(9, 6);
-  const Corners scaled = Grid(9, 6, {3, 0, 700, 0, 3, -40, 0, 0, 1});
-  Corners shuffled = scaled;
+  const Corners grid = Grid(9, 6), scaled = Grid(9, 6, {3, 0, 700, 0, 3, -40, 0, 0, 1});
+  Corners reversed(grid.rbegin(), grid.rend()), shuffled = scaled;
   std::rotate(shuffled.begin(), shuffled.begin() + 17, shuffled.end());
   std::swap(shuffled[3], shuffled[40]);
-  const Corners square = {{0, 0}, {10, 0}, {0, 10}, {10, 10}};
-  const Corners shared = {{0, 0}, {0.1f, 0}, {10, 0}, {0, 10}, {10, 10}};
-  const Corners sharedSecond = {{0, 0}, {5, 5}, {10, 0}, {0, 10}, {10, 10}};
-  const Corners flat = {{5, 0}, {5, 1}, {5, 2}};
+  const Corners shared = {{0, 0}, {5, 5}, {10, 0}, {0, 10}, {10, 10}};
   const struct {
-    const char* name;
     Corners first, second, expected;
     const char* printed;
   } cases[] = {
-      {"identical", grid, grid, grid, ""},
-      {"reversed", grid, Reversed(grid), grid, ""},
-      {"scaled, shifted and shuffled", grid, shuffled, scaled, ""},
-      {"empty first list", {}, grid, {}, ""},
-      {"shared nearest corner", shared, sharedSecond,
-       {sharedSecond[0], sharedSecond[0], sharedSecond[2], sharedSecond[3], sharedSecond[4]}, "multiple shoot\n"},
+      {grid, reversed, grid, ""},
+      {grid, shuffled, scaled, ""},
+      {{}, grid, {}, ""},
+      {{{0, 0}, {0.1f, 0}, {10, 0}, {0, 10}, {10, 10}}, shared, {shared[0], shared[0], shared[2], shared[3], shared[4]},
+       "multiple shoot\n"},
       // No spread in x: every distance is NaN, each corner is missed and keeps the match so far, (0, 0).
-      {"flat second cloud", {{0, 0}, {1, 2}, {2, 1}}, flat, Corners(3, {0, 0}), "missed\nmissed\nmissed\n"},
+      {{{0, 0}, {1, 2}, {2, 1}}, {{5, 0}, {5, 1}, {5, 2}}, Corners(3, {0, 0}), "missed\nmissed\nmissed\n"},
       // Searched only as far as it reaches; ties go to the lower index.
-      {"short second list", square, {{0, 0}, {10, 10}}, {{0, 0}, {0, 0}, {0, 0}, {10, 10}},
+      {{{0, 0}, {10, 0}, {0, 10}, {10, 10}}, {{0, 0}, {10, 10}}, {{0, 0}, {0, 0}, {0, 0}, {10, 10}},
        "multiple shoot\nmultiple shoot\n"},
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
     auto engine = std::make_unique<dualCalibration>();
-    Corners matched1 = {{-1, -1}}, matched2 = {{-2, -2}};
-    CaptureStdout();
+    Corners matched1 = {{-1, -1}}, matched2 = {{-2, -2}}, expected1 = matched1, expected2 = matched2;
+    testing::internal::CaptureStdout();
     EXPECT_EQ(engine->matchCornerOrder(c.first, c.second, matched1, matched2), 1);
-    EXPECT_EQ(GetCapturedStdout(), c.printed);
-    Corners expected1 = {{-1, -1}}, expected2 = {{-2, -2}};
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), c.printed);
     expected1.insert(expected1.end(), c.first.begin(), c.first.end());
     expected2.insert(expected2.end(), c.expected.begin(), c.expected.end());
-    EXPECT_EQ(matched1, expected1);
-    EXPECT_EQ(matched2, expected2);
+    EXPECT_EQ(matched1, expected1) << c.printed;
+    EXPECT_EQ(matched2, expected2) << c.printed;
   }
   auto engine = std::make_unique<dualCalibration>();
-  engine->mCorners1 = grid;
-  engine->mCorners2 = Reversed(grid);
+  engine->mCorners1 = grid, engine->mCorners2 = reversed;
   EXPECT_EQ(engine->matchStoredCornerOrder(), 1);
   EXPECT_EQ(engine->mMatchedCorners1, grid);
   EXPECT_EQ(engine->mMatchedCorners2, grid);
@@ -100,24 +80,20 @@ TEST(CornerCorrespondence, GridPairingUndoesEverySymmetricOrder) {
                {7, 7, true, false, true, 6, "transposed, columns reversed"},
                {7, 7, true, true, true, 7, "transposed and reversed"},    {7, 7, true, true, false, 1, "reversed"}};
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
     const Corners truth = Grid(c.w, c.h, H);
-    Corners listed;
-    for (int a = 0; a < (c.alongColumns ? c.w : c.h); ++a) {
-      for (int b = 0; b < (c.alongColumns ? c.h : c.w); ++b) {
-        const int row = c.alongColumns ? b : a, column = c.alongColumns ? a : b;
-        listed.push_back(truth[(c.bottom ? c.h - 1 - row : row) * c.w + (c.right ? c.w - 1 - column : column)]);
-      }
+    Corners listed, matched1, matched2;
+    for (int a = 0; a < c.w * c.h; ++a) {
+      const int row = c.alongColumns ? a % c.h : a / c.w, column = c.alongColumns ? a / c.h : a % c.w;
+      listed.push_back(truth[(c.bottom ? c.h - 1 - row : row) * c.w + (c.right ? c.w - 1 - column : column)]);
     }
     auto engine = std::make_unique<dualCalibration>();
-    Corners matched1, matched2;
     const GridPairing pairing = engine->matchCornerGridOrder(Grid(c.w, c.h), listed, {c.w, c.h}, matched1, matched2);
-    ASSERT_EQ(pairing.order, c.order);
+    ASSERT_EQ(pairing.order, c.order) << c.name;
     EXPECT_STREQ(kGridOrders[pairing.order].name, c.name);
-    EXPECT_EQ(matched1, Grid(c.w, c.h));
-    EXPECT_EQ(matched2, truth);
-    EXPECT_LT(pairing.residualPx, 1e-3);
-    EXPECT_NEAR(pairing.agreement, std::cos(0.05), 0.01);
+    EXPECT_EQ(matched1, Grid(c.w, c.h)) << c.name;
+    EXPECT_EQ(matched2, truth) << c.name;
+    EXPECT_LT(pairing.residualPx, 1e-3) << c.name;
+    EXPECT_NEAR(pairing.agreement, std::cos(0.05), 0.01) << c.name;
   }
   auto engine = std::make_unique<dualCalibration>();
   Corners matched1, matched2;

@@ -5,7 +5,6 @@
 #include <fstream>
 
 #include <nlohmann/json.hpp>
-#include <opencv2/calib3d.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include "tests/support/TestFiles.h"
@@ -36,59 +35,22 @@ TEST(ChessboardRenderer, PixelsTakeTheirExactAreaShares) {
   EXPECT_LT(blurred.at<uint8_t>(105, 100), 220);
 }
 
-// Poses follow their seed and keep the board 32 px inside the image; the
-// corners are the pinhole projections through both cameras; noise follows
-// its seed and sigma; the files and the ground truth hold what was rendered.
-TEST(ChessboardRenderer, PosesCornersNoiseAndFiles) {
-  const StereoRig rig = ExampleStereoRig({2000, 1500}, {2400, 1800});
-  const ChessboardLayout layout;
-  const std::vector<BoardPose> poses = RandomBoardPoses(rig, layout, 6, 42);
-  ASSERT_EQ(poses.size(), 6u);
-  for (size_t k = 0; k < poses.size(); ++k) {
-    EXPECT_EQ(poses[k].tvec, RandomBoardPoses(rig, layout, 6, 42)[k].tvec);
-    EXPECT_NE(poses[k].tvec, RandomBoardPoses(rig, layout, 6, 43)[k].tvec);
-    cv::Matx33d rotation;
-    cv::Rodrigues(poses[k].rvec, rotation);
-    for (const cv::Point2f& p : ProjectBoardCorners(rig.main, layout, rotation, poses[k].tvec)) {
-      EXPECT_TRUE(p.x > 32 && p.y > 32 && p.x < 1967 && p.y < 1467) << p;
-    }
-  }
-  RenderOptions noisy;
-  noisy.noiseSigma = 4.0;
-  const std::vector<RenderedPair> pairs = {RenderPair(rig, layout, poses[0], noisy, 9),
-                                           RenderPair(rig, layout, poses[1], RenderOptions(), 1)};
-  std::vector<cv::Point3f> board;
-  for (int i = 0; i < 54; ++i) board.emplace_back(i % 9 * 25.0f, i / 9 * 25.0f, 0.0f);
-  std::vector<cv::Point2f> expected1, expected2;
-  cv::projectPoints(board, poses[1].rvec, poses[1].tvec, rig.main.K, cv::noArray(), expected1);
-  cv::Matx33d rotation;
-  cv::Rodrigues(poses[1].rvec, rotation);
-  cv::Vec3d rvec2;
-  cv::Rodrigues(rig.R * rotation, rvec2);
-  cv::projectPoints(board, rvec2, rig.R * poses[1].tvec + rig.T, rig.second.K, cv::noArray(), expected2);
-  EXPECT_LT(cv::norm(pairs[1].mainCorners, expected1, cv::NORM_INF) + cv::norm(pairs[1].secondCorners, expected2, cv::NORM_INF), 1e-3);
-  EXPECT_EQ(pairs[1].secondImage.size(), cv::Size(2400, 1800));
-  const cv::Mat a = RenderEmptyView({400, 300}, noisy, 9);
-  EXPECT_EQ(cv::norm(a, RenderEmptyView({400, 300}, noisy, 9), cv::NORM_INF), 0.0);
-  EXPECT_GT(cv::norm(a, RenderEmptyView({400, 300}, noisy, 10), cv::NORM_INF), 0.0);
-  cv::Scalar mean, spread;
-  cv::meanStdDev(a, mean, spread);
-  EXPECT_NEAR(mean[0], 100.0, 0.1);
-  EXPECT_NEAR(spread[0], 4.0, 0.1);
-
+// The files hold the rendered pairs and the ground truth (which the chart
+// tests and the tool read back for the rig, the poses and the corners).
+TEST(ChessboardRenderer, WritesImagesAndGroundTruth) {
   TempDir dir;
-  ASSERT_TRUE(WriteRenderedPairs(dir.Path(), rig, layout, noisy, pairs));
-  EXPECT_EQ(cv::norm(cv::imread(dir.File("pair_0_second.png"), cv::IMREAD_UNCHANGED), pairs[0].secondImage, cv::NORM_INF), 0.0);
+  const StereoRig rig = ExampleStereoRig({2000, 1500}, {2400, 1800});
+  const std::vector<BoardPose> poses = RandomBoardPoses(rig, ChessboardLayout(), 2, 3);
+  const std::vector<RenderedPair> pairs = {RenderPair(rig, {}, poses[0], {}, 1), RenderPair(rig, {}, poses[1], {}, 1)};
+  ASSERT_TRUE(WriteRenderedPairs(dir.Path(), rig, {}, {}, pairs));
+  EXPECT_EQ(cv::norm(cv::imread(dir.File("pair_1_second.png"), cv::IMREAD_UNCHANGED), pairs[1].secondImage, cv::NORM_INF), 0.0);
   std::ifstream in(dir.File("ground_truth.json"));
   const nlohmann::json truth = nlohmann::json::parse(in);
-  EXPECT_EQ(truth["board"]["width"], 9);
-  EXPECT_EQ(truth["board"]["square_size"], 25.0);
-  EXPECT_EQ(truth["T"][0], -40.0);
+  EXPECT_EQ(truth["board"]["width"].dump() + truth["board"]["square_size"].dump() + truth["T"][0].dump(), "925.0-40.0");
   EXPECT_EQ(truth["main_camera"]["K"][0][0], 1600.0);
   ASSERT_EQ(truth["pairs"].size(), 2u);
   EXPECT_EQ(truth["pairs"][1]["second_image"], "pair_1_second.png");
-  EXPECT_EQ(truth["pairs"][1]["main_corners"].size(), 54u);
   EXPECT_EQ(truth["pairs"][1]["main_corners"][53][0], pairs[1].mainCorners[53].x);
   EXPECT_EQ(truth["pairs"][0]["tvec"][2], pairs[0].pose.tvec[2]);
-  EXPECT_FALSE(WriteRenderedPairs(dir.File("missing"), rig, layout, noisy, pairs));
+  EXPECT_FALSE(WriteRenderedPairs(dir.File("missing"), rig, {}, {}, pairs));
 }

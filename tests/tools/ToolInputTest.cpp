@@ -10,8 +10,7 @@
 #include "tests/tools/ToolErrors.h"
 
 TEST(ToolInput, OptionValuesTakeTheirFormOnly) {
-  EXPECT_EQ(ParseSize("4000x3000", "--size"), cv::Size(4000, 3000));
-  EXPECT_EQ(ParseSize("1x1", "--size"), cv::Size(1, 1));
+  EXPECT_EQ(ParseSize("4000x3000", "--size") + ParseSize("1x1", "--size"), cv::Size(4001, 3001));
   for (const char* bad : {"", "4000", "4000x", "x3000", "4000X3000", "0x10", "10x-2", "1.5x2", "4000x3000x2",
                           "99999999999x1", " 4x4", "4x 4"}) {
     EXPECT_EQ(ErrorOf([&] { ParseSize(bad, "--out-size"); }),
@@ -32,10 +31,8 @@ TEST(ToolInput, OptionValuesTakeTheirFormOnly) {
 TEST(ToolInput, FilesAreBoundedRegularAndNamedInEveryMessage) {
   TempDir dir;
   ASSERT_TRUE(cv::imwrite(dir.File("colour.png"), cv::Mat(20, 30, CV_8UC3, cv::Scalar(10, 200, 50))));
-  const cv::Mat gray = ReadGrayImage(dir.File("colour.png"));
-  EXPECT_EQ(gray.type(), CV_8UC1);
-  EXPECT_EQ(gray.size(), cv::Size(30, 20));
-  EXPECT_EQ(gray.at<uint8_t>(0, 0), 133);  // 0.114*10 + 0.587*200 + 0.299*50 = 133.49
+  // 0.114*10 + 0.587*200 + 0.299*50 = 133.49
+  EXPECT_EQ(cv::norm(ReadGrayImage(dir.File("colour.png")), cv::Mat(20, 30, CV_8UC1, cv::Scalar(133)), cv::NORM_INF), 0);
   ASSERT_TRUE(cv::imwrite(dir.File("deep.png"), cv::Mat(4, 4, CV_16UC1, cv::Scalar(1000))));
   WriteFile(dir.File("garbage.png"), "not an image");
   WriteFile(dir.File("record.bin"), std::string("\0\1\2\xff", 4));
