@@ -177,6 +177,9 @@ TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
   const std::string flat = dir.File("flat.txt"), steep = dir.File("steep.txt"), missing = dir.File("missing.txt");
   const ImagePairs good = FirstPairs(4);
   const cv::Mat empty = RenderEmptyView(kImageSize, RenderOptions(), 5);
+  RenderOptions faintOptions;  // a board the quick check's fast check rejects and the second image's search finds
+  faintOptions.lightLevel = 60.0;
+  const cv::Mat faint = RenderPair(ExampleScene().rig, {}, ExampleScene().rendered[2].pose, faintOptions, 7).secondImage;
   cv::Mat colour;
   cv::cvtColor(good[0].first, colour, cv::COLOR_GRAY2BGR);
   const struct {
@@ -194,7 +197,7 @@ TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
       {{good[0], {good[0].first, cv::Mat::zeros(1000, 1500, CV_8UC1)}}, nullptr, nullptr, 25, kChartBadImages,
        "chart intake", "chart pair 1 differs in size from pair 0", ""},
       {good, nullptr, steep.c_str(), 25, kChartBadTables, "chart intake", "both distortion tables or none are needed", ""},
-      {{good[0], {empty, empty}, good[1], {good[2].first, empty}, {empty, good[2].second}}, nullptr, nullptr, 25,
+      {{good[0], {empty, empty}, good[1], {good[2].first, faint}, {empty, good[2].second}}, nullptr, nullptr, 25,
        kChartTooFewViews, "findImagePoints", "2 views found, 4 needed", "VQVQN"},
       {good, missing.c_str(), flat.c_str(), 25, kChartBadTables, "LoadDistortionTables", "tables not loaded, code -2",
        "VVVV"},

@@ -24,13 +24,15 @@ std::unique_ptr<dualCalibration> BoardEngine(int squareSize) {
 }
 
 // A board facing the camera squarely, centred on the principal point.
-cv::Mat FrontalBoard(double squareSize, double distance, Corners* truth = nullptr) {
+cv::Mat FrontalBoard(double squareSize, double distance, Corners* truth = nullptr, double lightLevel = 220.0) {
   const PinholeCamera camera{{1600.0, 0.0, 999.5, 0.0, 1600.0, 749.5, 0.0, 0.0, 1.0}, kImageSize};
   ChessboardLayout layout;
   layout.squareSize = squareSize;
   const cv::Vec3d translation(-4.0 * squareSize, -2.5 * squareSize, distance);
   if (truth != nullptr) *truth = ProjectBoardCorners(camera, layout, cv::Matx33d::eye(), translation);
-  return RenderBoardView(camera, layout, cv::Matx33d::eye(), translation, RenderOptions(), 1);
+  RenderOptions options;
+  options.lightLevel = lightLevel;
+  return RenderBoardView(camera, layout, cv::Matx33d::eye(), translation, options, 1);
 }
 
 }  // namespace
@@ -116,11 +118,17 @@ TEST(ChessboardDetection, BoardNotFoundInBothImagesChangesNoView) {
     EXPECT_EQ(engine->mImagePoints1, (std::vector<Corners>{{cv::Point2f(3.0f, 4.0f)}}));
     EXPECT_EQ(engine->mImagePoints2, engine->mImagePoints1);
   }
-  auto engine = BoardEngine(25);
-  Corners corners1 = {{1.0f, 2.0f}}, corners2 = {{3.0f, 4.0f}};
-  CaptureStdout();
-  EXPECT_FALSE(engine->detectChessboardCorners(board, empty, 7, {9, 6}, corners1, corners2));
-  EXPECT_EQ(GetCapturedStdout(), "ERROR: mask 7 image points not found ! \n");
-  EXPECT_EQ(corners1, (Corners{{1.0f, 2.0f}}));
-  EXPECT_TRUE(corners2.empty());
+  // A faint board (light squares at 60) fails the main image's fast check,
+  // and the second image's search, which runs without it, finds it.
+  const cv::Mat faint = FrontalBoard(25.0, 600.0, nullptr, 60.0);
+  const std::pair<cv::Mat, cv::Mat> failures[] = {{board, empty}, {faint, faint}};
+  for (const auto& [mainImage, secondImage] : failures) {
+    auto engine = BoardEngine(25);
+    Corners corners1 = {{1.0f, 2.0f}}, corners2 = {{3.0f, 4.0f}};
+    CaptureStdout();
+    EXPECT_FALSE(engine->detectChessboardCorners(mainImage, secondImage, 7, {9, 6}, corners1, corners2));
+    EXPECT_EQ(GetCapturedStdout(), "ERROR: mask 7 image points not found ! \n");
+    EXPECT_EQ(corners1.size() + corners2.size(), 1u);
+    EXPECT_EQ(corners1.empty() ? corners2 : corners1, (mainImage.data == faint.data ? Corners{{3.0f, 4.0f}} : Corners{{1.0f, 2.0f}}));
+  }
 }
