@@ -47,6 +47,7 @@ TEST(AndroidMetadata, RoundTripOfRAndTForEverySensorOrientation) {
     EXPECT_LT(cv::norm(-(secondRotation * offsetM) - rig.T * (24.5 / 25.0 / 1000.0)), 1e-6) << orientation;
     EXPECT_EQ(main["android.lens.poseTranslation"].dump() + main["android.lens.poseReference"].dump() +
                   second["android.lens.poseReference"].dump(), "[0.0,0.0,0.0]00");
+    EXPECT_GE(second["android.lens.poseRotation"][3].get<double>(), 0.0);  // w of a quaternion is kept >= 0
     // The back camera looks along -z of the sensor axes.
     EXPECT_EQ(cv::Vec3d(mainRotation(2, 0), mainRotation(2, 1), mainRotation(2, 2)), cv::Vec3d(0, 0, -1));
   }
