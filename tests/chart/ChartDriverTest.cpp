@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -15,21 +17,10 @@
 #include "synthetic/ChessboardRenderer.h"
 #include "tests/support/TestFiles.h"
 
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
-
 namespace {
 
 using ImagePairs = std::vector<std::pair<cv::Mat, cv::Mat>>;
-
 const cv::Size kImageSize(2000, 1500);
-constexpr int kRenderedPairs = 8;
-
-// Accuracy targets on noisy, blurred renders of eight views.
-constexpr double kMaxStereoRmsPx = 0.2;
-constexpr double kMaxRelativeTranslationError = 0.005;
-constexpr double kMaxAngleErrorDeg = 0.05;
-constexpr double kMaxRelativeFocalError = 0.005;
 
 struct Scene {
   StereoRig rig;
@@ -37,35 +28,26 @@ struct Scene {
   ImagePairs pairs;
 };
 
-// Renders the poses with noise sigma and blur sigma; pair k's noise is
-// seeded with noiseSeed + 2 k.
-Scene RenderScene(const StereoRig& rig, const ChessboardLayout& layout, const std::vector<BoardPose>& poses,
-                  double noiseSigma, double blurSigmaPx, uint64_t noiseSeed) {
+// count poses drawn with poseSeed; pair k's noise is seeded with noiseSeed + 2 k.
+Scene RenderScene(const StereoRig& rig, const ChessboardLayout& layout, int count, uint64_t poseSeed,
+                  double maxTiltDeg, double maxRollDeg, double noiseSigma, double blurSigmaPx, uint64_t noiseSeed) {
   Scene s{rig, {}, {}};
   RenderOptions options;
-  options.noiseSigma = noiseSigma;
-  options.blurSigmaPx = blurSigmaPx;
-  for (size_t k = 0; k < poses.size(); ++k) {
-    s.rendered.push_back(RenderPair(rig, layout, poses[k], options, noiseSeed + 2 * k));
+  options.noiseSigma = noiseSigma, options.blurSigmaPx = blurSigmaPx;
+  for (const BoardPose& pose : RandomBoardPoses(rig, layout, count, poseSeed, maxTiltDeg, maxRollDeg)) {
+    s.rendered.push_back(RenderPair(rig, layout, pose, options, noiseSeed + 2 * s.pairs.size()));
     s.pairs.emplace_back(s.rendered.back().mainImage, s.rendered.back().secondImage);
   }
   return s;
 }
 
-// Rendered once per test program and kept in memory only.
-const Scene& RenderedScene() {
-  static const Scene scene = [] {
-    const StereoRig rig = ExampleStereoRig(kImageSize, kImageSize);
-    const ChessboardLayout layout;
-    return RenderScene(rig, layout, RandomBoardPoses(rig, layout, kRenderedPairs, 2024), 1.0, 0.7, 100);
-  }();
+// Eight views of the example rig, rendered once per test program.
+const Scene& ExampleScene() {
+  static const Scene scene = RenderScene(ExampleStereoRig(kImageSize, kImageSize), {}, 8, 2024, 30, 15, 1.0, 0.7, 100);
   return scene;
 }
 
-ImagePairs FirstPairs(size_t count) {
-  const ImagePairs& all = RenderedScene().pairs;
-  return ImagePairs(all.begin(), all.begin() + count);
-}
+ImagePairs FirstPairs(size_t count) { return {ExampleScene().pairs.begin(), ExampleScene().pairs.begin() + count}; }
 
 std::unique_ptr<dualCalibration> ChartEngine() {
   auto engine = std::make_unique<dualCalibration>();
@@ -73,75 +55,39 @@ std::unique_ptr<dualCalibration> ChartEngine() {
   return engine;
 }
 
-ChartSummary RunDriver(dualCalibration& engine, const ImagePairs& pairs, const char* mainTable = nullptr,
-                 const char* secondTable = nullptr, std::string* printed = nullptr) {
-  ChartRunOptions options;
-  options.mainTablePath = mainTable;
-  options.secondTablePath = secondTable;
-  CaptureStdout();
+ChartSummary RunDriver(dualCalibration& engine, const ImagePairs& pairs, ChartRunOptions options = {},
+                       std::string* printed = nullptr) {
+  testing::internal::CaptureStdout();
   ChartSummary summary = engine.runChartCalibration(pairs, options);
-  const std::string text = GetCapturedStdout();
+  const std::string text = testing::internal::GetCapturedStdout();
   if (printed != nullptr) *printed = text;
   return summary;
 }
 
-double AngleErrorDeg(float estimated, double truth) { return std::fabs(estimated - truth) * 180.0 / CV_PI; }
-
-// The calibration's stereo RMS, translation, angles of R and focal lengths
-// against the rig's truth, within the accuracy targets.
-void ExpectAccurate(const ChartSummary& summary, const dualCalibration& engine, const StereoRig& rig) {
-  EXPECT_LT(summary.stereoRms, kMaxStereoRmsPx);
-  EXPECT_LT(cv::norm(summary.T - rig.T), kMaxRelativeTranslationError * cv::norm(rig.T)) << summary.T;
-  const double angleErrorsDeg[3] = {
-      AngleErrorDeg(summary.r_x, std::atan2(rig.R(2, 1), rig.R(2, 2))),
-      AngleErrorDeg(summary.r_y, std::atan2(-rig.R(2, 0), std::hypot(rig.R(0, 0), rig.R(1, 0)))),
-      AngleErrorDeg(summary.r_z, std::atan2(rig.R(1, 0), rig.R(0, 0)))};
-  for (double error : angleErrorsDeg) EXPECT_LT(error, kMaxAngleErrorDeg);
-  const double focalErrors[4] = {engine.K1.at<double>(0, 0) / rig.main.K(0, 0) - 1.0,
-                                 engine.K1.at<double>(1, 1) / rig.main.K(1, 1) - 1.0,
-                                 engine.K2.at<double>(0, 0) / rig.second.K(0, 0) - 1.0,
-                                 engine.K2.at<double>(1, 1) / rig.second.K(1, 1) - 1.0};
-  for (double error : focalErrors) EXPECT_LT(std::fabs(error), kMaxRelativeFocalError);
-  std::printf("accuracy: stereo RMS %.4f px, |dT|/|T| %.4f%%, angle errors %.5f %.5f %.5f deg, "
-              "focal errors %.4f%% %.4f%% %.4f%% %.4f%%\n",
-              summary.stereoRms, 100.0 * cv::norm(summary.T - rig.T) / cv::norm(rig.T), angleErrorsDeg[0],
-              angleErrorsDeg[1], angleErrorsDeg[2], 100.0 * focalErrors[0], 100.0 * focalErrors[1],
-              100.0 * focalErrors[2], 100.0 * focalErrors[3]);
-}
-
-// A phone at a close-range calibration fixture: a wide main camera and a
-// 1.5x narrower second camera 12 mm apart with a degree of toe-in, a chart
-// of 5 mm squares at 7 to 12 cm, tilted by up to 45 degrees and turned in
-// its plane by up to 180 degrees, with sensor noise and lens blur. The
-// close range makes the views differ in perspective by several degrees.
-constexpr int kPhonePairs = 14;
-
-const Scene& PhoneCloseRangeScene() {
-  static const Scene scene = [] {
-    const StereoRig rig = PhoneStereoRig(kImageSize, kImageSize);
-    ChessboardLayout layout;
-    layout.squareSize = 5.0;
-    return RenderScene(rig, layout, RandomBoardPoses(rig, layout, kPhonePairs, 7, 45.0, 180.0), 1.5, 0.8, 300);
-  }();
-  return scene;
-}
-
-size_t NearestIndex(const std::vector<cv::Point2f>& points, const cv::Point2f& point) {
-  size_t best = 0;
-  for (size_t k = 1; k < points.size(); ++k) {
-    if (cv::norm(points[k] - point) < cv::norm(points[best] - point)) best = k;
+// Against the rig: stereo RMS below 0.2 px, T within 0.5% of |T|, angles of R
+// within 0.05 degrees, focal lengths within 0.5%.
+void ExpectAccurate(const ChartSummary& s, const dualCalibration& engine, const StereoRig& rig) {
+  EXPECT_LT(s.stereoRms, 0.2);
+  EXPECT_LT(cv::norm(s.T - rig.T), 0.005 * cv::norm(rig.T)) << s.T;
+  const cv::Vec3d truth(std::atan2(rig.R(2, 1), rig.R(2, 2)), std::atan2(-rig.R(2, 0), std::hypot(rig.R(0, 0), rig.R(1, 0))),
+                        std::atan2(rig.R(1, 0), rig.R(0, 0)));
+  EXPECT_LT(cv::norm(cv::Vec3d(s.r_x, s.r_y, s.r_z) - truth, cv::NORM_INF) * 180.0 / CV_PI, 0.05);
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_NEAR(engine.K1.at<double>(i, i) / rig.main.K(i, i), 1.0, 0.005);
+    EXPECT_NEAR(engine.K2.at<double>(i, i) / rig.second.K(i, i), 1.0, 0.005);
   }
-  return best;
 }
 
-// Views (0-based) in which some second-image corner is not the true partner
-// of its main-image corner; every pair of the scene must have become a view.
+// Views (0-based) in which some second-image corner is not the true partner of its main-image corner.
 std::vector<int32_t> WronglyPairedViews(const dualCalibration& engine, const Scene& scene) {
   std::vector<int32_t> wrong;
   for (size_t v = 0; v < engine.mImagePoints1.size(); ++v) {
     const RenderedPair& truth = scene.rendered[v];
     for (size_t n = 0; n < engine.mImagePoints1[v].size(); ++n) {
-      const size_t corner = NearestIndex(truth.mainCorners, engine.mImagePoints1[v][n]);
+      const auto distance = [&](const cv::Point2f& p) { return cv::norm(p - engine.mImagePoints1[v][n]); };
+      const size_t corner = std::min_element(truth.mainCorners.begin(), truth.mainCorners.end(),
+                                             [&](auto& a, auto& b) { return distance(a) < distance(b); }) -
+                            truth.mainCorners.begin();
       if (cv::norm(engine.mImagePoints2[v][n] - truth.secondCorners[corner]) > 1.0) {
         wrong.push_back(static_cast<int32_t>(v));
         break;
@@ -151,265 +97,220 @@ std::vector<int32_t> WronglyPairedViews(const dualCalibration& engine, const Sce
   return wrong;
 }
 
-// A table of three rows whose current (second) row is 1 + c1 * r / radius.
-std::string TableText(double c1, double radius) {
-  const std::string row2 = "0 " + std::to_string(radius) + " 0 0 0\n";
-  return "3 1\n0 100 0 0 0\n0 200 0 " + std::to_string(c1) + " 0\n" + row2;
-}
+// A table of three rows whose current (second) row is 1 + c1 * r / 1000.
+std::string TableText(double c1) { return "3 1\n0 100 0 0 0\n0 200 0 " + std::to_string(c1) + " 0\n0 1000 0 0 0\n"; }
 
 }  // namespace
 
+// One run over eight pairs with the debug switch, into lists an earlier run
+// left filled. The mono stage is cv::calibrateCamera with 30 iterations or a
+// change below DBL_EPSILON, the stereo stage cv::stereoCalibrate from the
+// mono camera matrices without distortion with 100 iterations or a change
+// below 1e-5: the same calls here give the same bits.
 TEST(ChartDriver, CalibratesEightRenderedPairs) {
   TempDir dir;
-  const Scene& scene = RenderedScene();
-  ASSERT_EQ(scene.pairs.size(), static_cast<size_t>(kRenderedPairs));
   auto engine = ChartEngine();
-  engine->m_bSaveDebugInfo = 1;  // rectification, so that the preview has its layout
+  engine->m_bSaveDebugInfo = 1;
+  engine->mObjectPoints.resize(5), engine->mImagePoints1.resize(5), engine->mImagePoints2.resize(5);
   std::string printed;
-  const ChartSummary summary = RunDriver(*engine, scene.pairs, nullptr, nullptr, &printed);
+  const ChartSummary summary = RunDriver(*engine, ExampleScene().pairs, {}, &printed);
   ASSERT_EQ(summary.status, kChartOk) << summary.failedStage << ": " << summary.message;
-  EXPECT_EQ(summary.failedStage, "");
-  EXPECT_EQ(summary.viewsFound, std::vector<int32_t>(kRenderedPairs, 1));
-  EXPECT_EQ(summary.viewCount, kRenderedPairs);
-  EXPECT_EQ(engine->mObjectPoints.size(), static_cast<size_t>(kRenderedPairs));
-  EXPECT_LT(summary.stereoRms, kMaxStereoRmsPx);
-  EXPECT_LT(summary.monoRms1, kMaxStereoRmsPx);
-  EXPECT_LT(summary.monoRms2, kMaxStereoRmsPx);
-  ASSERT_EQ(summary.viewErrors1.size(), static_cast<size_t>(kRenderedPairs));
-  ASSERT_EQ(summary.viewErrors2.size(), static_cast<size_t>(kRenderedPairs));
-  for (int k = 0; k < kRenderedPairs; ++k) {
-    EXPECT_GT(summary.viewErrors1[k], 0.0f);
-    EXPECT_LT(summary.viewErrors1[k], kMaxStereoRmsPx);
-    EXPECT_LT(summary.viewErrors2[k], kMaxStereoRmsPx);
-  }
-  ExpectAccurate(summary, *engine, scene.rig);
-  const ChartLimitChecks& checks = summary.checks;
-  EXPECT_TRUE(checks.monoReprojection && checks.rotationX && checks.rotationY && checks.rotationZ &&
-              checks.stereoReprojection && checks.translationX && checks.translationY && checks.translationZ);
+  EXPECT_EQ(summary.viewsFound, std::vector<int32_t>(8, 1));
+  ASSERT_EQ(engine->mImagePoints2.size(), 8u);
+  ASSERT_EQ(summary.viewErrors2.size(), 8u);
+  EXPECT_GT(*std::min_element(summary.viewErrors1.begin(), summary.viewErrors1.end()), 0.0f);
+  EXPECT_LT(*std::max_element(summary.viewErrors2.begin(), summary.viewErrors2.end()), 0.2f);
+  ExpectAccurate(summary, *engine, ExampleScene().rig);
+  const ChartLimitChecks& c = summary.checks;
+  EXPECT_TRUE(c.monoReprojection && c.rotationX && c.rotationY && c.rotationZ && c.stereoReprojection &&
+              c.translationX && c.translationY && c.translationZ);
   EXPECT_EQ(printed.find("ERROR"), std::string::npos) << printed;
-  // The second set and the preview rotation are copies of the first set.
-  EXPECT_EQ(cv::norm(engine->mSecondResult.K1, engine->K1, cv::NORM_INF), 0.0);
-  EXPECT_EQ(cv::norm(engine->mSecondResult.P2, engine->P2, cv::NORM_INF), 0.0);
-  EXPECT_EQ(engine->mSecondResult.mT, engine->mT);
-  EXPECT_EQ(engine->mSecondResult.r_y_2, engine->r_y_2);
-  EXPECT_EQ(cv::norm(engine->mSecondRotation, engine->R, cv::NORM_INF), 0.0);
-  EXPECT_NE(engine->mSecondResult.K1.data, engine->K1.data);
-  EXPECT_EQ(engine->buildRectifyCanvas().size(), cv::Size(2 * kImageSize.width, kImageSize.height));
-  engine->savePlatformCalibrationResult();
-  const std::string platform = ReadFile(dir.File("calibrationResult_mtk.txt"));
+  EXPECT_NE(printed.find("Stereo calibration done \n \nStarting rectification ... \nRectification done \n"),
+            std::string::npos);
+
+  const std::vector<std::vector<cv::Point2f>>* views[2] = {&engine->mImagePoints1, &engine->mImagePoints2};
+  const double monoRms[2] = {summary.monoRms1, summary.monoRms2};
+  cv::Mat K[2], D[2], R, T, E, F;
+  for (int i = 0; i < 2; ++i) {
+    std::vector<cv::Mat> rvecs, tvecs;
+    EXPECT_EQ(monoRms[i], cv::calibrateCamera(engine->mObjectPoints, *views[i], kImageSize, K[i], D[i], rvecs, tvecs,
+                                              0, {cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 30, DBL_EPSILON}));
+    D[i] = cv::Mat::zeros(1, 8, CV_64F);
+  }
+  EXPECT_EQ(cv::norm(summary.mono2.K, K[1], cv::NORM_INF), 0.0);
+  const double stereoRms = cv::stereoCalibrate(engine->mObjectPoints, *views[0], *views[1], K[0], D[0], K[1], D[1],
+                                               kImageSize, R, T, E, F, cv::CALIB_USE_INTRINSIC_GUESS,
+                                               {cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 100, 1e-5});
+  EXPECT_EQ(summary.stereoRms, static_cast<float>(stereoRms));
+  EXPECT_EQ(summary.T, cv::Vec3d(T));
+  EXPECT_EQ(cv::norm(engine->K1, K[0], cv::NORM_INF) + cv::norm(engine->D2, D[1], cv::NORM_INF), 0.0);
+  // The deviations in the order fx, fy, cx, cy, k1, k2, k3, p1, p2 from OpenCV's k1, k2, p1, p2, k3.
+  for (int i = 0; i < 9; ++i) EXPECT_EQ(summary.mono2.stdDev[i], engine->mMonoStdDev2.at<double>("012345867"[i] - '0'));
+
+  // Rectification: the horizontal baseline in P2, the angles of R1 and R2 in
+  // the file; the second set is a copy of the first.
+  EXPECT_GT(std::fabs(engine->P2.at<double>(0, 3)), 10.0 * std::fabs(engine->P2.at<double>(1, 3)));
+  float x, y, z;
+  engine->rotationToEulerAngles(engine->R2, x, y, z);
+  EXPECT_EQ(cv::Vec3f(engine->r_x_2, engine->r_y_2, engine->r_z_2), cv::Vec3f(x, y, z));
   const std::string main = ReadFile(dir.File("calibrationResult.txt"));
-  const std::string fx1Line = main.substr(main.find("fx1:"), main.find("\n", main.find("fx1:")) - main.find("fx1:"));
-  EXPECT_NE(platform.find(fx1Line + "\n"), std::string::npos);
+  char line[64];
+  std::snprintf(line, sizeof line, "r_y_1:%.6f\n", engine->r_y_1);
+  EXPECT_NE(main.find(line), std::string::npos);
+  EXPECT_EQ(cv::norm(engine->mSecondResult.P2, engine->P2, cv::NORM_INF), 0.0);
+  EXPECT_EQ(cv::norm(engine->mSecondRotation, engine->R, cv::NORM_INF), 0.0);
+  EXPECT_EQ(engine->buildRectifyCanvas().size(), cv::Size(4000, 1500));
+  engine->savePlatformCalibrationResult();
+  // Written before the copy, the first file's k4_2..k6_2 lines follow the second set's earlier D2.
+  EXPECT_EQ(ReadFile(dir.File("calibrationResult_mtk.txt")).rfind(main.substr(0, main.find("second camera dist")), 0), 0u);
 }
 
-TEST(ChartDriver, FewerThanFourViewsStopBeforeAnyStage) {
-  ImagePairs pairs = FirstPairs(3);
-  pairs.emplace_back(RenderEmptyView(kImageSize, RenderOptions(), 1), RenderEmptyView(kImageSize, RenderOptions(), 2));
-  auto engine = ChartEngine();
-  std::string printed;
-  const ChartSummary summary = RunDriver(*engine, pairs, nullptr, nullptr, &printed);
-  EXPECT_EQ(summary.status, kChartTooFewViews);
-  EXPECT_EQ(summary.failedStage, "findImagePoints");
-  EXPECT_EQ(summary.message, "3 views found, 4 needed");
-  EXPECT_EQ(summary.viewsFound, (std::vector<int32_t>{1, 1, 1, 0}));
-  EXPECT_NE(printed.find("ERROR: findImagePoints failed: 3 views found, 4 needed\n"), std::string::npos);
-  EXPECT_EQ(printed.find("mono calibration"), std::string::npos);
-  EXPECT_EQ(printed.find("stereo calibration"), std::string::npos);
-  EXPECT_EQ(cv::norm(engine->K1, cv::Mat::eye(3, 3, CV_64F), cv::NORM_INF), 0.0);
-  EXPECT_EQ(engine->mMonoRMS1, 0.0);
-  const int32_t sizes[4] = {2000, 1500, 2000, 1500};
-  EXPECT_TRUE(std::equal(sizes, sizes + 4, engine->chartImageSizes));
-  ASSERT_EQ(engine->mChartImages.size(), 2u);
-  EXPECT_EQ(cv::norm(engine->mChartImages[1], pairs[0].second, cv::NORM_INF), 0.0);
-}
-
-TEST(ChartDriver, PairsWithoutTheBoardInBothImagesAddNoView) {
-  const ImagePairs good = FirstPairs(3);
+// Unusable input, pairs without the board in both images, too few views,
+// tables that do not load or undistort, and an OpenCV error (every object
+// point at the origin) each stop the run with their stage and message.
+// progress: per pair V (a view), Q (turned away by the quick check of the
+// second image), N (not found by the full search).
+TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
+  TempDir dir;
+  WriteFile(dir.File("flat.txt"), TableText(0.0));
+  WriteFile(dir.File("steep.txt"), TableText(0.5));  // far outside the band at the corners
+  const std::string flat = dir.File("flat.txt"), steep = dir.File("steep.txt"), missing = dir.File("missing.txt");
+  const ImagePairs good = FirstPairs(4);
   const cv::Mat empty = RenderEmptyView(kImageSize, RenderOptions(), 5);
-  ImagePairs pairs = {good[0], {empty, empty}, good[1], {good[2].first, empty}, {empty, good[2].second}, good[2]};
-  auto engine = ChartEngine();
-  std::vector<std::pair<size_t, ChartPairResult>> progress;
-  ChartRunOptions options;
-  options.onPair = [&](size_t k, ChartPairResult result) { progress.emplace_back(k, result); };
-  CaptureStdout();
-  const ChartSummary summary = engine->runChartCalibration(pairs, options);
-  GetCapturedStdout();
-  EXPECT_EQ(summary.viewsFound, (std::vector<int32_t>{1, 0, 1, 0, 0, 1}));
-  // An empty second image fails the quick check; an empty main image passes
-  // it and fails the full search.
-  EXPECT_EQ(summary.quickRejected, (std::vector<int32_t>{0, 1, 0, 1, 0, 0}));
-  using R = ChartPairResult;
-  const std::vector<std::pair<size_t, R>> expectedProgress = {{0, R::kView},    {1, R::kNoBoardQuickCheck},
-                                                              {2, R::kView},    {3, R::kNoBoardQuickCheck},
-                                                              {4, R::kNoBoard}, {5, R::kView}};
-  EXPECT_EQ(progress, expectedProgress);
-  auto reference = ChartEngine();
-  CaptureStdout();
-  for (const auto& pair : good) reference->findImagePoints(pair.first, pair.second, 0);
-  GetCapturedStdout();
-  EXPECT_EQ(engine->mObjectPoints, reference->mObjectPoints);
-  EXPECT_EQ(engine->mImagePoints1, reference->mImagePoints1);
-  EXPECT_EQ(engine->mImagePoints2, reference->mImagePoints2);
-}
-
-TEST(ChartDriver, EveryRunStartsFromEmptyViewLists) {
-  auto engine = ChartEngine();
-  engine->mObjectPoints.resize(5);
-  engine->mImagePoints1.resize(5);
-  engine->mImagePoints2.resize(5);
-  const ChartSummary summary = RunDriver(*engine, FirstPairs(2));
-  EXPECT_EQ(summary.status, kChartTooFewViews);
-  EXPECT_EQ(engine->mImagePoints1.size(), 2u);
-}
-
-TEST(ChartDriver, RefusesUnusableInput) {
-  const ImagePairs good = FirstPairs(1);
+  RenderOptions faintOptions;  // a board the quick check's fast check rejects and the second image's search finds
+  faintOptions.lightLevel = 60.0;
+  const cv::Mat faint = RenderPair(ExampleScene().rig, {}, ExampleScene().rendered[2].pose, faintOptions, 7).secondImage;
   cv::Mat colour;
   cv::cvtColor(good[0].first, colour, cv::COLOR_GRAY2BGR);
-  const cv::Mat small = cv::Mat::zeros(1000, 1500, CV_8UC1);
-  struct Case {
-    const char* name;
+  const struct {
     ImagePairs pairs;
-    const char* secondTable;
+    const char *mainTable, *secondTable;
+    int32_t squareSize;
     ChartStatus status;
-    const char* message;
+    const char *stage, *message, *progress;
+  } cases[] = {
+      {{}, nullptr, nullptr, 25, kChartBadImages, "chart intake", "no chart image pair", ""},
+      {{good[0], {cv::Mat(), good[0].second}}, nullptr, nullptr, 25, kChartBadImages, "chart intake",
+       "chart pair 1 is not two 8-bit grey images", ""},
+      {{{good[0].first, colour}}, nullptr, nullptr, 25, kChartBadImages, "chart intake",
+       "chart pair 0 is not two 8-bit grey images", ""},
+      {{good[0], {good[0].first, cv::Mat::zeros(1000, 1500, CV_8UC1)}}, nullptr, nullptr, 25, kChartBadImages,
+       "chart intake", "chart pair 1 differs in size from pair 0", ""},
+      {good, nullptr, steep.c_str(), 25, kChartBadTables, "chart intake", "both distortion tables or none are needed", ""},
+      {{good[0], {empty, empty}, good[1], {good[2].first, faint}, {empty, good[2].second}}, nullptr, nullptr, 25,
+       kChartTooFewViews, "findImagePoints", "2 views found, 4 needed", "VQVQN"},
+      {good, missing.c_str(), flat.c_str(), 25, kChartBadTables, "LoadDistortionTables", "tables not loaded, code -2",
+       "VVVV"},
+      {good, flat.c_str(), steep.c_str(), 25, kChartUndistortFailed, "undistortChartCorners",
+       "a second-camera corner left the distortion band", "VVVV"},
+      {good, nullptr, nullptr, 0, kChartStageFailed, "monoCalibration", "OpenCV", "VVVV"},
   };
-  const Case cases[] = {
-      {"no pairs", {}, nullptr, kChartBadImages, "no chart image pair"},
-      {"empty image", {good[0], {cv::Mat(), good[0].second}}, nullptr, kChartBadImages,
-       "chart pair 1 is not two 8-bit grey images"},
-      {"colour image", {{good[0].first, colour}}, nullptr, kChartBadImages,
-       "chart pair 0 is not two 8-bit grey images"},
-      {"size change", {good[0], {good[0].first, small}}, nullptr, kChartBadImages,
-       "chart pair 1 differs in size from pair 0"},
-      {"one table", good, "second.txt", kChartBadTables, "both distortion tables or none are needed"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.message);
     auto engine = ChartEngine();
-    std::string printed;
-    const ChartSummary summary = RunDriver(*engine, c.pairs, nullptr, c.secondTable, &printed);
+    engine->m_nSquareSize = c.squareSize;
+    ChartRunOptions options;
+    options.mainTablePath = c.mainTable, options.secondTablePath = c.secondTable;
+    std::string progress, printed;
+    options.onPair = [&](size_t k, ChartPairResult r) { progress += progress.size() == k ? "VNQ"[int(r)] : '?'; };
+    const ChartSummary summary = RunDriver(*engine, c.pairs, options, &printed);
     EXPECT_EQ(summary.status, c.status);
-    EXPECT_EQ(summary.failedStage, "chart intake");
-    EXPECT_EQ(summary.message, c.message);
-    EXPECT_EQ(printed, std::string("ERROR: chart intake failed: ") + c.message + "\n");
-    EXPECT_TRUE(summary.viewsFound.empty());
-    EXPECT_EQ(engine->chartImageSizes[0], 0);
+    EXPECT_EQ(summary.failedStage, c.stage);
+    EXPECT_EQ(summary.message.rfind(c.message, 0), 0u) << summary.message;
+    EXPECT_NE(printed.find(std::string("ERROR: ") + c.stage + " failed: " + c.message), std::string::npos);
+    EXPECT_EQ(printed.find("Starting stereo"), std::string::npos);
+    EXPECT_EQ(progress, c.progress);
+    std::vector<int32_t> found, quick;
+    for (char r : progress) found.push_back(r == 'V'), quick.push_back(r == 'Q');
+    EXPECT_EQ(summary.viewsFound, found);
+    EXPECT_EQ(summary.quickRejected, quick);
+    EXPECT_EQ(engine->mImagePoints1.size(), static_cast<size_t>(std::count(found.begin(), found.end(), 1)));
+    EXPECT_EQ(engine->chartImageSizes[3], progress.empty() ? 0 : 1500);
+    const cv::Mat kept = progress.empty() ? cv::Mat() : c.pairs[0].second;
+    EXPECT_EQ(engine->mChartImages.empty() ? 0.0 : cv::norm(engine->mChartImages[1], kept, cv::NORM_INF), 0.0);
   }
 }
 
-// Six views with tables: the tables undistort views 0 to 3 only and the
-// summary counts the two left uncorrected; a rerun without views 0 and 5
-// keeps the rest as they were.
+// The tables undistort views 0 to 3 only and the summary counts the two left
+// uncorrected; a rerun without views 0 and 5 keeps the rest as they were.
 TEST(ChartDriver, TablesUndistortTheFirstFourViewsAndARerunDropsViews) {
   TempDir dir;
-  WriteFile(dir.File("main.txt"), TableText(0.0, 1000.0));
-  WriteFile(dir.File("second.txt"), TableText(0.004, 1000.0));
-  const ImagePairs pairs = FirstPairs(6);
-  auto engine = ChartEngine();
-  const ChartSummary summary =
-      RunDriver(*engine, pairs, dir.File("main.txt").c_str(), dir.File("second.txt").c_str());
+  WriteFile(dir.File("main.txt"), TableText(0.0));
+  WriteFile(dir.File("second.txt"), TableText(0.004));
+  const std::string mainTable = dir.File("main.txt"), secondTable = dir.File("second.txt");
+  ChartRunOptions options;
+  options.mainTablePath = mainTable.c_str(), options.secondTablePath = secondTable.c_str();
+  auto engine = ChartEngine(), reference = ChartEngine();
+  const ChartSummary summary = RunDriver(*engine, FirstPairs(6), options);
   ASSERT_EQ(summary.status, kChartOk) << summary.message;
   EXPECT_EQ(summary.viewsWithoutTables, 2);
-  // The detected corners, undistorted by hand with the second table.
-  auto reference = ChartEngine();
-  CaptureStdout();
-  for (const auto& pair : pairs) reference->findImagePoints(pair.first, pair.second, 0);
-  GetCapturedStdout();
+  RunDriver(*reference, FirstPairs(6));
   EXPECT_EQ(engine->mImagePoints1, reference->mImagePoints1);
   std::vector<std::vector<cv::Point2f>> undistorted = reference->mImagePoints2;
   for (size_t k = 0; k < 4; ++k) {
-    std::vector<cv::Point2f>& expected = undistorted[k];
-    ASSERT_EQ(dualCalibration::SecondCameraFilter().UndistortPointsPolynomial(
-                  &expected[0].x, &expected[0].x, static_cast<int32_t>(expected.size()), 2000, 1500),
-              1);
-    EXPECT_NE(expected, reference->mImagePoints2[k]) << "view " << k;
+    ASSERT_EQ(dualCalibration::SecondCameraFilter().UndistortPointsPolynomial(&undistorted[k][0].x, &undistorted[k][0].x,
+                                                                              54, 2000, 1500), 1);
+    EXPECT_NE(undistorted[k], reference->mImagePoints2[k]) << k;
   }
   EXPECT_EQ(engine->mImagePoints2, undistorted);
-
-  CaptureStdout();
+  testing::internal::CaptureStdout();
   const ChartSummary rerun = engine->recalibrateChartWithoutViews(summary, {5, 0, 99});
-  GetCapturedStdout();
+  testing::internal::GetCapturedStdout();
   ASSERT_EQ(rerun.status, kChartOk) << rerun.message;
   EXPECT_EQ(rerun.viewCount, 4);
   EXPECT_EQ(rerun.viewsFound, (std::vector<int32_t>{0, 1, 1, 1, 1, 0}));
   EXPECT_EQ(rerun.viewsWithoutTables, 1);
   EXPECT_EQ(rerun.viewErrors1.size(), 4u);
-  EXPECT_EQ(engine->mImagePoints2, std::vector<std::vector<cv::Point2f>>(undistorted.begin() + 1, undistorted.end() - 1));
+  EXPECT_EQ(engine->mImagePoints2, decltype(undistorted)(undistorted.begin() + 1, undistorted.end() - 1));
   EXPECT_EQ(engine->mObjectPoints.size(), 4u);
 }
 
-TEST(ChartDriver, TableFailuresStopBeforeCalibration) {
-  TempDir dir;
-  WriteFile(dir.File("flat.txt"), TableText(0.0, 1000.0));
-  WriteFile(dir.File("steep.txt"), TableText(0.5, 1000.0));  // far outside the band at the corners
-  const ImagePairs pairs = FirstPairs(4);
-  struct Case {
-    std::string mainTable, secondTable;
-    ChartStatus status;
-    const char* stage;
-    const char* message;
-  };
-  const Case cases[] = {
-      {dir.File("missing.txt"), dir.File("flat.txt"), kChartBadTables, "LoadDistortionTables",
-       "tables not loaded, code -2"},
-      {dir.File("flat.txt"), dir.File("missing.txt"), kChartBadTables, "LoadDistortionTables",
-       "tables not loaded, code -3"},
-      {dir.File("flat.txt"), dir.File("steep.txt"), kChartUndistortFailed, "undistortChartCorners",
-       "a second-camera corner left the distortion band"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.message);
-    auto engine = ChartEngine();
-    std::string printed;
-    const ChartSummary summary = RunDriver(*engine, pairs, c.mainTable.c_str(), c.secondTable.c_str(), &printed);
-    EXPECT_EQ(summary.status, c.status);
-    EXPECT_EQ(summary.failedStage, c.stage);
-    EXPECT_EQ(summary.message, c.message);
-    EXPECT_EQ(summary.viewCount, 4);
-    EXPECT_NE(printed.find(std::string("ERROR: ") + c.stage + " failed: " + c.message + "\n"), std::string::npos);
-    EXPECT_EQ(printed.find("mono calibration"), std::string::npos);
-  }
-}
-
-TEST(ChartDriver, OpenCvErrorsBecomeAFailedSummary) {
-  auto engine = ChartEngine();
-  // A zero square size makes every object point the origin, which the mono calibration rejects.
-  engine->m_nSquareSize = 0;
-  std::string printed;
-  const ChartSummary summary = RunDriver(*engine, FirstPairs(4), nullptr, nullptr, &printed);
-  EXPECT_EQ(summary.status, kChartStageFailed);
-  EXPECT_EQ(summary.failedStage, "monoCalibration");
-  EXPECT_NE(summary.message.find("OpenCV"), std::string::npos) << summary.message;
-  EXPECT_NE(printed.find("ERROR: monoCalibration failed: OpenCV"), std::string::npos);
-}
-
+// A phone at a close-range fixture: a wide main camera and a 1.5x narrower
+// second camera 12 mm apart, a chart of 5 mm squares at 7 to 12 cm, tilted by
+// up to 45 degrees and turned by up to 180. The views differ in perspective
+// by several degrees, which the nearest pairing does not survive. The grid
+// run is held to limits the rig cannot meet: the stage warns, logs and succeeds.
 TEST(ChartDriver, GridPairingHoldsOnAPhoneRigWhereNearestPairingFails) {
-  const Scene& scene = PhoneCloseRangeScene();
-  ASSERT_EQ(scene.pairs.size(), static_cast<size_t>(kPhonePairs));
+  TempDir dir;
+  ChessboardLayout layout;
+  layout.squareSize = 5.0;
+  const Scene scene = RenderScene(PhoneStereoRig(kImageSize, kImageSize), layout, 14, 7, 45, 180, 1.5, 0.8, 300);
   auto engine = ChartEngine();
-  engine->m_nSquareSize = 5;
-  engine->m_nMaxRy = 20;
-  ChartRunOptions options;
-  CaptureStdout();
-  const ChartSummary nearest = engine->runChartCalibration(scene.pairs, options);
-  GetCapturedStdout();
-  ASSERT_EQ(nearest.viewsFound, std::vector<int32_t>(kPhonePairs, 1));
-  // The nearest pairing pairs view 4 wrongly on x86-64 and view 6 under
-  // AArch64's OpenCV: both sit at the edge of what it pairs, and the last
-  // bits of the corner refinement decide. The summary names the view by its
-  // repeated corner.
+  engine->m_nSquareSize = 5, engine->m_nMaxRy = 20;
+  const ChartSummary nearest = RunDriver(*engine, scene.pairs);
+  ASSERT_EQ(nearest.viewsFound, std::vector<int32_t>(14, 1));
+  // View 4 on x86-64, view 6 under AArch64's OpenCV: the last bits of the corner refinement decide.
   const std::vector<int32_t> wrong = WronglyPairedViews(*engine, scene);
   EXPECT_TRUE(wrong == std::vector<int32_t>{3} || wrong == std::vector<int32_t>{5}) << testing::PrintToString(wrong);
   EXPECT_EQ(nearest.repeatedCornerViews, wrong);
+  engine->m_nMaxRx = 0, engine->m_nMaxTransition = 10, engine->m_nMaxReprojectionERROR = 0;
+  engine->R1 = cv::Mat::eye(3, 3, CV_64F) * 7.0;
+  std::remove(dir.File("calib_log.txt").c_str());
+  ChartRunOptions options;
   options.pairing = CornerPairing::kGrid;
-  CaptureStdout();
-  const ChartSummary grid = engine->runChartCalibration(scene.pairs, options);
-  GetCapturedStdout();
+  std::string printed;
+  const ChartSummary grid = RunDriver(*engine, scene.pairs, options, &printed);
   ASSERT_EQ(grid.status, kChartOk) << grid.message;
   EXPECT_EQ(WronglyPairedViews(*engine, scene), std::vector<int32_t>{});
   EXPECT_EQ(grid.repeatedCornerViews, std::vector<int32_t>{});
-  ASSERT_EQ(grid.gridPairings.size(), static_cast<size_t>(kPhonePairs));
+  ASSERT_EQ(grid.gridPairings.size(), 14u);
   for (const GridPairing& pairing : grid.gridPairings) EXPECT_LT(pairing.residualPx, 0.1);
   ExpectAccurate(grid, *engine, scene.rig);
+  char residue[80];
+  std::snprintf(residue, sizeof residue, "m_residueScale==%f\nm_residueOffsetY==%f\n", engine->m_residueScale,
+                engine->m_residueOffsetY);
+  std::ostringstream tail, log;
+  tail << "Dual calibration RMS:" << engine->mRMS << "\nTransition vector:[" << engine->mT[0] << ", " << engine->mT[1]
+       << ", " << engine->mT[2] << "]\nStereo calibration done \n \n"
+       << cv::Mat(cv::Matx21f(engine->m_residueScale, engine->m_residueOffsetY)) << "\n" << residue
+       << "ERROR: RX value is too big ! \nERROR: transition X value is too big ! \n"
+       << "ERROR: dual camera reprojection is too big ! \n";
+  EXPECT_EQ(printed.substr(printed.rfind("Dual calibration RMS:")), tail.str());
+  log << "\nstereoCalibration\nm_nMaxReprojectionERROR/100.0 threshold==0\nmRMS==" << engine->mRMS
+      << "\nm_nMaxTransition threshold==10\nmT[0]==" << engine->mT[0] << "\nmT[1]==" << engine->mT[1]
+      << "\nmT[2]==" << engine->mT[2] << "\n";
+  EXPECT_EQ(ReadFile(dir.File("calib_log.txt")), log.str());
+  // Without the debug switch nothing of the rectification is touched.
+  EXPECT_EQ(engine->R1.at<double>(0, 0), 7.0);
+  EXPECT_NE(ReadFile(dir.File("calibrationResult.txt")).find("P1:[]\n"), std::string::npos);
 }

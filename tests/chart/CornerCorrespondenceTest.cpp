@@ -2,203 +2,101 @@
 
 #include <algorithm>
 #include <cmath>
-#include <string>
 #include <memory>
 #include <vector>
 
 #include "engine/dualCalibration.h"
 
-using testing::internal::CaptureStdout;
-using testing::internal::GetCapturedStdout;
-
 namespace {
 
 using Corners = std::vector<cv::Point2f>;
 
-// A slightly perspective 9 x 6 grid, row by row.
-Corners Grid() {
+// A slightly perspective w x h grid, row by row, optionally through a homography.
+Corners Grid(int w, int h, const cv::Matx33d& H = cv::Matx33d::eye()) {
   Corners corners;
-  for (int i = 0; i < 6; ++i) {
-    for (int j = 0; j < 9; ++j) corners.emplace_back(100.0f + 50.0f * j + 2.0f * i, 80.0f + 48.0f * i + 0.5f * j);
+  for (int i = 0; i < w * h; ++i) {
+    const cv::Vec3d p = H * cv::Vec3d(100.0 + 50.0 * (i % w) + 2.0 * (i / w), 80.0 + 48.0 * (i / w) + 0.5 * (i % w), 1.0);
+    corners.emplace_back(static_cast<float>(p[0] / p[2]), static_cast<float>(p[1] / p[2]));
   }
   return corners;
-}
-
-struct MatchResult {
-  Corners matched1, matched2;
-  std::string printed;
-  int returned = 0;
-};
-
-MatchResult Match(const Corners& first, const Corners& second) {
-  auto engine = std::make_unique<dualCalibration>();
-  MatchResult result;
-  CaptureStdout();
-  result.returned = engine->matchCornerOrder(first, second, result.matched1, result.matched2);
-  result.printed = GetCapturedStdout();
-  return result;
 }
 
 }  // namespace
 
-TEST(CornerCorrespondence, IdenticalListsPassThroughSilently) {
-  const MatchResult result = Match(Grid(), Grid());
-  EXPECT_EQ(result.returned, 1);
-  EXPECT_EQ(result.matched1, Grid());
-  EXPECT_EQ(result.matched2, Grid());
-  EXPECT_EQ(result.printed, "");
-}
-
-TEST(CornerCorrespondence, ReversedSecondListIsRepaired) {
-  Corners reversed = Grid();
-  std::reverse(reversed.begin(), reversed.end());
-  const MatchResult result = Match(Grid(), reversed);
-  EXPECT_EQ(result.matched1, Grid());
-  EXPECT_EQ(result.matched2, Grid());
-  EXPECT_EQ(result.printed, "");
-}
-
-TEST(CornerCorrespondence, ShiftedAndScaledShuffledListKeepsTheFirstOrder) {
-  const Corners first = Grid();
-  Corners second;
-  for (const cv::Point2f& p : first) second.emplace_back(3.0f * p.x + 700.0f, 3.0f * p.y - 40.0f);
-  Corners shuffled = second;
+// Both output lists are appended to: each case starts them with a marker.
+TEST(CornerCorrespondence, NearestPairingByNormalisedPosition) {
+  const Corners grid = Grid(9, 6), scaled = Grid(9, 6, {3, 0, 700, 0, 3, -40, 0, 0, 1});
+  Corners reversed(grid.rbegin(), grid.rend()), shuffled = scaled;
   std::rotate(shuffled.begin(), shuffled.begin() + 17, shuffled.end());
   std::swap(shuffled[3], shuffled[40]);
-  const MatchResult result = Match(first, shuffled);
-  EXPECT_EQ(result.matched1, first);
-  EXPECT_EQ(result.matched2, second);
-  EXPECT_EQ(result.printed, "");
-}
-
-TEST(CornerCorrespondence, EmptyFirstListAppendsNothing) {
-  const MatchResult result = Match({}, Grid());
-  EXPECT_EQ(result.returned, 1);
-  EXPECT_TRUE(result.matched1.empty());
-  EXPECT_TRUE(result.matched2.empty());
-  EXPECT_EQ(result.printed, "");
-}
-
-TEST(CornerCorrespondence, OutputsAreAppendedTo) {
+  const Corners shared = {{0, 0}, {5, 5}, {10, 0}, {0, 10}, {10, 10}};
+  const struct {
+    Corners first, second, expected;
+    const char* printed;
+  } cases[] = {
+      {grid, reversed, grid, ""},
+      {grid, shuffled, scaled, ""},
+      {{}, grid, {}, ""},
+      {{{0, 0}, {0.1f, 0}, {10, 0}, {0, 10}, {10, 10}}, shared, {shared[0], shared[0], shared[2], shared[3], shared[4]},
+       "multiple shoot\n"},
+      // No spread in x: every distance is NaN, each corner is missed and keeps the match so far, (0, 0).
+      {{{0, 0}, {1, 2}, {2, 1}}, {{5, 0}, {5, 1}, {5, 2}}, Corners(3, {0, 0}), "missed\nmissed\nmissed\n"},
+      // Searched only as far as it reaches; ties go to the lower index.
+      {{{0, 0}, {10, 0}, {0, 10}, {10, 10}}, {{0, 0}, {10, 10}}, {{0, 0}, {0, 0}, {0, 0}, {10, 10}},
+       "multiple shoot\nmultiple shoot\n"},
+  };
+  for (const auto& c : cases) {
+    auto engine = std::make_unique<dualCalibration>();
+    Corners matched1 = {{-1, -1}}, matched2 = {{-2, -2}}, expected1 = matched1, expected2 = matched2;
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(engine->matchCornerOrder(c.first, c.second, matched1, matched2), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), c.printed);
+    expected1.insert(expected1.end(), c.first.begin(), c.first.end());
+    expected2.insert(expected2.end(), c.expected.begin(), c.expected.end());
+    EXPECT_EQ(matched1, expected1) << c.printed;
+    EXPECT_EQ(matched2, expected2) << c.printed;
+  }
   auto engine = std::make_unique<dualCalibration>();
-  Corners matched1 = {{1.0f, 2.0f}}, matched2 = {{3.0f, 4.0f}};
-  engine->matchCornerOrder(Grid(), Grid(), matched1, matched2);
-  ASSERT_EQ(matched1.size(), 55u);
-  ASSERT_EQ(matched2.size(), 55u);
-  EXPECT_EQ(matched1[0], cv::Point2f(1.0f, 2.0f));
-  EXPECT_EQ(matched2[0], cv::Point2f(3.0f, 4.0f));
-  EXPECT_EQ(matched2[1], Grid()[0]);
-}
-
-TEST(CornerCorrespondence, SharedNearestCornerIsReportedAndRepeated) {
-  // Corners 0 and 1 of the first list are both nearest to corner 0 of the second.
-  const Corners first = {{0.0f, 0.0f}, {0.1f, 0.0f}, {10.0f, 0.0f}, {0.0f, 10.0f}, {10.0f, 10.0f}};
-  const Corners second = {{0.0f, 0.0f}, {5.0f, 5.0f}, {10.0f, 0.0f}, {0.0f, 10.0f}, {10.0f, 10.0f}};
-  const MatchResult result = Match(first, second);
-  EXPECT_EQ(result.printed, "multiple shoot\n");
-  EXPECT_EQ(result.matched1, first);
-  const Corners expected = {second[0], second[0], second[2], second[3], second[4]};
-  EXPECT_EQ(result.matched2, expected);
-}
-
-TEST(CornerCorrespondence, FlatCloudMissesAndKeepsTheCurrentMatch) {
-  // All x equal in the second list: its spread is 0, every distance is NaN,
-  // so each corner is missed and receives the match kept so far, (0, 0).
-  const Corners first = {{0.0f, 0.0f}, {1.0f, 2.0f}, {2.0f, 1.0f}};
-  const Corners second = {{5.0f, 0.0f}, {5.0f, 1.0f}, {5.0f, 2.0f}};
-  const MatchResult result = Match(first, second);
-  EXPECT_EQ(result.printed, "missed\nmissed\nmissed\n");
-  EXPECT_EQ(result.matched1, first);
-  EXPECT_EQ(result.matched2, Corners(3, cv::Point2f(0.0f, 0.0f)));
-}
-
-TEST(CornerCorrespondence, ShortSecondListIsSearchedOnlyAsFarAsItReaches) {
-  const Corners first = {{0.0f, 0.0f}, {10.0f, 0.0f}, {0.0f, 10.0f}, {10.0f, 10.0f}};
-  const Corners second = {{0.0f, 0.0f}, {10.0f, 10.0f}};
-  const MatchResult result = Match(first, second);
-  EXPECT_EQ(result.printed, "multiple shoot\nmultiple shoot\n");
-  // Corners 1 and 2 tie between both candidates; ties go to the lower index.
-  const Corners expected = {second[0], second[0], second[0], second[1]};
-  EXPECT_EQ(result.matched2, expected);
-}
-
-TEST(CornerCorrespondence, StoredListsUseTheEngineMembers) {
-  auto engine = std::make_unique<dualCalibration>();
-  engine->mCorners1 = Grid();
-  engine->mCorners2 = Grid();
-  std::reverse(engine->mCorners2.begin(), engine->mCorners2.end());
+  engine->mCorners1 = grid, engine->mCorners2 = reversed;
   EXPECT_EQ(engine->matchStoredCornerOrder(), 1);
-  EXPECT_EQ(engine->mMatchedCorners1, Grid());
-  EXPECT_EQ(engine->mMatchedCorners2, Grid());
+  EXPECT_EQ(engine->mMatchedCorners1, grid);
+  EXPECT_EQ(engine->mMatchedCorners2, grid);
 }
 
-// The second camera's view of a w x h board: 1.5 times larger, turned by
-// 3 degrees, with some perspective; row by row in the board's own order.
-Corners SecondView(int w, int h) {
+// Every symmetric order in which a detector may list the second view (1.5
+// times larger, turned by 3 degrees, with some perspective) is brought back
+// to the main view's order, and named.
+TEST(CornerCorrespondence, GridPairingUndoesEverySymmetricOrder) {
   const cv::Matx33d H(1.5 * std::cos(0.05), -1.5 * std::sin(0.05), 40.0, 1.5 * std::sin(0.05), 1.5 * std::cos(0.05),
                       -25.0, 2e-5, -1e-5, 1.0);
-  Corners corners;
-  for (int i = 0; i < h; ++i) {
-    for (int j = 0; j < w; ++j) {
-      const cv::Vec3d p = H * cv::Vec3d(100.0 + 50.0 * j, 80.0 + 50.0 * i, 1.0);
-      corners.emplace_back(static_cast<float>(p[0] / p[2]), static_cast<float>(p[1] / p[2]));
-    }
-  }
-  return corners;
-}
-
-Corners MainView(int w, int h) {
-  Corners corners;
-  for (int i = 0; i < h; ++i) {
-    for (int j = 0; j < w; ++j) corners.emplace_back(100.0f + 50.0f * j, 80.0f + 50.0f * i);
-  }
-  return corners;
-}
-
-// Every symmetric order in which a detector may list the second view is
-// brought back to the main view's order, and named.
-TEST(CornerCorrespondence, GridPairingUndoesEverySymmetricOrder) {
-  struct Case {
+  const struct {
     int w, h;
-    const char* listedFrom;  // the corner of the board the second list starts at, then its direction
-    int expectedOrder;
-  };
-  const Case cases[] = {{9, 6, "top left, along rows", 0},           {9, 6, "bottom right, along rows", 1},
-                        {9, 6, "bottom left, along rows", 2},        {9, 6, "top right, along rows", 3},
-                        {7, 7, "top left, along columns", 4},        {7, 7, "top right, along columns", 5},
-                        {7, 7, "bottom left, along columns", 6},     {7, 7, "bottom right, along columns", 7},
-                        {7, 7, "bottom right, along rows", 1}};
-  const char* names[] = {"as found", "reversed", "rows reversed", "columns reversed", "transposed",
-                         "transposed, rows reversed", "transposed, columns reversed", "transposed and reversed"};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.listedFrom);
-    const std::string from = c.listedFrom;
-    const bool bottom = from.find("bottom") == 0, right = from.find("right") != std::string::npos;
-    const bool alongColumns = from.find("columns") != std::string::npos;
-    const Corners truth = SecondView(c.w, c.h);
-    Corners listed;
-    for (int a = 0; a < (alongColumns ? c.w : c.h); ++a) {
-      for (int b = 0; b < (alongColumns ? c.h : c.w); ++b) {
-        int row = alongColumns ? b : a, column = alongColumns ? a : b;
-        if (bottom) row = c.h - 1 - row;
-        if (right) column = c.w - 1 - column;
-        listed.push_back(truth[row * c.w + column]);
-      }
+    bool bottom, right, alongColumns;  // where the second list starts, and its direction
+    int order;
+    const char* name;
+  } cases[] = {{9, 6, false, false, false, 0, "as found"},       {9, 6, true, true, false, 1, "reversed"},
+               {9, 6, true, false, false, 2, "rows reversed"},   {9, 6, false, true, false, 3, "columns reversed"},
+               {7, 7, false, false, true, 4, "transposed"},      {7, 7, false, true, true, 5, "transposed, rows reversed"},
+               {7, 7, true, false, true, 6, "transposed, columns reversed"},
+               {7, 7, true, true, true, 7, "transposed and reversed"},    {7, 7, true, true, false, 1, "reversed"}};
+  for (const auto& c : cases) {
+    const Corners truth = Grid(c.w, c.h, H);
+    Corners listed, matched1, matched2;
+    for (int a = 0; a < c.w * c.h; ++a) {
+      const int row = c.alongColumns ? a % c.h : a / c.w, column = c.alongColumns ? a / c.h : a % c.w;
+      listed.push_back(truth[(c.bottom ? c.h - 1 - row : row) * c.w + (c.right ? c.w - 1 - column : column)]);
     }
     auto engine = std::make_unique<dualCalibration>();
-    Corners matched1, matched2;
-    const GridPairing pairing =
-        engine->matchCornerGridOrder(MainView(c.w, c.h), listed, {c.w, c.h}, matched1, matched2);
-    ASSERT_EQ(pairing.order, c.expectedOrder);
-    EXPECT_STREQ(kGridOrders[pairing.order].name, names[c.expectedOrder]);
-    EXPECT_EQ(matched1, MainView(c.w, c.h));
-    EXPECT_EQ(matched2, truth);
-    EXPECT_LT(pairing.residualPx, 1e-3);
-    EXPECT_NEAR(pairing.agreement, std::cos(0.05), 0.01);
+    const GridPairing pairing = engine->matchCornerGridOrder(Grid(c.w, c.h), listed, {c.w, c.h}, matched1, matched2);
+    ASSERT_EQ(pairing.order, c.order) << c.name;
+    EXPECT_STREQ(kGridOrders[pairing.order].name, c.name);
+    EXPECT_EQ(matched1, Grid(c.w, c.h)) << c.name;
+    EXPECT_EQ(matched2, truth) << c.name;
+    EXPECT_LT(pairing.residualPx, 1e-3) << c.name;
+    EXPECT_NEAR(pairing.agreement, std::cos(0.05), 0.01) << c.name;
   }
   auto engine = std::make_unique<dualCalibration>();
   Corners matched1, matched2;
-  const Corners shortList(53, cv::Point2f(1.0f, 1.0f));
-  EXPECT_EQ(engine->matchCornerGridOrder(MainView(9, 6), shortList, {9, 6}, matched1, matched2).order, -1);
+  EXPECT_EQ(engine->matchCornerGridOrder(Grid(9, 6), Corners(53, {1, 1}), {9, 6}, matched1, matched2).order, -1);
   EXPECT_TRUE(matched1.empty() && matched2.empty());
 }

@@ -9,57 +9,49 @@
 #include "tests/support/TestFiles.h"
 #include "tests/tools/ToolErrors.h"
 
-TEST(ParseSize, AcceptsWxHOnly) {
-  EXPECT_EQ(ParseSize("4000x3000", "--size"), cv::Size(4000, 3000));
-  EXPECT_EQ(ParseSize("1x1", "--size"), cv::Size(1, 1));
+TEST(ToolInput, OptionValuesTakeTheirFormOnly) {
+  EXPECT_EQ(ParseSize("4000x3000", "--size") + ParseSize("1x1", "--size"), cv::Size(4001, 3001));
   for (const char* bad : {"", "4000", "4000x", "x3000", "4000X3000", "0x10", "10x-2", "1.5x2", "4000x3000x2",
                           "99999999999x1", " 4x4", "4x 4"}) {
     EXPECT_EQ(ErrorOf([&] { ParseSize(bad, "--out-size"); }),
               std::string("--out-size: expected WxH with positive integers, got '") + bad + "'");
   }
-}
-
-TEST(ParseFloatList, NeedsExactlyCountFiniteNumbers) {
   EXPECT_EQ(ParseFloatList("1,-2.5,3e2", 3, "--radial"), (std::vector<float>{1.0f, -2.5f, 300.0f}));
   for (const char* bad : {"", "1,2", "1,2,3,4", "1,,3", "1,2,", "a,b,c", "1,2,nan", "1,2,inf", "1;2;3", "1, 2,3"}) {
     EXPECT_EQ(ErrorOf([&] { ParseFloatList(bad, 3, "--radial"); }),
               std::string("--radial: expected 3 comma-separated numbers, got '") + bad + "'");
   }
+  EXPECT_EQ(ParseFrameSize("10000x2", "--size"), cv::Size(10000, 2));
+  EXPECT_EQ(FrameBytes(cv::Size(10000, 2)), 30000u);
+  EXPECT_EQ(ErrorOf([] { ParseFrameSize("10002x2", "--size"); }), "--size: each side must be at most 10000, got '10002x2'");
+  EXPECT_EQ(ErrorOf([] { ParseFrameSize("4x3", "--size"); }), "--size: width and height must be even, got '4x3'");
+  EXPECT_EQ(ParseCamera("1,2,3,4", "--source-camera"), (std::vector<float>{1, 0, 3, 0, 2, 4, 0, 0, 1}));
 }
 
-TEST(ReadGrayImage, ConvertsDecodableEightBitImagesAndNamesTheFileOtherwise) {
+TEST(ToolInput, FilesAreBoundedRegularAndNamedInEveryMessage) {
   TempDir dir;
-  cv::Mat colour(20, 30, CV_8UC3, cv::Scalar(10, 200, 50));
-  ASSERT_TRUE(cv::imwrite(dir.File("colour.png"), colour));
-  const cv::Mat gray = ReadGrayImage(dir.File("colour.png"));
-  EXPECT_EQ(gray.type(), CV_8UC1);
-  EXPECT_EQ(gray.size(), cv::Size(30, 20));
-  EXPECT_EQ(gray.at<uint8_t>(0, 0), 133);  // 0.114*10 + 0.587*200 + 0.299*50 = 133.49
-
+  ASSERT_TRUE(cv::imwrite(dir.File("colour.png"), cv::Mat(20, 30, CV_8UC3, cv::Scalar(10, 200, 50))));
+  // 0.114*10 + 0.587*200 + 0.299*50 = 133.49
+  EXPECT_EQ(cv::norm(ReadGrayImage(dir.File("colour.png")), cv::Mat(20, 30, CV_8UC1, cv::Scalar(133)), cv::NORM_INF), 0);
   ASSERT_TRUE(cv::imwrite(dir.File("deep.png"), cv::Mat(4, 4, CV_16UC1, cv::Scalar(1000))));
   WriteFile(dir.File("garbage.png"), "not an image");
-  EXPECT_EQ(ErrorOf([&] { ReadGrayImage(dir.File("deep.png")); }), dir.File("deep.png") + ": not an 8-bit image");
-  EXPECT_EQ(ErrorOf([&] { ReadGrayImage(dir.File("garbage.png")); }),
-            dir.File("garbage.png") + ": not an image OpenCV can decode");
-  EXPECT_EQ(ErrorOf([&] { ReadGrayImage(dir.File("missing.png")); }),
-            dir.File("missing.png") + ": cannot open file");
-}
-
-TEST(ReadBinaryFile, ReadsRegularFilesUpToTheirBound) {
-  TempDir dir;
-  const std::string bytes("\0\1\2\xff", 4);
-  WriteFile(dir.File("record.bin"), bytes);
+  WriteFile(dir.File("record.bin"), std::string("\0\1\2\xff", 4));
   EXPECT_EQ(ReadBinaryFile(dir.File("record.bin"), 4), (std::vector<unsigned char>{0, 1, 2, 255}));
-  EXPECT_EQ(ErrorOf([&] { ReadBinaryFile(dir.File("record.bin"), 3); }),
-            dir.File("record.bin") + ": 4 bytes, more than the 3 this input may hold");
-  EXPECT_EQ(ErrorOf([&] { ReadBinaryFile(dir.File("none.bin"), 4); }), dir.File("none.bin") + ": cannot open file");
-  EXPECT_EQ(ErrorOf([&] { ReadBinaryFile("/dev/zero", 4); }), "/dev/zero: not a regular file");
-  EXPECT_EQ(ErrorOf([&] { RequireReadableFile(dir.Path(), 4); }), dir.Path() + ": not a regular file");
+  const std::pair<std::function<void()>, std::string> cases[] = {
+      {[&] { ReadGrayImage(dir.File("deep.png")); }, dir.File("deep.png") + ": not an 8-bit image"},
+      {[&] { ReadGrayImage(dir.File("garbage.png")); }, dir.File("garbage.png") + ": not an image OpenCV can decode"},
+      {[&] { ReadGrayImage(dir.File("none.png")); }, dir.File("none.png") + ": cannot open file"},
+      {[&] { ReadBinaryFile(dir.File("record.bin"), 3); },
+       dir.File("record.bin") + ": 4 bytes, more than the 3 this input may hold"},
+      {[&] { ReadBinaryFile("/dev/zero", 4); }, "/dev/zero: not a regular file"},
+      {[&] { RequireReadableFile(dir.Path(), 4); }, dir.Path() + ": not a regular file"},
+  };
+  for (const auto& [run, message] : cases) EXPECT_EQ(ErrorOf(run), message);
 }
 
 // Headers as the encoders write them, cut short, and of sizes no encoder
 // here would write (the gate reads them without decoding anything).
-TEST(ImageHeaderSize, ReadsPngJpegAndBmpHeadersOnly) {
+TEST(ToolInput, ImageHeaderSizeReadsPngJpegAndBmpHeadersOnly) {
   const cv::Mat image(20, 30, CV_8UC1, cv::Scalar(7));
   std::vector<unsigned char> png, jpeg, bmp;
   ASSERT_TRUE(cv::imencode(".png", image, png) && cv::imencode(".jpg", image, jpeg) && cv::imencode(".bmp", image, bmp));
@@ -68,37 +60,22 @@ TEST(ImageHeaderSize, ReadsPngJpegAndBmpHeadersOnly) {
   widePng[16] = 0xFF;  // width 0xFF00001E
   hugeBmp[22] = 0xF0, hugeBmp[23] = 0xD8, hugeBmp[24] = 0xFF, hugeBmp[25] = 0xFF;  // height -10000 (top-down)
   const struct {
-    const char* name;
     std::vector<unsigned char> bytes;
     bool read;
     cv::Size size;
   } cases[] = {
-      {"png", png, true, {30, 20}},
-      {"jpeg", jpeg, true, {30, 20}},
-      {"bmp", bmp, true, {30, 20}},
-      {"huge png", hugePng, true, {0x7F00001E, 20}},
-      {"png beyond int", widePng, true, {INT32_MAX, 20}},
-      {"bmp top-down", hugeBmp, true, {30, 10000}},
-      {"png cut in IHDR", {png.begin(), png.begin() + 23}, false, {}},
-      {"jpeg without a frame", {jpeg.begin(), jpeg.begin() + 20}, false, {}},
-      {"text", {'B', 'M'}, false, {}},
+      {png, true, {30, 20}},         {jpeg, true, {30, 20}},           {bmp, true, {30, 20}},
+      {hugePng, true, {0x7F00001E, 20}}, {widePng, true, {INT32_MAX, 20}}, {hugeBmp, true, {30, 10000}},
+      {{png.begin(), png.begin() + 23}, false, {}},   // cut in IHDR
+      {{jpeg.begin(), jpeg.begin() + 20}, false, {}},  // no frame
+      {{'B', 'M'}, false, {}},
   };
   for (const auto& c : cases) {
     cv::Size size;
-    EXPECT_EQ(ImageHeaderSize(c.bytes, &size), c.read) << c.name;
-    if (c.read) {
-      EXPECT_EQ(size, c.size) << c.name;
-    }
+    EXPECT_EQ(ImageHeaderSize(c.bytes, &size), c.read) << c.bytes.size();
+    EXPECT_EQ(size, c.size) << c.bytes.size();
   }
   EXPECT_EQ(ErrorOf([&] { RequireDecodableSize(hugePng, "big.png"); }),
             "big.png: 2130706462x20 is larger than the accepted 10000x10000, not decoded");
   EXPECT_EQ(ErrorOf([&] { RequireDecodableSize(hugeBmp, "tall.bmp"); }), "");
-}
-
-TEST(ParseFrameSize, EvenSidesUpToTheLibraryLimit) {
-  EXPECT_EQ(ParseFrameSize("10000x2", "--size"), cv::Size(10000, 2));
-  EXPECT_EQ(FrameBytes(cv::Size(10000, 2)), 30000u);
-  EXPECT_EQ(ErrorOf([] { ParseFrameSize("10002x2", "--size"); }), "--size: each side must be at most 10000, got '10002x2'");
-  EXPECT_EQ(ErrorOf([] { ParseFrameSize("4x3", "--size"); }), "--size: width and height must be even, got '4x3'");
-  EXPECT_EQ(ParseCamera("1,2,3,4", "--source-camera"), (std::vector<float>{1, 0, 3, 0, 2, 4, 0, 0, 1}));
 }
