@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <opencv2/calib3d.hpp>
@@ -39,20 +40,17 @@ constexpr double kReferenceRadius = 1250.0;
 // radial table's interpolation (about 4e-4 px against OpenCV here).
 constexpr double kPointTolerancePx = 2e-3;
 
-void SetRadial(CDistortionFilter& filter, const std::array<double, 3>& k) {
-  for (int i = 0; i < 3; ++i) filter.radialCoefficients[i] = static_cast<float>(k[i]);
-}
+void SetRadial(CDistortionFilter& filter, const std::array<double, 3>& k) { std::copy(k.begin(), k.end(), filter.radialCoefficients); }
 
 void SetPolynomial(CDistortionFilter& filter) {
   filter.coefficientCount = 4;
   filter.referenceRadius = static_cast<float>(kReferenceRadius);
-  for (int j = 0; j < 4; ++j) filter.currentPolynomial[j] = static_cast<float>(kPolynomial[j]);
+  std::copy(kPolynomial, kPolynomial + 4, filter.currentPolynomial);
 }
 
 double PolynomialFactor(double r) {
-  double factor = 1.0;
-  for (int j = 0; j < 4; ++j) factor += kPolynomial[j] * std::pow(r / kReferenceRadius, j + 1);
-  return factor;
+  const double t = r / kReferenceRadius;
+  return 1.0 + t * (kPolynomial[0] + t * (kPolynomial[1] + t * (kPolynomial[2] + t * kPolynomial[3])));
 }
 
 cv::Matx33d CameraOf(const float camera[9]) { return cv::Matx33d(cv::Matx33f(camera)); }
@@ -69,23 +67,18 @@ std::vector<cv::Point2f> ImageGrid(int steps) {
   return points;
 }
 
-// OpenCV's undistortion run to convergence, rotated by the transpose of the
-// filter's row-major rotation and projected with target.
-std::vector<cv::Point2f> OpenCvUndistort(const std::vector<cv::Point2f>& points, const cv::Mat& distortion,
-                                         const float rotation[9], const float target[9]) {
-  std::vector<cv::Point2f> out;
-  cv::undistortPoints(points, out, CameraOf(kCamera), distortion, CameraOf(rotation).t(), CameraOf(target),
+// Largest distance of actual from OpenCV's undistortion of placed (run to
+// convergence, rotated by the transpose of the filter's row-major rotation,
+// projected with target) after the placement p / scale - offset.
+double WorstAgainstOpenCv(const std::vector<cv::Point2f>& actual, const std::vector<cv::Point2f>& placed,
+                          const cv::Mat& distortion, const float rotation[9], const float target[9], const float transform[3]) {
+  std::vector<cv::Point2f> expected;
+  cv::undistortPoints(placed, expected, CameraOf(kCamera), distortion, CameraOf(rotation).t(), CameraOf(target),
                       cv::TermCriteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 200, 1e-12));
-  return out;
-}
-
-// Largest distance between actual and expected placed by a transform: p / scale - offset.
-double WorstPlaced(const std::vector<cv::Point2f>& actual, const std::vector<cv::Point2f>& expected,
-                   const float transform[3]) {
   double worst = 0.0;
   for (size_t i = 0; i < actual.size(); ++i) {
-    const cv::Point2d placed = cv::Point2d(expected[i]) / transform[2] - cv::Point2d(transform[0], transform[1]);
-    worst = std::max(worst, cv::norm(cv::Point2d(actual[i]) - placed));
+    const cv::Point2d e = cv::Point2d(expected[i]) / transform[2] - cv::Point2d(transform[0], transform[1]);
+    worst = std::max(worst, cv::norm(cv::Point2d(actual[i]) - e));
   }
   return worst;
 }
@@ -132,14 +125,12 @@ TEST(CDistortionFilter, TableFiles) {
     CDistortionFilter filter;
     filter.rowCount = 1;
     filter.coefficientCount = 2;
-    for (auto& row : filter.polynomialRows) std::fill(std::begin(row), std::end(row), S);
-    std::fill(std::begin(filter.rowKeys), std::end(filter.rowKeys), S);
-    filter.referenceRadius = S;
+    std::fill(&filter.polynomialRows[0][0], &filter.polynomialRows[0][0] + sizeof(filter.polynomialRows) / sizeof(float), S);
+    std::fill(std::begin(filter.rowKeys), std::end(filter.rowKeys), filter.referenceRadius = S);
     if (c.text != nullptr) WriteFile(dir.File("table.txt"), c.text);
     EXPECT_EQ(filter.LoadDistortionTable(c.text ? dir.File("table.txt").c_str() : dir.File("absent").c_str()), c.result);
-    EXPECT_EQ(filter.rowCount, c.rows);
-    EXPECT_EQ(filter.coefficientCount, c.coefficients);
-    EXPECT_EQ(filter.referenceRadius, c.radius);
+    EXPECT_EQ(std::make_tuple(filter.rowCount, filter.coefficientCount, filter.referenceRadius),
+              std::make_tuple(c.rows, c.coefficients, c.radius));
     for (const auto& cell : c.cells) {
       const int row = static_cast<int>(cell[0]), slot = static_cast<int>(cell[1]);
       EXPECT_EQ(slot < 0 ? filter.rowKeys[row] : filter.polynomialRows[row][slot], cell[2]) << row << "," << slot;
@@ -180,112 +171,80 @@ TEST(CDistortionFilter, CurvesFollowTheirModels) {
   CDistortionFilter filter;
   SetRadial(filter, kBarrel);
   SetPolynomial(filter);
-  CurveTable radius, scale;
+  CurveTable radius, scale, polynomialRadius, polynomialScale;
   radius[kCurveSize] = scale[kCurveSize] = kSentinel;
   filter.BuildCurveFromRadialModel(kCamera, radius, scale, kWidth, kHeight);
+  filter.BuildCurveFromPolynomial(polynomialRadius, polynomialScale, 4000.0f, 3000.0f);
   const double corner = std::hypot(std::max(kCamera[2], kWidth - kCamera[2]), std::max(kCamera[5], kHeight - kCamera[5]));
   double worst = 0.0;
   for (int i = 0; i < kCurveSize; ++i) {
-    const double r = corner * i / (1000.0 * kCamera[0]), r2 = r * r;
-    const double f = 1.0 + kBarrel[0] * r2 + kBarrel[1] * r2 * r2 + kBarrel[2] * r2 * r2 * r2;
-    worst = std::max({worst, std::abs(scale[i] - f), std::abs(radius[i] - f * r)});
+    const double r = corner * i / (1000.0 * kCamera[0]), r2 = r * r, f = 1.0 + r2 * (kBarrel[0] + r2 * (kBarrel[1] + r2 * kBarrel[2]));
+    const double p = 2500.0 * i / 1024.0, s = PolynomialFactor(p);  // pixels: compared in thousandths
+    worst = std::max({worst, std::abs(scale[i] - f), std::abs(radius[i] - f * r), std::abs(polynomialScale[i] - s),
+                      std::abs(polynomialRadius[i] - p / s) * 1e-3});
   }
   EXPECT_LT(worst, 1e-6);
-  EXPECT_EQ(scale[kCurveSize], 0.0f);
-  EXPECT_EQ(radius[kCurveSize], 0.0f);
-  filter.BuildCurveFromPolynomial(radius, scale, 4000.0f, 3000.0f);
-  worst = 0.0;
-  for (int i = 0; i < kCurveSize; ++i) {
-    const double r = 2500.0 * i / 1024.0, s = PolynomialFactor(r);
-    worst = std::max({worst, std::abs(scale[i] - s) * 1e3, std::abs(radius[i] - r / s)});
-  }
-  EXPECT_LT(worst, 1e-3);
+  EXPECT_EQ(scale[kCurveSize] + radius[kCurveSize], 0.0f);
 }
 
 // Blending writes the current sets, which are the second rows.
 TEST(CDistortionFilter, BlendingWritesTheSecondRow) {
   CDistortionFilter filter;
-  for (int r = 0; r < kDistortionRowCapacity; ++r) {
-    for (int k = 0; k < kDistortionCoefficientCapacity; ++k) {
-      filter.polynomialRows[r][k] = 10.0f * r + k;
-      filter.radialRows[r][k] = -10.0f * r - k;
-    }
+  for (int i = 0; i < kDistortionRowCapacity * kDistortionCoefficientCapacity; ++i) {
+    (&filter.polynomialRows[0][0])[i] = static_cast<float>(i);
+    (&filter.radialRows[0][0])[i] = static_cast<float>(-i);
   }
   filter.BlendPolynomialRows(2, 4, 0.25f);
   filter.BlendRadialRows(3, 5, 0.5f);
+  filter.BlendPolynomialRows(7, 0, 0.5f);  // row indices beyond the capacity change nothing
+  filter.BlendRadialRows(0, -1, 0.5f);
   for (int k = 0; k < kDistortionCoefficientCapacity; ++k) {
     EXPECT_EQ(filter.polynomialRows[1][k], 0.25f * (20 + k) + 0.75f * (40 + k)) << k;
     EXPECT_EQ(filter.radialRows[1][k], k < 3 ? -40.0f - k : -10.0f - k) << k;
   }
-  // Row indices beyond the capacity leave the current sets alone.
-  filter.BlendPolynomialRows(7, 0, 0.5f);
-  filter.BlendRadialRows(0, -1, 0.5f);
-  EXPECT_EQ(filter.currentPolynomial[0], 35.0f);
-  EXPECT_EQ(filter.radialCoefficients[0], -40.0f);
 }
 
-TEST(CDistortionFilter, ResetRestoresTransformsAndFirstRowsOnly) {
+// Reset restores both transforms and zeroes the first rows but keeps the
+// current sets; the source transform centres a scaled image.
+TEST(CDistortionFilter, ResetAndSourceTransform) {
   CDistortionFilter filter;
-  EXPECT_STREQ(filter.mName, "CDistortionFilter");
-  filter.SetSourceTransform(4000, 3000, 1000, 600, 0.5f);  // centres a 2000 x 1200 image in 4000 x 3000
-  EXPECT_EQ(filter.sourceTransform[0], 1000.0f);
-  EXPECT_EQ(filter.sourceTransform[1], 900.0f);
-  EXPECT_EQ(filter.sourceTransform[2], 0.5f);
-  filter.forwardTransform[0] = filter.forwardTransform[1] = filter.forwardTransform[2] = 9.0f;
-  filter.cameraMatrix[0][0] = filter.cameraMatrix[0][1] = 8.0f;
-  filter.polynomialRows[0][9] = filter.radialRows[0][2] = filter.currentPolynomial[0] = filter.radialCoefficients[0] = 3.0f;
-  filter.rowKeys[0] = filter.referenceRadius = 3.0f;
-  filter.rowCount = 5;
+  filter.SetSourceTransform(4000, 3000, 1000, 600, 0.5f);  // 2000 x 1200 in 4000 x 3000
+  EXPECT_EQ(std::vector<float>(filter.sourceTransform, filter.sourceTransform + 3), std::vector<float>({1000, 900, 0.5f}));
+  filter.forwardTransform[2] = filter.polynomialRows[0][9] = filter.radialRows[0][2] = 3.0f;
+  filter.currentPolynomial[0] = filter.radialCoefficients[0] = 3.0f;
   EXPECT_EQ(filter.ResetDistortion(), 1);
-  for (const float* transform : {filter.forwardTransform, filter.sourceTransform}) {
-    EXPECT_EQ(transform[0], 0.0f);
-    EXPECT_EQ(transform[1], 0.0f);
-    EXPECT_EQ(transform[2], 1.0f);
+  for (const float* t : {filter.forwardTransform, filter.sourceTransform}) {
+    EXPECT_EQ(std::vector<float>(t, t + 3), std::vector<float>({0, 0, 1}));
   }
-  EXPECT_EQ(filter.cameraMatrix[0][0], 1.0f);
-  EXPECT_EQ(filter.cameraMatrix[0][1], 0.0f);
   EXPECT_EQ(filter.polynomialRows[0][9] + filter.radialRows[0][2], 0.0f);
-  EXPECT_EQ(filter.currentPolynomial[0] + filter.radialCoefficients[0] + filter.rowKeys[0] + filter.referenceRadius, 12.0f);
-  EXPECT_EQ(filter.rowCount, 5);
+  EXPECT_EQ(filter.currentPolynomial[0] + filter.radialCoefficients[0], 6.0f);
 }
 
 // Nodes, fractions, every edge, NaN and infinities, on planes sized exactly
 // so that a read past them is caught: a 4 x 3 luma plane, and the chroma
-// plane of a 5 x 5 image (two rows of two pairs).
+// plane of a 5 x 5 image (two rows of two pairs). Planes without a sample
+// read nothing.
 TEST(CDistortionFilter, SamplerEdgeCases) {
-  std::vector<uint8_t> luma = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 121};
-  std::vector<uint8_t> chroma = {10, 200, 30, 100, 50, 0, 70, 255};
-  YuvImage image;
-  image.luma = luma.data();
-  image.chroma = chroma.data();
+  std::vector<uint8_t> luma = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 121}, chroma = {10, 200, 30, 100, 50, 0, 70, 255};
   const float inf = std::numeric_limits<float>::infinity();
-  const struct { float x, y; int value; } grayCases[] = {
-      {1.0f, 1.0f, 60},   {1.5f, 0.0f, 25},   {1.5f, 0.5f, 45}, {0.25f, 0.0f, 13},  {-3.0f, -1.0f, 10}, {3.0f, 2.0f, 121},
-      {9.0f, 9.0f, 121},  {3.0f, 0.5f, 60},   {2.5f, 2.0f, 116}, {kNaN, 0.0f, 40}, {0.0f, kNaN, 90},    {inf, -inf, 40}};
-  image.width = 4;
-  image.height = 3;
-  for (const auto& c : grayCases) {
-    uint8_t out = 0;
-    CDistortionFilter::SampleGrayBilinear(image, c.x, c.y, &out);
-    EXPECT_EQ(out, c.value) << c.x << "," << c.y;
+  const struct { int width, height; float x, y; int first, second = 9; } cases[] = {
+      {4, 3, 1, 1, 60},      {4, 3, 1.5f, 0, 25},     {4, 3, 1.5f, 0.5f, 45}, {4, 3, 0.25f, 0, 13}, {4, 3, -3, -1, 10},
+      {4, 3, 3, 2, 121},     {4, 3, 9, 9, 121},       {4, 3, 3, 0.5f, 60},    {4, 3, 2.5f, 2, 116}, {4, 3, kNaN, 0, 40},
+      {4, 3, 0, kNaN, 90},   {4, 3, inf, -inf, 40},   {0, 3, 0, 0, 0},
+      {5, 5, 0, 0, 10, 200}, {5, 5, 2, 0, 30, 100},   {5, 5, 1, 0, 20, 150},  {5, 5, 1, 1, 40, 139}, {5, 5, 4, 4, 70, 255},
+      {5, 5, 99, 99, 70, 255}, {5, 5, -4, 3, 50, 0},  {5, 5, kNaN, kNaN, 70, 255}, {1, 5, 0, 0, 0, 0}};
+  for (const auto& c : cases) {
+    YuvImage image;
+    image.luma = luma.data();
+    image.chroma = chroma.data();
+    image.width = c.width;
+    image.height = c.height;
+    uint8_t out[2] = {9, 9};
+    if (c.height == 3) CDistortionFilter::SampleGrayBilinear(image, c.x, c.y, out);
+    if (c.height == 5) CDistortionFilter::SampleChromaBilinear(image, c.x, c.y, out);
+    EXPECT_EQ(out[0], c.first) << c.width << " " << c.x << "," << c.y;
+    EXPECT_EQ(out[1], c.second) << c.width << " " << c.x << "," << c.y;
   }
-  const struct { float x, y; int u, v; } chromaCases[] = {
-      {0.0f, 0.0f, 10, 200}, {2.0f, 0.0f, 30, 100},   {1.0f, 0.0f, 20, 150}, {1.0f, 1.0f, 40, 139},
-      {4.0f, 4.0f, 70, 255}, {99.0f, 99.0f, 70, 255}, {-4.0f, 3.0f, 50, 0},  {kNaN, kNaN, 70, 255}};
-  image.width = image.height = 5;
-  for (const auto& c : chromaCases) {
-    uint8_t out[2] = {0, 0};
-    CDistortionFilter::SampleChromaBilinear(image, c.x, c.y, out);
-    EXPECT_EQ(out[0], c.u) << c.x << "," << c.y;
-    EXPECT_EQ(out[1], c.v) << c.x << "," << c.y;
-  }
-  // Planes without a sample read nothing.
-  uint8_t out[2] = {9, 9};
-  image.width = 1;
-  CDistortionFilter::SampleChromaBilinear(image, 0.0f, 0.0f, out);
-  image.width = 0;
-  CDistortionFilter::SampleGrayBilinear(image, 0.0f, 0.0f, out + 1);
-  EXPECT_EQ(out[0] + out[1], 0);
 }
 
 // The first point whose factor leaves the fixed band [0.95, 1.05] stops the
@@ -364,10 +323,10 @@ TEST(CDistortionFilter, RadialKernelsAgreeWithOpenCvUnderPlacement) {
     const int32_t count = static_cast<int32_t>(in.size());
     std::vector<cv::Point2f> out(in.size());
     filter.UndistortPointsRadial(&in[0].x, &out[0].x, count, kWidth, kHeight, kCamera);
-    EXPECT_LT(WorstPlaced(out, OpenCvUndistort(placed, RadialRow(model), kIdentity, kCamera), forward), kPointTolerancePx);
+    EXPECT_LT(WorstAgainstOpenCv(out, placed, RadialRow(model), kIdentity, kCamera, forward), kPointTolerancePx);
     filter.MapPointsRadial(&in[0].x, &out[0].x, count, kCamera, kTargetCamera, rotation.val, radius, scale);
-    EXPECT_LT(WorstPlaced(out, OpenCvUndistort(placed, RadialRow(model), rotation.val, kTargetCamera), source), kPointTolerancePx);
+    EXPECT_LT(WorstAgainstOpenCv(out, placed, RadialRow(model), rotation.val, kTargetCamera, source), kPointTolerancePx);
     filter.MapPointsLinear(&in[0].x, &out[0].x, count, kCamera, kTargetCamera, rotation.val);
-    EXPECT_LT(WorstPlaced(out, OpenCvUndistort(placed, noDistortion, rotation.val, kTargetCamera), source), kPointTolerancePx);
+    EXPECT_LT(WorstAgainstOpenCv(out, placed, noDistortion, rotation.val, kTargetCamera, source), kPointTolerancePx);
   }
 }
