@@ -24,14 +24,12 @@ constexpr float kSentinel = -777.0f;
 constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
 
 // A 2001 x 1501 camera whose principal point lies well off the image centre.
-constexpr int kWidth = 2001;
-constexpr int kHeight = 1501;
+constexpr int kWidth = 2001, kHeight = 1501;
 constexpr float kCamera[9] = {1600.0f, 0.0f, 1130.5f, 0.0f, 1590.0f, 690.25f, 0.0f, 0.0f, 1.0f};
 constexpr float kTargetCamera[9] = {1500.0f, 0.0f, 1010.0f, 0.0f, 1495.0f, 740.0f, 0.0f, 0.0f, 1.0f};
 constexpr float kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
 // Radial models k1, k2, k3: pincushion and barrel.
-constexpr std::array<double, 3> kPincushion = {0.08, 0.02, -0.005};
-constexpr std::array<double, 3> kBarrel = {-0.12, 0.05, -0.01};
+constexpr std::array<double, 3> kPincushion = {0.08, 0.02, -0.005}, kBarrel = {-0.12, 0.05, -0.01};
 // A polynomial of four terms whose factor stays inside [0.95, 1.05] over the image.
 constexpr double kPolynomial[4] = {0.025, 0.01, -0.004, 0.001};
 constexpr double kReferenceRadius = 1250.0;
@@ -147,14 +145,10 @@ TEST(CDistortionFilter, TableFiles) {
 // also searches the interval that ends at the slack entry.
 TEST(CDistortionFilter, CurveLookupBoundariesAndFirstBracket) {
   CurveTable xs{}, ys{};
-  for (int i = 0; i < kCurveSize; ++i) {
-    xs[i] = 2.0f * i + 1.0f;
-    ys[i] = 4.0f * i + 8.0f;
-  }
+  for (int i = 0; i < kCurveSize; ++i) xs[i] = 2.0f * i + 1.0f, ys[i] = 4.0f * i + 8.0f;
   xs[7] = xs[6];
   ys[7] = 99.0f;
-  const float cases[][2] = {{-5.0f, 8.0f},       {1.0f, 8.0f},        {11.0f, 28.0f}, {12.0f, 30.0f}, {13.0f, 32.0f},
-                            {2047.0f, 4100.0f}, {5000.0f, 4100.0f}, {kNaN, 8.0f}};
+  const float cases[][2] = {{-5, 8}, {1, 8}, {11, 28}, {12, 30}, {13, 32}, {2047, 4100}, {5000, 4100}, {kNaN, 8}};
   for (const auto& c : cases) {
     EXPECT_EQ(CDistortionFilter::InterpolateCurve(xs, ys, c[0]), c[1]) << c[0];
     EXPECT_EQ(CDistortionFilter::InterpolateCurveReciprocal(xs, ys, c[0]), 1.0f / c[1]) << c[0];
@@ -204,22 +198,6 @@ TEST(CDistortionFilter, BlendingWritesTheSecondRow) {
   }
 }
 
-// Reset restores both transforms and zeroes the first rows but keeps the
-// current sets; the source transform centres a scaled image.
-TEST(CDistortionFilter, ResetAndSourceTransform) {
-  CDistortionFilter filter;
-  filter.SetSourceTransform(4000, 3000, 1000, 600, 0.5f);  // 2000 x 1200 in 4000 x 3000
-  EXPECT_EQ(std::vector<float>(filter.sourceTransform, filter.sourceTransform + 3), std::vector<float>({1000, 900, 0.5f}));
-  filter.forwardTransform[2] = filter.polynomialRows[0][9] = filter.radialRows[0][2] = 3.0f;
-  filter.currentPolynomial[0] = filter.radialCoefficients[0] = 3.0f;
-  EXPECT_EQ(filter.ResetDistortion(), 1);
-  for (const float* t : {filter.forwardTransform, filter.sourceTransform}) {
-    EXPECT_EQ(std::vector<float>(t, t + 3), std::vector<float>({0, 0, 1}));
-  }
-  EXPECT_EQ(filter.polynomialRows[0][9] + filter.radialRows[0][2], 0.0f);
-  EXPECT_EQ(filter.currentPolynomial[0] + filter.radialCoefficients[0], 6.0f);
-}
-
 // Nodes, fractions, every edge, NaN and infinities, on planes sized exactly
 // so that a read past them is caught: a 4 x 3 luma plane, and the chroma
 // plane of a 5 x 5 image (two rows of two pairs). Planes without a sample
@@ -245,26 +223,6 @@ TEST(CDistortionFilter, SamplerEdgeCases) {
     EXPECT_EQ(out[0], c.first) << c.width << " " << c.x << "," << c.y;
     EXPECT_EQ(out[1], c.second) << c.width << " " << c.x << "," << c.y;
   }
-}
-
-// The first point whose factor leaves the fixed band [0.95, 1.05] stops the
-// run: earlier points written, later ones untouched.
-TEST(CDistortionFilter, PolynomialUndistortStopsAtTheFirstPointOutsideTheBand) {
-  CDistortionFilter filter;
-  filter.coefficientCount = 1;
-  filter.currentPolynomial[0] = 0.09f;
-  filter.referenceRadius = 100.0f;
-  // Centre (500, 400); radii 50 (factor 1.045), 100 (1.09) and 10.
-  const float in[6] = {550.0f, 400.0f, 500.0f, 500.0f, 490.0f, 400.0f};
-  float out[6] = {kSentinel, kSentinel, kSentinel, kSentinel, kSentinel, kSentinel};
-  EXPECT_EQ(filter.UndistortPointsPolynomial(in, out, 3, 1000, 800), 0);
-  EXPECT_FLOAT_EQ(out[0], 500.0f + 50.0f / 1.045f);
-  EXPECT_EQ(out[1], 400.0f);
-  for (int i = 2; i < 6; ++i) EXPECT_EQ(out[i], kSentinel);
-  filter.currentPolynomial[0] = -0.045f;  // factors down to 0.955 pass
-  EXPECT_EQ(filter.UndistortPointsPolynomial(in, out, 3, 1000, 800), 1);
-  EXPECT_FLOAT_EQ(out[3], 400.0f + 100.0f / 0.955f);
-  EXPECT_EQ(filter.UndistortPointsPolynomial(nullptr, nullptr, 0, 1000, 800), 1);
 }
 
 // Both polynomial kernels with a placement against the model in double.
@@ -293,6 +251,21 @@ TEST(CDistortionFilter, PolynomialPointsFollowTheModel) {
   }
   EXPECT_LT(worstUndistorted, kPointTolerancePx);
   EXPECT_LT(worstDistorted, kPointTolerancePx);
+
+  // The band is fixed at [0.95, 1.05]: about (1000, 750), radii 50, 100 and
+  // 10 give factors 1.045, 1.09 and 1.009; the second stops the run, the
+  // third is left untouched. Factors down to 0.955 pass.
+  filter.ResetDistortion();
+  filter.coefficientCount = 1;
+  filter.referenceRadius = 100.0f;
+  filter.currentPolynomial[0] = 0.09f;
+  const float band[6] = {1050, 750, 1000, 850, 990, 750};
+  float out[6] = {kSentinel, kSentinel, kSentinel, kSentinel, kSentinel, kSentinel};
+  EXPECT_EQ(filter.UndistortPointsPolynomial(band, out, 3, kWidth, kHeight), 0);
+  EXPECT_EQ(std::vector<float>(out, out + 6), std::vector<float>({1000 + 50 / (1 + 0.09f * 0.5f), 750, kSentinel, kSentinel, kSentinel, kSentinel}));
+  filter.currentPolynomial[0] = -0.045f;
+  EXPECT_EQ(filter.UndistortPointsPolynomial(band, out, 3, kWidth, kHeight), 1);
+  EXPECT_EQ(filter.UndistortPointsPolynomial(nullptr, nullptr, 0, kWidth, kHeight), 1);
 }
 
 // The three radial point kernels with both placements away from the

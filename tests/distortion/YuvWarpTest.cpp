@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <random>
+#include <tuple>
 #include <vector>
 
 #include <opencv2/calib3d.hpp>
@@ -54,9 +55,7 @@ cv::Matx33d CameraOf(const std::array<float, 9>& camera) { return cv::Matx33d(cv
 
 std::unique_ptr<CDistortionFilter> RadialFilter(float k1, float k2, float k3) {
   auto filter = std::make_unique<CDistortionFilter>();
-  filter->radialCoefficients[0] = k1;
-  filter->radialCoefficients[1] = k2;
-  filter->radialCoefficients[2] = k3;
+  std::tie(filter->radialCoefficients[0], filter->radialCoefficients[1], filter->radialCoefficients[2]) = std::tie(k1, k2, k3);
   return filter;
 }
 
@@ -127,20 +126,13 @@ double WorstRampLevels(const YuvPlanes& target, int sourceWidth, int sourceHeigh
   return worst;
 }
 
-// The largest difference between two 8-bit planes and its mean.
-std::pair<double, double> Difference(const cv::Mat& a, const cv::Mat& b) {
-  cv::Mat difference;
-  cv::absdiff(a, b, difference);
-  double max = 0.0;
-  cv::minMaxLoc(difference.reshape(1), nullptr, &max);
-  return {max, cv::mean(difference.reshape(1))[0]};
-}
-
 // Bilinear resampling of the same smooth scene at positions that differ in
-// rounding only (float here, fixed point in OpenCV): largest and mean level
-// differences allowed.
-constexpr double kOracleMaxLevels = 3.0;
-constexpr double kOracleMeanLevels = 0.3;
+// rounding only (float here, fixed point in OpenCV): at most 3 levels apart,
+// 0.3 on average.
+void ExpectCloseToOracle(const cv::Mat& actual, const cv::Mat& expected) {
+  EXPECT_LE(cv::norm(actual, expected, cv::NORM_INF), 3.0);
+  EXPECT_LT(cv::norm(actual, expected, cv::NORM_L1) / static_cast<double>(actual.total() * actual.channels()), 0.3);
+}
 
 }  // namespace
 
@@ -218,11 +210,8 @@ TEST(YuvWarp, WarpAgreesWithOpenCv) {
   cv::remap(cv::Mat(height, width, CV_8UC1, source.luma.data()), expectedLuma, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
   cv::remap(cv::Mat(height / 2, width / 2, CV_8UC2, source.chroma.data()), expectedChroma, chromaX, chromaY, cv::INTER_LINEAR,
             cv::BORDER_REPLICATE);
-  for (const auto& [max, mean] : {Difference(cv::Mat(height, width, CV_8UC1, target.luma.data()), expectedLuma),
-                                  Difference(cv::Mat(height / 2, width / 2, CV_8UC2, target.chroma.data()), expectedChroma)}) {
-    EXPECT_LE(max, kOracleMaxLevels);
-    EXPECT_LT(mean, kOracleMeanLevels);
-  }
+  ExpectCloseToOracle(cv::Mat(height, width, CV_8UC1, target.luma.data()), expectedLuma);
+  ExpectCloseToOracle(cv::Mat(height / 2, width / 2, CV_8UC2, target.chroma.data()), expectedChroma);
 }
 
 // Both placements, a rotation and distortion on a source whose planes are
@@ -304,19 +293,14 @@ TEST(YuvWarp, EveryFastFormMatchesReferenceBitForBit) {
 // source pixels) samples at the distorted radius r with r / s(r) = rho,
 // which the model solves in double by bisection (on ramp planes, as above).
 TEST(YuvWarp, ModelChoiceAndPolynomialWarp) {
-  std::mt19937 random(77);
-  for (int trial = 0; trial < 10; ++trial) {
-    const RandomWarp w = MakeRandomWarp(random);
-    YuvPlanes source = NoiseSource(w.sourceWidth, w.sourceHeight, trial);
-    auto filter = RadialFilter(0.0f, 0.0f, 0.0f);
-    YuvPlanes chosen = Target(w.targetWidth, w.targetHeight), radial = Target(w.targetWidth, w.targetHeight);
-    float chosenZoom = 0.0f, radialZoom = 0.0f;
-    filter->WarpYuvImage(source.Image(), chosen.Image(), w.sourceCamera.data(), w.targetCamera.data(), w.rotation.data(), &chosenZoom);
-    filter->WarpYuvImageRadial(source.Image(), radial.Image(), w.sourceCamera.data(), w.targetCamera.data(), w.rotation.data(), &radialZoom);
-    ASSERT_EQ(chosenZoom, radialZoom) << trial;
-    ASSERT_EQ(chosen.luma, radial.luma) << trial;
-    ASSERT_EQ(chosen.chroma, radial.chroma) << trial;
-  }
+  const RandomWarp w = [] { std::mt19937 random(77); return MakeRandomWarp(random); }();
+  YuvPlanes noise = NoiseSource(w.sourceWidth, w.sourceHeight, 1);
+  YuvPlanes chosen = Target(w.targetWidth, w.targetHeight), radial = Target(w.targetWidth, w.targetHeight);
+  float chosenZoom = 0.0f, radialZoom = 0.0f;
+  auto flat = RadialFilter(0.0f, 0.0f, 0.0f);
+  flat->WarpYuvImage(noise.Image(), chosen.Image(), w.sourceCamera.data(), w.targetCamera.data(), w.rotation.data(), &chosenZoom);
+  flat->WarpYuvImageRadial(noise.Image(), radial.Image(), w.sourceCamera.data(), w.targetCamera.data(), w.rotation.data(), &radialZoom);
+  EXPECT_EQ(std::tie(chosenZoom, chosen.luma, chosen.chroma), std::tie(radialZoom, radial.luma, radial.chroma));
   const int width = 60, height = 40;
   const std::array<float, 9> camera = Camera(48.0f, 48.0f, 30.0f, 20.0f);
   const double c[3] = {-0.03, 0.01, -0.004}, halfDiagonal = std::hypot(width, height) / 2;
