@@ -18,8 +18,7 @@
 
 namespace {
 
-// OpenCV's worker threads stall under qemu-aarch64, where this suite also
-// runs, so the OpenCV oracles run sequentially.
+// OpenCV's worker threads stall under qemu-aarch64, where this suite also runs: the oracles run sequentially.
 [[maybe_unused]] const bool kSequentialOpenCv = (cv::setNumThreads(0), true);
 
 constexpr uint8_t kUntouched = 0xA5;
@@ -31,11 +30,9 @@ template <typename Value>
 YuvPlanes SourceOf(int width, int height, Value value) {
   YuvPlanes planes{width, height, std::vector<uint8_t>(static_cast<size_t>(width) * height),
                    std::vector<uint8_t>(static_cast<size_t>(width & ~1) * (height >> 1))};
-  for (int y = 0; y < height; ++y) {
-    for (int x = 0; x < width; ++x) planes.luma[y * width + x] = static_cast<uint8_t>(value(x, y, 0));
-  }
-  for (int y = 0; y < (height >> 1); ++y) {
-    for (int i = 0; i < 2 * (width >> 1); ++i) planes.chroma[y * (width & ~1) + i] = static_cast<uint8_t>(value(i / 2, y, 1 + i % 2));
+  for (int i = 0; i < width * height; ++i) planes.luma[i] = static_cast<uint8_t>(value(i % width, i / width, 0));
+  for (size_t i = 0; i < planes.chroma.size(); ++i) {
+    planes.chroma[i] = static_cast<uint8_t>(value(i % (width & ~1) / 2, i / (width & ~1), 1 + i % 2));
   }
   return planes;
 }
@@ -62,9 +59,8 @@ std::unique_ptr<CDistortionFilter> RadialFilter(float k1, float k2, float k3) {
 std::array<float, 9> RotationFrom(const cv::Vec3d& vector) {
   cv::Matx33d rotation;
   cv::Rodrigues(vector, rotation);
-  std::array<float, 9> out{};
-  for (int i = 0; i < 9; ++i) out[i] = static_cast<float>(rotation.val[i]);
-  return out;
+  const cv::Matx33f single(rotation);
+  return {single.val[0], single.val[1], single.val[2], single.val[3], single.val[4], single.val[5], single.val[6], single.val[7], single.val[8]};
 }
 
 // One random warp problem for the fast-against-reference comparison.
@@ -82,18 +78,13 @@ RandomWarp MakeRandomWarp(std::mt19937& random) {
                   height * (0.5f + 0.2f * unit(random)));
   };
   RandomWarp w{};
-  w.sourceWidth = size(random);
-  w.sourceHeight = size(random);
-  w.targetWidth = size(random) - 1;
-  w.targetHeight = size(random) - 1;
+  w.sourceWidth = size(random), w.sourceHeight = size(random), w.targetWidth = size(random) - 1, w.targetHeight = size(random) - 1;
   w.sourceCamera = camera(w.sourceWidth, w.sourceHeight);
   w.targetCamera = camera(w.targetWidth, w.targetHeight);
   w.rotation = RotationFrom(cv::Vec3d(0.3 * unit(random), 0.3 * unit(random), 0.3 * unit(random)));
   for (float& k : w.k) k = 0.3f * unit(random);
   for (float* transform : {w.forward, w.place}) {
-    transform[0] = 5.0f * unit(random);
-    transform[1] = 5.0f * unit(random);
-    transform[2] = 1.0f + 0.3f * unit(random);
+    for (int i = 0; i < 3; ++i) transform[i] = (i < 2 ? 0.0f : 1.0f) + (i < 2 ? 5.0f : 0.3f) * unit(random);
   }
   return w;
 }
