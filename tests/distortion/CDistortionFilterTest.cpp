@@ -145,7 +145,7 @@ TEST(CDistortionFilter, CurveLookupBoundariesAndFirstBracket) {
   for (int i = 0; i < kCurveSize; ++i) xs[i] = 2.0f * i + 1.0f, ys[i] = 4.0f * i + 8.0f;
   xs[7] = xs[6];
   ys[7] = 99.0f;
-  const float cases[][2] = {{-5, 8}, {1, 8}, {11, 28}, {12, 30}, {13, 32}, {2047, 4100}, {5000, 4100}, {kNaN, 8}};
+  const float cases[][2] = {{-5, 8}, {1, 8}, {11, 28}, {12, 30}, {13, 32}, {2046, 4098}, {2047, 4100}, {5000, 4100}, {kNaN, 8}};
   for (const auto& c : cases) {
     EXPECT_EQ(CDistortionFilter::InterpolateCurve(xs, ys, c[0]), c[1]) << c[0];
     EXPECT_EQ(CDistortionFilter::InterpolateCurveReciprocal(xs, ys, c[0]), 1.0f / c[1]) << c[0];
