@@ -57,8 +57,8 @@ cv::Mat RadialRow(const std::array<double, 3>& k) { return (cv::Mat_<double>(1, 
 // A grid of pixel positions covering the whole image, corners included.
 std::vector<cv::Point2f> ImageGrid(int steps) {
   std::vector<cv::Point2f> points;
-  for (int j = 0; j <= steps; ++j) {
-    for (int i = 0; i <= steps; ++i) points.emplace_back((kWidth - 1.0f) * i / steps, (kHeight - 1.0f) * j / steps);
+  for (int n = 0; n < (steps + 1) * (steps + 1); ++n) {
+    points.emplace_back((kWidth - 1.0f) * (n % (steps + 1)) / steps, (kHeight - 1.0f) * (n / (steps + 1)) / steps);
   }
   return points;
 }
@@ -90,8 +90,7 @@ TEST(CDistortionFilter, TableFiles) {
   constexpr float S = kSentinel;
   struct Case {
     const char* text;  // nullptr: a file that does not exist
-    int32_t result, rows, coefficients;
-    float radius;
+    int32_t result, rows, coefficients; float radius;
     std::vector<std::array<float, 3>> cells;  // {row, slot or -1 for the row key, value}
   };
   const Case cases[] = {
@@ -192,11 +191,7 @@ TEST(CDistortionFilter, SamplerEdgeCases) {
       {5, 5, 0, 0, 10, 200}, {5, 5, 2, 0, 30, 100},   {5, 5, 1, 0, 20, 150},  {5, 5, 1, 1, 40, 139}, {5, 5, 4, 4, 70, 255},
       {5, 5, 99, 99, 70, 255}, {5, 5, -4, 3, 50, 0},  {5, 5, kNaN, kNaN, 70, 255}, {1, 5, 0, 0, 0, 0}};
   for (const auto& c : cases) {
-    YuvImage image;
-    image.luma = luma.data();
-    image.chroma = chroma.data();
-    image.width = c.width;
-    image.height = c.height;
+    const YuvImage image{0, luma.data(), chroma.data(), c.width, c.height};
     uint8_t out[2] = {9, 9};
     if (c.height == 3) CDistortionFilter::SampleGrayBilinear(image, c.x, c.y, out);
     if (c.height == 5) CDistortionFilter::SampleChromaBilinear(image, c.x, c.y, out);
