@@ -163,8 +163,9 @@ TEST_F(QlmCalib, ChartRecoversTheKnownBaseline) {
 // Same camera, no distortion, equal sizes: the last column and row map one
 // pixel short of the far sides, so the zoom is the larger of 32/31 and 24/23
 // and the centre pixel stays; a name of 250 characters is written under its
-// own name. Three frames on two threads with a radial term: the output's
-// hash (the same on every platform) pins each frame's warp and their order.
+// own name. Three frames, all that --frames asks for, on two threads with a
+// radial term: the output's hash (the same on every platform) pins each
+// frame's warp and their order.
 TEST_F(QlmCalib, WarpYuvZoomsAndKeepsFrameOrder) {
   std::string frames(3 * 4608, '\0');  // 64 x 48 NV21
   for (size_t i = 0; i < frames.size(); ++i) frames[i] = static_cast<char>(i * 7 + i / 4608 * (13 + i / 64));
@@ -175,7 +176,7 @@ TEST_F(QlmCalib, WarpYuvZoomsAndKeepsFrameOrder) {
   EXPECT_EQ(run.out, "zoom: 1.043478\nwrote " + longOut + " (64x48)\n");
   EXPECT_EQ(ReadFile(longOut).substr(24 * 64 + 32, 1), frames.substr(24 * 64 + 32, 1));
   WriteFile(Path("in.yuv"), frames);
-  run = RunTool("warp-yuv --in " + Path("in.yuv") + " --out " + Path("out.yuv") + " --threads 2 --size 64x48 --out-size "
+  run = RunTool("warp-yuv --in " + Path("in.yuv") + " --out " + Path("out.yuv") + " --threads 2 --frames 3 --size 64x48 --out-size "
                 "64x48 --source-camera 100,100,32,24 --target-camera 96,96,32,24 --radial -0.1,0.02,0");
   EXPECT_EQ(run.out, "zoom: 1.081207\n\rframe 1 of 3\rframe 2 of 3\rframe 3 of 3\nwrote " + Path("out.yuv") +
                          " (64x48, 3 frames)\n");

@@ -36,7 +36,7 @@ TEST(ToolInput, OptionValuesTakeTheirFormOnly) {
     EXPECT_EQ(ErrorOf([&] { ParseFloatList(bad, 3, "--radial"); }),
               std::string("--radial: expected 3 comma-separated numbers, got '") + bad + "'");
   }
-  EXPECT_EQ(ParseFrameSize("10000x2", "--size"), cv::Size(10000, 2));
+  EXPECT_EQ(ParseFrameSize("10000x2", "--size") + ParseFrameSize("2x10000", "--size"), cv::Size(10002, 10002));
   EXPECT_EQ(FrameBytes(cv::Size(10000, 2)), 30000u);
   EXPECT_EQ(ErrorOf([] { ParseFrameSize("10002x2", "--size"); }), "--size: each side must be at most 10000, got '10002x2'");
   EXPECT_EQ(ErrorOf([] { ParseFrameSize("4x3", "--size"); }), "--size: width and height must be even, got '4x3'");
