@@ -6,11 +6,11 @@
 #include <sys/wait.h>
 
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <regex>
 #include <set>
 #include <sstream>
 #include <string>
@@ -77,8 +77,28 @@ class QlmCalib : public testing::Test {
   // the log's time and process ids dropped: what stays is the same on every
   // platform and run.
   std::string Portable(const std::string& text) const {
-    const std::string logged = std::regex_replace(Named(text), std::regex(".* QLM LOG:"), "QLM LOG:");
-    return std::regex_replace(logged, std::regex("-?[0-9]+(\\.[0-9]+(e[-+][0-9]+)?|e[-+][0-9]+)"), "#");
+    std::istringstream lines(Named(text));
+    std::string out;
+    for (std::string line; std::getline(lines, line);) {
+      const size_t log = line.find("QLM LOG:");
+      line.erase(0, log == std::string::npos ? 0 : log);
+      for (size_t i = 0, end; i < line.size(); i = end) {
+        const auto digitAt = [&](size_t k) { return k < line.size() && std::isdigit(static_cast<unsigned char>(line[k])); };
+        const bool startsNumber = digitAt(i + (line[i] == '-')) && (i == 0 || !std::isalnum(static_cast<unsigned char>(line[i - 1])));
+        end = i + 1 + (startsNumber && line[i] == '-');
+        if (!startsNumber) {
+          out += line[i];
+          continue;
+        }
+        while (digitAt(end)) ++end;
+        const size_t whole = end;
+        if (line[end] == '.' && digitAt(end + 1)) for (++end; digitAt(end); ++end) {}
+        if (line[end] == 'e' && digitAt(end + 2)) for (end += 2; digitAt(end); ++end) {}
+        out += end > whole ? "#" : line.substr(i, end - i);
+      }
+      out += "\n";
+    }
+    return out;
   }
 
   static TempDir* data;
