@@ -24,21 +24,18 @@ Corners Grid(int w, int h, const cv::Matx33d& H = cv::Matx33d::eye()) {
 }  // namespace
 
 // Both output lists are appended to: each case starts them with a marker.
+// tests/golden pins a reversed list and a crowded one ("multiple shoot").
 TEST(CornerCorrespondence, NearestPairingByNormalisedPosition) {
   const Corners grid = Grid(9, 6), scaled = Grid(9, 6, {3, 0, 700, 0, 3, -40, 0, 0, 1});
-  Corners reversed(grid.rbegin(), grid.rend()), shuffled = scaled;
+  Corners shuffled = scaled;
   std::rotate(shuffled.begin(), shuffled.begin() + 17, shuffled.end());
   std::swap(shuffled[3], shuffled[40]);
-  const Corners shared = {{0, 0}, {5, 5}, {10, 0}, {0, 10}, {10, 10}};
   const struct {
     Corners first, second, expected;
     const char* printed;
   } cases[] = {
-      {grid, reversed, grid, ""},
       {grid, shuffled, scaled, ""},
       {{}, grid, {}, ""},
-      {{{0, 0}, {0.1f, 0}, {10, 0}, {0, 10}, {10, 10}}, shared, {shared[0], shared[0], shared[2], shared[3], shared[4]},
-       "multiple shoot\n"},
       // No spread in x: every distance is NaN, each corner is missed and keeps the match so far, (0, 0).
       {{{0, 0}, {1, 2}, {2, 1}}, {{5, 0}, {5, 1}, {5, 2}}, Corners(3, {0, 0}), "missed\nmissed\nmissed\n"},
       // Searched only as far as it reaches; ties go to the lower index.
@@ -56,11 +53,6 @@ TEST(CornerCorrespondence, NearestPairingByNormalisedPosition) {
     EXPECT_EQ(matched1, expected1) << c.printed;
     EXPECT_EQ(matched2, expected2) << c.printed;
   }
-  auto engine = std::make_unique<dualCalibration>();
-  engine->mCorners1 = grid, engine->mCorners2 = reversed;
-  EXPECT_EQ(engine->matchStoredCornerOrder(), 1);
-  EXPECT_EQ(engine->mMatchedCorners1, grid);
-  EXPECT_EQ(engine->mMatchedCorners2, grid);
 }
 
 // Every symmetric order in which a detector may list the second view (1.5

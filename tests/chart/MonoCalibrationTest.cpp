@@ -81,24 +81,3 @@ TEST(MonoCalibration, ReprojectionErrorsPerViewAndOverall) {
   EXPECT_LT(cv::norm(cv::Mat(perView), cv::Mat(std::vector<float>{0.0f, 5.0f}), cv::NORM_INF), 1e-5);
   EXPECT_TRUE(std::isnan(engine->computeReprojectionErrors({}, {}, {}, {}, K, cv::Mat())));
 }
-
-// Main: 4000 x 3000 against 3990 x 2980; second: 2000 x 1500 against 2001 x 1490.
-TEST(MonoCalibration, OffsetsFollowTheMode) {
-  const struct {
-    int mode;
-    cv::Point2f main, second;
-  } cases[] = {{0, {1.5f, 2.5f}, {1.5f, 2.5f}},   {1, {11.5f, 2.5f}, {0.5f, 2.5f}}, {2, {1.5f, 22.5f}, {1.5f, 12.5f}},
-               {3, {11.5f, 22.5f}, {0.5f, 12.5f}}, {4, {1.5f, 2.5f}, {1.5f, 2.5f}},  {-1, {1.5f, 2.5f}, {1.5f, 2.5f}}};
-  auto engine = std::make_unique<dualCalibration>();
-  const int32_t sizes[4] = {4000, 3000, 2000, 1500};
-  std::copy(sizes, sizes + 4, engine->chartImageSizes);
-  engine->mainReferenceSize[0] = 3990, engine->mainReferenceSize[1] = 2980;
-  engine->secondReferenceSize[0] = 2001, engine->secondReferenceSize[1] = 1490;
-  for (auto c : cases) {
-    std::vector<cv::Point2f> mainPoints(2, {1.5f, 2.5f}), secondPoints(2, {1.5f, 2.5f});
-    engine->offsetMainPoints(mainPoints, c.mode);
-    engine->offsetSecondPoints(secondPoints, c.mode);
-    EXPECT_EQ(mainPoints, std::vector<cv::Point2f>(2, c.main)) << c.mode;
-    EXPECT_EQ(secondPoints, std::vector<cv::Point2f>(2, c.second)) << c.mode;
-  }
-}

@@ -74,13 +74,15 @@ TEST(ResultFiles, FilesMatchTheirGoldenText) {
   }
 }
 
-TEST(ResultFiles, UncreatableFileIsSkippedSilently) {
+// The result files and the calibration log.
+TEST(ResultFiles, UncreatableFilesAreSkippedSilently) {
   TempDir dir;
   setenv("QLM_PICTURES_DIR", dir.File("missing/folder").c_str(), 1);
   auto engine = FixedEngine();
   testing::internal::CaptureStdout();
   engine->saveCalibrationResult();
   engine->savePlatformCalibrationResult();
+  engine->appendCalibLog();
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
   EXPECT_FALSE(FileExists(dir.File("missing")));
 }

@@ -23,4 +23,6 @@ TEST(ViewOutliers, ThreeTimesTheMedianIsTheLimit) {
     EXPECT_DOUBLE_EQ(ViewOutlierLimit(c.errors), c.limit) << c.errors.size();
     EXPECT_EQ(ViewOutliers(c.errors), c.outliers) << c.errors.size();
   }
+  // A view that is an outlier in one camera only counts; the shorter list ends early.
+  EXPECT_EQ(OutlierViewsOfEitherCamera({0.1f, 0.2f, 0.9f, 0.1f}, {0.9f, 0.2f, 0.2f}), (std::vector<int32_t>{0, 2}));
 }

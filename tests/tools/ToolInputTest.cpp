@@ -3,11 +3,26 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
+#include <string>
 
 #include <opencv2/imgcodecs.hpp>
 
 #include "tests/support/TestFiles.h"
-#include "tests/tools/ToolErrors.h"
+
+namespace {
+
+// The ToolError's text, or "" when run throws none.
+std::string ErrorOf(const std::function<void()>& run) {
+  try {
+    run();
+  } catch (const ToolError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+}  // namespace
 
 TEST(ToolInput, OptionValuesTakeTheirFormOnly) {
   EXPECT_EQ(ParseSize("4000x3000", "--size") + ParseSize("1x1", "--size"), cv::Size(4001, 3001));
@@ -21,32 +36,21 @@ TEST(ToolInput, OptionValuesTakeTheirFormOnly) {
     EXPECT_EQ(ErrorOf([&] { ParseFloatList(bad, 3, "--radial"); }),
               std::string("--radial: expected 3 comma-separated numbers, got '") + bad + "'");
   }
-  EXPECT_EQ(ParseFrameSize("10000x2", "--size"), cv::Size(10000, 2));
+  EXPECT_EQ(ParseFrameSize("10000x2", "--size") + ParseFrameSize("2x10000", "--size"), cv::Size(10002, 10002));
   EXPECT_EQ(FrameBytes(cv::Size(10000, 2)), 30000u);
   EXPECT_EQ(ErrorOf([] { ParseFrameSize("10002x2", "--size"); }), "--size: each side must be at most 10000, got '10002x2'");
   EXPECT_EQ(ErrorOf([] { ParseFrameSize("4x3", "--size"); }), "--size: width and height must be even, got '4x3'");
   EXPECT_EQ(ParseCamera("1,2,3,4", "--source-camera"), (std::vector<float>{1, 0, 3, 0, 2, 4, 0, 0, 1}));
 }
 
-TEST(ToolInput, FilesAreBoundedRegularAndNamedInEveryMessage) {
+// The messages of unreadable files are checked through the tool (QlmCalib.BadInputs...).
+TEST(ToolInput, ColourImagesTurnGreyAndBinaryFilesReadWhole) {
   TempDir dir;
   ASSERT_TRUE(cv::imwrite(dir.File("colour.png"), cv::Mat(20, 30, CV_8UC3, cv::Scalar(10, 200, 50))));
   // 0.114*10 + 0.587*200 + 0.299*50 = 133.49
   EXPECT_EQ(cv::norm(ReadGrayImage(dir.File("colour.png")), cv::Mat(20, 30, CV_8UC1, cv::Scalar(133)), cv::NORM_INF), 0);
-  ASSERT_TRUE(cv::imwrite(dir.File("deep.png"), cv::Mat(4, 4, CV_16UC1, cv::Scalar(1000))));
-  WriteFile(dir.File("garbage.png"), "not an image");
   WriteFile(dir.File("record.bin"), std::string("\0\1\2\xff", 4));
   EXPECT_EQ(ReadBinaryFile(dir.File("record.bin"), 4), (std::vector<unsigned char>{0, 1, 2, 255}));
-  const std::pair<std::function<void()>, std::string> cases[] = {
-      {[&] { ReadGrayImage(dir.File("deep.png")); }, dir.File("deep.png") + ": not an 8-bit image"},
-      {[&] { ReadGrayImage(dir.File("garbage.png")); }, dir.File("garbage.png") + ": not an image OpenCV can decode"},
-      {[&] { ReadGrayImage(dir.File("none.png")); }, dir.File("none.png") + ": cannot open file"},
-      {[&] { ReadBinaryFile(dir.File("record.bin"), 3); },
-       dir.File("record.bin") + ": 4 bytes, more than the 3 this input may hold"},
-      {[&] { ReadBinaryFile("/dev/zero", 4); }, "/dev/zero: not a regular file"},
-      {[&] { RequireReadableFile(dir.Path(), 4); }, dir.Path() + ": not a regular file"},
-  };
-  for (const auto& [run, message] : cases) EXPECT_EQ(ErrorOf(run), message);
 }
 
 // Headers as the encoders write them, cut short, and of sizes no encoder
