@@ -53,18 +53,13 @@ struct GoldenText {
     }
   }
   void Points(const std::string& label, const std::vector<cv::Point2f>& points) {
-    for (size_t i = 0; i < points.size(); ++i) {
-      Float(label + "[" + std::to_string(i) + "].x", points[i].x);
-      Float(label + "[" + std::to_string(i) + "].y", points[i].y);
-    }
+    for (size_t i = 0; i < points.size(); ++i) Float(label + "[" + std::to_string(i) + "].x", points[i].x), Float(label + "[" + std::to_string(i) + "].y", points[i].y);
   }
   void Matrix(const std::string& label, const cv::Mat& matrix) {
     cv::Mat values;
     matrix.convertTo(values, CV_64F);
-    for (int i = 0; i < values.rows * values.cols; ++i) {
-      const int r = i / values.cols, c = i % values.cols;
-      Float(label + "(" + std::to_string(r) + "," + std::to_string(c) + ")", values.at<double>(r, c));
-    }
+    for (int i = 0; i < values.rows * values.cols; ++i)
+      Float(label + "(" + std::to_string(i / values.cols) + "," + std::to_string(i % values.cols) + ")", values.at<double>(i / values.cols, i % values.cols));
   }
 };
 
@@ -81,14 +76,10 @@ const double kRotationD[9] = {0.99984771,  -0.01745241, 0.00174524, 0.01744975, 
 // A filter with a three-row polynomial table, a barrel radial model and
 // both placement transforms away from the identity.
 void Configure(CDistortionFilter& filter) {
-  filter.rowCount = 3;
-  filter.coefficientCount = 4;
-  filter.referenceRadius = 1250.0f;
-  const float polynomial[4] = {0.031f, -0.012f, 0.0043f, -0.0007f};
+  filter.rowCount = 3, filter.coefficientCount = 4, filter.referenceRadius = 1250.0f;
+  const float polynomial[4] = {0.031f, -0.012f, 0.0043f, -0.0007f}, radial[3] = {-0.12f, 0.05f, -0.01f}, forward[3] = {3.25f, -2.5f, 1.0009765625f};
   std::copy(polynomial, polynomial + 4, filter.currentPolynomial);
-  const float radial[3] = {-0.12f, 0.05f, -0.01f};
   std::copy(radial, radial + 3, filter.radialCoefficients);
-  const float forward[3] = {3.25f, -2.5f, 1.0009765625f};
   std::copy(forward, forward + 3, filter.forwardTransform);
   filter.SetSourceTransform(kWidth, kHeight, 1990, 1490, 0.995f);
 }
@@ -123,8 +114,11 @@ TEST(ArchitectureGolden, Curves) {
   CDistortionFilter filter;
   Configure(filter);
   CurveTable radialRadius{}, radialScale{}, polyRadius{}, polyScale{};
+  for (CurveTable* table : {&radialRadius, &radialScale, &polyRadius, &polyScale}) table->back() = -1.0f;
   filter.BuildCurveFromRadialModel(kCamera, radialRadius, radialScale, kWidth, kHeight);
   filter.BuildCurveFromPolynomial(polyRadius, polyScale, kWidth, kHeight);
+  // The slack entry after the last node is 0 in every table.
+  EXPECT_EQ(std::vector<float>({radialRadius.back(), radialScale.back(), polyRadius.back(), polyScale.back()}), std::vector<float>(4, 0.0f));
   GoldenText out;
   out.Floats("radialRadius", radialRadius.data(), kCurveSize);
   out.Floats("radialScale", radialScale.data(), kCurveSize);
@@ -178,9 +172,7 @@ TEST(ArchitectureGolden, YuvWarpRadial) {
   float zoom = 0.0f;
   filter.WarpYuvImageRadial(source.Image(), target.Image(), kSourceCamera, kWarpTargetCamera, kRotation, &zoom);
   GoldenText out;
-  out.Float("zoom", zoom);
-  out.Bytes("luma", target.luma);
-  out.Bytes("chroma", target.chroma);
+  out.Float("zoom", zoom), out.Bytes("luma", target.luma), out.Bytes("chroma", target.chroma);
   ExpectGolden(out.text, "golden/YuvWarpRadial.golden");
 }
 
@@ -226,8 +218,7 @@ TEST(ArchitectureGolden, CornerMatching) {
   out.Int("reversedResult", engine.matchCornerOrder(main, reversed, matched1, matched2));
   out.Int("crowdedResult", engine.matchCornerOrder(crowded, main, matched1, matched2));
   out.text += "stdout: " + testing::internal::GetCapturedStdout() + "\n";
-  out.Points("matched1", matched1);
-  out.Points("matched2", matched2);
+  out.Points("matched1", matched1), out.Points("matched2", matched2);
   ExpectGolden(out.text, "golden/CornerMatching.golden");
 }
 
@@ -255,9 +246,7 @@ TEST(ArchitectureGolden, ResidueFit) {
   dualCalibration::SecondCameraFilter().ResetDistortion();
   const double k1[9] = {1650.5, 0.0, 1001.25, 0.0, 1648.75, 751.5, 0.0, 0.0, 1.0};
   const double k2[9] = {1490.25, 0.0, 902.5, 0.0, 1489.5, 676.75, 0.0, 0.0, 1.0};
-  engine.K1 = Matrix3x3(k1);
-  engine.K2 = Matrix3x3(k2);
-  engine.R = Matrix3x3(kRotationD);
+  engine.K1 = Matrix3x3(k1), engine.K2 = Matrix3x3(k2), engine.R = Matrix3x3(kRotationD);
   const int32_t sizes[4] = {2000, 1500, 1800, 1350};
   std::copy(sizes, sizes + 4, engine.chartImageSizes);
   for (int view = 0; view < 4; ++view) {
@@ -269,8 +258,7 @@ TEST(ArchitectureGolden, ResidueFit) {
   engine.computeResidue();
   GoldenText out;
   out.text = "stdout: " + testing::internal::GetCapturedStdout() + "\n";
-  out.Float("m_residueScale", engine.m_residueScale);
-  out.Float("m_residueOffsetY", engine.m_residueOffsetY);
+  out.Float("m_residueScale", engine.m_residueScale), out.Float("m_residueOffsetY", engine.m_residueOffsetY);
   out.Matrix("mResidueMatrix", engine.mResidueMatrix);
   ExpectGolden(out.text, "golden/ResidueFit.golden");
 }
@@ -297,13 +285,10 @@ TEST(ArchitectureGolden, FeaturePair) {
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   const int rv = engine->calibrationDetectPoint(scene.data, second.data, 1000, 1000, 1000, 1000, &report);
-  testing::internal::GetCapturedStderr();
-  testing::internal::GetCapturedStdout();
+  testing::internal::GetCapturedStderr(), testing::internal::GetCapturedStdout();
   ASSERT_EQ(report.estimate.size(), cv::Size(3, 2));
   GoldenText out;
-  out.Int("rv", rv);
-  out.Int("keypoints1", report.keypoints1);
-  out.Int("keypoints2", report.keypoints2);
+  out.Int("rv", rv), out.Int("keypoints1", report.keypoints1), out.Int("keypoints2", report.keypoints2);
   out.Int("goodMatches", report.goodMatches);
   for (int i = 0; i < 6; ++i) {
     const std::string index = "(" + std::to_string(i / 3) + "," + std::to_string(i % 3) + ")";
