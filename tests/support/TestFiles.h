@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -48,7 +46,3 @@ std::string PrintedWhileLoading(Filter& filter, const std::string& text, bool lo
 // failure shows the first differing line with its neighbours. With
 // QLM_UPDATE_GOLDEN=1 in the environment the file is rewritten instead.
 void ExpectGolden(const std::string& actual, const std::string& relativePath);
-
-// FNV-1a over size bytes, continuing from hash: pins exact bytes (such as
-// float results that must match on every platform) in one literal.
-uint64_t Fnv1a(const void* data, size_t size, uint64_t hash = 14695981039346656037ull);
