@@ -23,8 +23,8 @@ CalibrationRecord PatternRecord(uint8_t seed) {
 
 const unsigned char* Path(const std::string& path) { return reinterpret_cast<const unsigned char*>(path.c_str()); }
 
-// An engine with distinct records and counter; in the directory a parameter
-// file that loads (nBoardWidth 9) and a record file (pattern 3).
+// An engine with distinct records and counter; in the directory a parameter file that loads (nBoardWidth 9) and
+// a record file (pattern 3).
 struct InitSetUp {
   TempDir dir;
   std::unique_ptr<dualCalibration> engine = std::make_unique<dualCalibration>();
@@ -62,8 +62,8 @@ TEST(CalibrationRun, BlendTruncatesTowardZero) {
   for (const auto& c : cases) EXPECT_EQ(BlendInitValues(c[0], c[1]), c[2]) << c[0] << ", " << c[1];
 }
 
-// A null record path answers -2 and leaves the file record; a null caller
-// record is not copied. (Codes, texts and record selection through the exports: ExportsTest.)
+// A null record path answers -2 and leaves the file record; a null caller record is not copied. (Codes, texts
+// and record selection through the exports: ExportsTest.)
 TEST(CalibrationRun, InitLoadsValuesAndRecordsAndResetsTheCounter) {
   InitSetUp run;
   CaptureStdout();
@@ -78,8 +78,8 @@ TEST(CalibrationRun, InitLoadsValuesAndRecordsAndResetsTheCounter) {
             std::vector<int32_t>({9, 0, 100, 200, -3, 4, 174, 0}));
 }
 
-// -1 leaves every record and the counter as they were, whatever the record
-// file holds; the values and the parameter file are still written.
+// -1 leaves every record and the counter as they were, whatever the record file holds; the values and the
+// parameter file are still written.
 TEST(CalibrationRun, FailedLoadLeavesRecordsAndCounter) {
   InitSetUp run;
   const std::string missing = run.dir.File("missing.txt"), partial = run.dir.File("partial.txt");
@@ -98,16 +98,4 @@ TEST(CalibrationRun, FailedLoadLeavesRecordsAndCounter) {
     EXPECT_EQ(run.engine->mImgPairsIdx * 1000 + run.engine->mInitBlend, 7174);
     EXPECT_TRUE(FileExists(run.dir.File("defaultParameters.txt")));
   }
-}
-
-TEST(CalibrationRun, LogFileThatCannotBeOpenedIsSkipped) {
-  InitSetUp run;
-  const std::string nowhere = run.dir.File("no-such-dir");
-  setenv("QLM_PICTURES_DIR", nowhere.c_str(), 1);
-  CaptureStdout();
-  AppendVersionLog();
-  AppendProcessLog(*run.engine, 1);
-  EXPECT_EQ(run.Init(Path(run.params), Path(run.record)), 1);
-  EXPECT_EQ(GetCapturedStdout(), "Open file " + nowhere + "/defaultParameters.txt fail!!! \n");
-  EXPECT_FALSE(FileExists(nowhere));
 }

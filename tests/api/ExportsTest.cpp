@@ -1,6 +1,5 @@
-// The built shared library driven as a factory tool drives it: loaded with
-// dlopen, called through the four mangled symbols, judged by its codes, its
-// files, its printed text and the result records it hands back.
+// The built shared library driven as a factory tool drives it: loaded with dlopen, called through the four
+// mangled symbols, judged by its codes, its files, its printed text and the result records it hands back.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
@@ -18,8 +17,8 @@ using namespace testing::internal;
 
 namespace {
 
-// The library loaded afresh (its globals constructed anew) and its four
-// entry points looked up by their mangled names.
+// The library loaded afresh (its globals constructed anew) and its four entry points looked up by their mangled
+// names.
 struct Library {
   void* handle = dlopen(QLM_SERVICE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
   int (*version)() = reinterpret_cast<int (*)()>(Symbol("_Z21QLM_Get_Calib_Vertionv"));
@@ -154,8 +153,8 @@ TEST_F(Exports, FailedParametersKeepTheRecordsAndSaveTheValuesInForce) {
   EXPECT_TRUE(SameBytes(Result(), Bytes(CalibrationRecord{})));
 }
 
-// Null images and sides outside 1000..10000 leave the result record; sides
-// at the ends of the range are processed.
+// Null images and sides outside 1000..10000 leave the result record; sides at the ends of the range are
+// processed.
 TEST_F(Exports, ArgumentChecksAnswerMinus4AndMinus5AndLeaveTheResult) {
   WriteParameterFile(dir.File("params.txt"), 1);
   WriteFile(dir.File("record.bin"), Bytes(PatternRecord(3)));

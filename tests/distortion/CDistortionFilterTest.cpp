@@ -34,9 +34,8 @@ constexpr double kPointTolerancePx = 2e-3;
 
 cv::Matx33d CameraOf(const float camera[9]) { return cv::Matx33d(cv::Matx33f(camera)); }
 
-// Largest distance of actual from OpenCV's undistortion of placed (run to
-// convergence, rotated by the transpose of the filter's row-major rotation,
-// projected with target) after the placement p / scale - offset.
+// Largest distance of actual from OpenCV's undistortion of placed (run to convergence, rotated by the transpose
+// of the filter's row-major rotation, projected with target) after the placement p / scale - offset.
 double WorstAgainstOpenCv(const std::vector<cv::Point2f>& actual, const std::vector<cv::Point2f>& placed,
                           const cv::Mat& distortion, const float rotation[9], const float target[9], const float transform[3]) {
   std::vector<cv::Point2f> expected;
@@ -52,8 +51,8 @@ double WorstAgainstOpenCv(const std::vector<cv::Point2f>& actual, const std::vec
 
 }  // namespace
 
-// Every case starts from rowCount 1, coefficientCount 2 and kSentinel in
-// every row, key and the reference radius: what a case does not name stays.
+// Every case starts from rowCount 1, coefficientCount 2 and kSentinel in every row, key and the reference
+// radius: what a case does not name stays.
 TEST(CDistortionFilter, TableFiles) {
   std::string nineRows = "9 2\n";
   for (int r = 0; r < 9; ++r) nineRows += "0 " + std::to_string(100 + r) + " 0 " + std::to_string(r) + " " + std::to_string(10 * r) + " 0\n";
@@ -101,9 +100,8 @@ TEST(CDistortionFilter, TableFiles) {
   }
 }
 
-// Both lookups clamp to the table; an x on a node comes from the first
-// interval that brackets it (the one ending there, even where the next
-// interval has zero width); nothing brackets a NaN. The reciprocal lookup
+// Both lookups clamp to the table; an x on a node comes from the first interval that brackets it (the one
+// ending there, even where the next interval has zero width); nothing brackets a NaN. The reciprocal lookup
 // also searches the interval that ends at the slack entry.
 TEST(CDistortionFilter, CurveLookupBoundariesAndFirstBracket) {
   CurveTable xs{}, ys{};
@@ -120,9 +118,8 @@ TEST(CDistortionFilter, CurveLookupBoundariesAndFirstBracket) {
   EXPECT_EQ(CDistortionFilter::InterpolateCurveReciprocal(xs, ys, 2047.0f), 1.0f / 4100.0f);
 }
 
-// Nodes, fractions, every edge, NaN and infinities, on planes sized exactly
-// so that a read past them is caught: a 4 x 3 luma plane, and the chroma
-// plane of a 5 x 5 image (two rows of two pairs). Planes without a sample
+// Nodes, fractions, every edge, NaN and infinities, on planes sized exactly so that a read past them is caught:
+// a 4 x 3 luma plane, and the chroma plane of a 5 x 5 image (two rows of two pairs). Planes without a sample
 // read nothing.
 TEST(CDistortionFilter, SamplerEdgeCases) {
   std::vector<uint8_t> luma = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 121}, chroma = {10, 200, 30, 100, 50, 0, 70, 255};
@@ -143,10 +140,9 @@ TEST(CDistortionFilter, SamplerEdgeCases) {
   }
 }
 
-// The polynomial band is fixed at [0.95, 1.05]: about (1000, 750), radii 50,
-// 100 and 10 give factors 1.045, 1.09 and 1.009; the second stops the run,
-// the third is left untouched. Factors down to 0.955 pass. (The kernels'
-// arithmetic and placements are pinned by tests/golden.)
+// The polynomial band is fixed at [0.95, 1.05]: about (1000, 750), radii 50, 100 and 10 give factors 1.045,
+// 1.09 and 1.009; the second stops the run, the third is left untouched. Factors down to 0.955 pass. (The
+// kernels' arithmetic and placements are pinned by tests/golden.)
 TEST(CDistortionFilter, PolynomialBandStopsTheRun) {
   CDistortionFilter filter;
   filter.coefficientCount = 1;
@@ -160,9 +156,8 @@ TEST(CDistortionFilter, PolynomialBandStopsTheRun) {
   EXPECT_EQ(filter.UndistortPointsPolynomial(nullptr, nullptr, 0, kWidth, kHeight), 1);
 }
 
-// The three radial point kernels with both placements away from the
-// identity, against OpenCV: the input is placed by forwardTransform before
-// the camera model, and the output placed back by it (undistortion) or by
+// The three radial point kernels with both placements away from the identity, against OpenCV: the input is
+// placed by forwardTransform before the camera model, and the output placed back by it (undistortion) or by
 // sourceTransform (the mappings). Points lie where the radial table reaches.
 TEST(CDistortionFilter, RadialKernelsAgreeWithOpenCvUnderPlacement) {
   cv::Matx33d rotationD;

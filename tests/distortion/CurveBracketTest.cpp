@@ -9,9 +9,8 @@
 
 namespace {
 
-// Radius tables of random radial models (barrel, pincushion, and ones that
-// fold back, which are not bisectable), scaled so that the upper end lies
-// anywhere from 1e-20 to 1e4.
+// Radius tables of random radial models (barrel, pincushion, and ones that fold back, which are not
+// bisectable), scaled so that the upper end lies anywhere from 1e-20 to 1e4.
 CurveTable RandomRadiusTable(std::mt19937& random) {
   std::uniform_real_distribution<float> k(-0.5f, 0.5f), exponent(-20.0f, 4.0f);
   const float k1 = k(random), k2 = k(random), k3 = k(random), reach = std::pow(10.0f, exponent(random));
@@ -23,8 +22,7 @@ CurveTable RandomRadiusTable(std::mt19937& random) {
   return xs;
 }
 
-// The values where a bracket can change: every entry, its neighbouring
-// floats, the midpoints, and NaN.
+// The values where a bracket can change: every entry, its neighbouring floats, the midpoints, and NaN.
 std::vector<float> ProbesOf(const CurveTable& xs) {
   std::vector<float> probes{std::numeric_limits<float>::quiet_NaN()};
   const float inf = std::numeric_limits<float>::infinity();
@@ -52,9 +50,8 @@ TEST(CurveBracket, BisectionFindsTheScansIntervalOnEveryBisectableTable) {
   EXPECT_GT(refused, 20);
 }
 
-// Tables the scan answers differently from bisection: a product of two
-// positive differences that rounds to zero brackets early; a repeated entry
-// and a fold make the order wrong.
+// Tables the scan answers differently from bisection: a product of two positive differences that rounds to zero
+// brackets early; a repeated entry and a fold make the order wrong.
 TEST(CurveBracket, RefusesTablesWhereTheScanDiffers) {
   CurveTable tiny{}, even{};
   for (int i = 0; i < kCurveSize; ++i) tiny[i] = 1e-30f * static_cast<float>(i), even[i] = static_cast<float>(i);

@@ -103,8 +103,8 @@ TEST(RefineHomography, ConstraintsAreStrictAndTestedAsStated) {
   }
 }
 
-// One run on a scene against itself: every printed matrix and log line, the
-// report, fOffsetX taken from the record and the refine count.
+// One run on a scene against itself: every printed matrix and log line, the report, fOffsetX taken from the
+// record and the refine count.
 TEST(calibrationDetectPoint, IdenticalImagesPrintEveryStep) {
   const cv::Mat scene = RenderTexturedScene(cv::Size(2000, 1500), 11);
   auto engine = Engine(kIdentity, 50.0f);
@@ -121,9 +121,8 @@ TEST(calibrationDetectPoint, IdenticalImagesPrintEveryStep) {
             std::make_tuple(500, cv::Size(4000, 1500), CV_8UC3, uint8_t{42}));
 }
 
-// Each count passes at its threshold and fails one above it; the result is
-// the selected record, its nRefineCount advanced once the estimate is done.
-// An H_OTP that aligns nothing leaves the aligned image black.
+// Each count passes at its threshold and fails one above it; the result is the selected record, its
+// nRefineCount advanced once the estimate is done. An H_OTP that aligns nothing leaves the aligned image black.
 TEST(calibrationDetectPoint, CountsAgainstTheirThresholdsDecideTheRun) {
   const cv::Mat scene = RenderTexturedScene(cv::Size(1000, 1000), 4), black = cv::Mat::zeros(1000, 1000, CV_8UC1);
   const cv::Mat periodic = RenderPeriodicTexture(cv::Size(2000, 1500), 4, 1);  // some 175,000 tied keypoints
@@ -173,10 +172,10 @@ TEST(calibrationDetectPoint, CountsAgainstTheirThresholdsDecideTheRun) {
 }
 
 TEST(calibrationDetectPoint, EstimateRecoversAKnownSimilarity) {
-  // Targets: translation (of the image centre) within 0.1 px and scale within 2e-4 as RMS over the pairs.
-  // ORB keypoints sit on whole pixels of their pyramid level, so single pairs may miss by up to about
-  // 0.2 px and 3e-4 (seen over 100 rendered pairs); the translation at the origin also carries the
-  // scale and rotation error times the distance to the origin.
+  // Targets: translation (of the image centre) within 0.1 px and scale within 2e-4 as RMS over the pairs. ORB
+  // keypoints sit on whole pixels of their pyramid level, so single pairs may miss by up to about 0.2 px and
+  // 3e-4 (seen over 100 rendered pairs); the translation at the origin also carries the scale and rotation
+  // error times the distance to the origin.
   constexpr double kTranslationRmsPx = 0.1, kScaleRms = 2e-4;
   constexpr double kTranslationPerPairPx = 0.25, kScalePerPair = 4e-4, kOriginPerPairPx = 0.5;
   const cv::Matx33d mainToSecond(1.02, 0.01, -30, -0.008, 0.99, 12, 1e-6, -2e-6, 1);

@@ -1,11 +1,8 @@
-// The library's own arithmetic must give the same bits on x86-64 and AArch64.
-// Each case feeds fixed inputs to one group of kernels and compares every
-// output, floats printed as %a, with a golden file written on x86-64 and
-// committed. The inputs are exact binary values built from integers, so they
-// are the same on every machine. OpenCV's own results enter only as integer
-// counts and a rounded estimate (FeaturePair).
-// Regenerate with QLM_UPDATE_GOLDEN=1 only after a deliberate change of the
-// arithmetic, and review the diff.
+// The library's own arithmetic must give the same bits on x86-64 and AArch64. Each case feeds fixed inputs to
+// one group of kernels and compares every output, floats printed as %a, with a golden file written on x86-64
+// and committed. The inputs are exact binary values built from integers, so they are the same on every machine.
+// OpenCV's own results enter only as integer counts and a rounded estimate (FeaturePair). Regenerate with
+// QLM_UPDATE_GOLDEN=1 only after a deliberate change of the arithmetic, and review the diff.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -63,8 +60,8 @@ struct GoldenText {
   }
 };
 
-// A 2000 x 1500 camera with an off-centre principal point, and a small
-// rotation about all three axes (rows of a near-orthonormal matrix).
+// A 2000 x 1500 camera with an off-centre principal point, and a small rotation about all three axes (rows of a
+// near-orthonormal matrix).
 constexpr int kWidth = 2000, kHeight = 1500;
 constexpr float kCamera[9] = {1600.0f, 0.0f, 1003.5f, 0.0f, 1590.0f, 748.25f, 0.0f, 0.0f, 1.0f};
 constexpr float kTargetCamera[9] = {1500.0f, 0.0f, 1010.0f, 0.0f, 1495.0f, 740.0f, 0.0f, 0.0f, 1.0f};
@@ -73,8 +70,8 @@ constexpr float kRotation[9] = {0.99984771f,  -0.01745241f, 0.00174524f, 0.01744
 const double kRotationD[9] = {0.99984771,  -0.01745241, 0.00174524, 0.01744975, 0.99983245,
                               0.00523596, -0.00183652, -0.00520461, 0.99998477};
 
-// A filter with a three-row polynomial table, a barrel radial model and
-// both placement transforms away from the identity.
+// A filter with a three-row polynomial table, a barrel radial model and both placement transforms away from the
+// identity.
 void Configure(CDistortionFilter& filter) {
   filter.rowCount = 3, filter.coefficientCount = 4, filter.referenceRadius = 1250.0f;
   const float polynomial[4] = {0.031f, -0.012f, 0.0043f, -0.0007f}, radial[3] = {-0.12f, 0.05f, -0.01f}, forward[3] = {3.25f, -2.5f, 1.0009765625f};
@@ -84,8 +81,7 @@ void Configure(CDistortionFilter& filter) {
   filter.SetSourceTransform(kWidth, kHeight, 1990, 1490, 0.995f);
 }
 
-// Points spread over the whole image, corners included, with quarter-pixel
-// fractions: exact in binary32.
+// Points spread over the whole image, corners included, with quarter-pixel fractions: exact in binary32.
 std::vector<float> ImagePoints() {
   std::vector<float> points = {0.0f, 0.0f, kWidth - 1.0f, 0.0f, 0.0f, kHeight - 1.0f, kWidth - 1.0f, kHeight - 1.0f};
   for (int i = 1; i <= 60; ++i) {
@@ -263,14 +259,11 @@ TEST(ArchitectureGolden, ResidueFit) {
   ExpectGolden(out.text, "golden/ResidueFit.golden");
 }
 
-// One pair through calibrationDetectPoint pins OpenCV's steps as the library
-// sets them up: ORB's FAST threshold and pyramid, the H_OTP warp's
-// interpolation and RANSAC's iteration limit. The scene's contrast is low
-// enough that the keypoint counts stay below ORB's caps. The second image
-// is the main one with its 7 x 7 tiles permuted, each by its own shift, and
-// H_OTP a half-pixel shift (exact in any arithmetic), so most good matches
-// are outliers to any one similarity and RANSAC runs to its limit. The
-// estimate is rounded to 1/100.
+// One pair through calibrationDetectPoint pins OpenCV's steps as the library sets them up: ORB's FAST threshold
+// and pyramid, the H_OTP warp's interpolation and RANSAC's iteration limit. The scene's contrast is low enough
+// that the keypoint counts stay below ORB's caps. The second image is the main one with its 7 x 7 tiles
+// permuted, each by its own shift, and H_OTP a half-pixel shift (exact in any arithmetic), so most good matches
+// are outliers to any one similarity and RANSAC runs to its limit. The estimate is rounded to 1/100.
 TEST(ArchitectureGolden, FeaturePair) {
   cv::Mat scene, second;
   RenderTexturedScene(cv::Size(1000, 1000), 7).convertTo(scene, CV_8U, 0.1875, 112.0);
