@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-// Little-endian binary32 fields and one byte at fixed offsets, read and
-// written at any address; the count's writer touches its own byte only.
+// Little-endian binary32 fields and one byte at fixed offsets, read and written at any address; the count's
+// writer touches its own byte only.
 TEST(CalibrationRecord, FieldsAtTheirOffsetsAtAnyAddress) {
   const uint8_t offsetX[] = {0x00, 0x00, 0x7A, 0x43};  // 250.0f
   const uint8_t hOtp[] = {0x00, 0x00, 0x80, 0x3F, 0x00, 0x00, 0x00, 0x40, 0x00, 0x00, 0x40, 0x40,

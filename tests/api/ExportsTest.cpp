@@ -1,12 +1,11 @@
-// The built shared library driven as a factory tool drives it: loaded with
-// dlopen, called through the four mangled symbols, judged by its codes, its
-// files, its printed text and the result records it hands back.
+// The built shared library driven as a factory tool drives it: loaded with dlopen, called through the four
+// mangled symbols, judged by its codes, its files, its printed text and the result records it hands back.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "api/CalibrationRecord.h"
@@ -18,8 +17,8 @@ using namespace testing::internal;
 
 namespace {
 
-// The library loaded afresh (its globals constructed anew) and its four
-// entry points looked up by their mangled names.
+// The library loaded afresh (its globals constructed anew) and its four entry points looked up by their mangled
+// names.
 struct Library {
   void* handle = dlopen(QLM_SERVICE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
   int (*version)() = reinterpret_cast<int (*)()>(Symbol("_Z21QLM_Get_Calib_Vertionv"));
@@ -46,18 +45,13 @@ std::string Bytes(const CalibrationRecord& record) {
   return std::string(reinterpret_cast<const char*>(record.bytes), kCalibrationRecordSize);
 }
 
-// Records compared byte for byte; a failure names the first differing byte.
-testing::AssertionResult SameBytes(const std::string& actual, const std::string& expected) {
-  if (actual == expected) return testing::AssertionSuccess();
-  const auto differ = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end());
-  return testing::AssertionFailure() << "records differ from byte " << differ.first - actual.begin();
-}
+// Records compared byte for byte (EXPECT_EQ would print 15 kB twice).
+bool SameBytes(const std::string& actual, const std::string& expected) { return actual == expected; }
 
 // The engine's section, every parameter at its default but these, written to path; returns the text.
 std::string WriteParameterFile(const std::string& path, int32_t keypoints, int32_t scaleHundredths = 0) {
   auto engine = std::make_unique<dualCalibration>();
-  engine->m_nFeaturePointsNumThreshold = keypoints;
-  engine->m_nHomographyConstraintScale = scaleHundredths;
+  engine->m_nFeaturePointsNumThreshold = keypoints, engine->m_nHomographyConstraintScale = scaleHundredths;
   EXPECT_EQ(SaveParametersToFile(*engine, path.c_str()), 1);
   return ReadFile(path);
 }
@@ -73,13 +67,11 @@ class Exports : public testing::Test {
 
   template <typename Call>
   Captured Capture(Call call) {
-    Captured captured;
     CaptureStdout();
     CaptureStderr();
-    captured.rv = call();
-    captured.log = StripAndroidLogPrefixes(GetCapturedStderr());
-    captured.out = GetCapturedStdout();
-    return captured;
+    const int rv = call();
+    const std::string log = StripAndroidLogPrefixes(GetCapturedStderr());
+    return Captured{rv, GetCapturedStdout(), log};
   }
   Captured Init(std::string params, std::string record, CalibrationRecord memory) {
     return Capture([&] {
@@ -123,9 +115,7 @@ TEST_F(Exports, InitLoadsTheRunAndTheSelectorPicksTheRecord) {
   const CalibrationRecord fileRecord = PatternRecord(3), memoryRecord = PatternRecord(5);
   WriteFile(dir.File("record.bin"), Bytes(fileRecord));
   const Captured init = Init(dir.File("params.txt"), dir.File("record.bin"), memoryRecord);
-  EXPECT_EQ(init.rv, 1);
-  EXPECT_EQ(init.out, "");
-  EXPECT_EQ(init.log, "Tarnweather I QLM LOG:QLM_Calib_INIT= 1  \n\n");
+  EXPECT_EQ(std::tie(init.rv, init.out, init.log), std::make_tuple(1, "", "Tarnweather I QLM LOG:QLM_Calib_INIT= 1  \n\n"));
   EXPECT_EQ(LogFile(), "QLM_Calib_INIT...   \n");
   EXPECT_EQ(ReadFile(dir.File("defaultParameters.txt")), params);
   EXPECT_TRUE(SameBytes(Result(), Bytes(CalibrationRecord{})));
@@ -135,8 +125,7 @@ TEST_F(Exports, InitLoadsTheRunAndTheSelectorPicksTheRecord) {
 
   // A record file that cannot be opened: -2, the caller record still copied.
   const Captured missing = Init(dir.File("params.txt"), dir.File("missing.bin"), PatternRecord(7));
-  EXPECT_EQ(missing.rv, -2);
-  EXPECT_EQ(missing.log, "Tarnweather I QLM LOG:QLM_Calib_INIT= -2  \n\n");
+  EXPECT_EQ(std::tie(missing.rv, missing.log), std::make_tuple(-2, "Tarnweather I QLM LOG:QLM_Calib_INIT= -2  \n\n"));
   EXPECT_TRUE(SameBytes(ResultOfBlackPair(1), Bytes(fileRecord)));
   EXPECT_TRUE(SameBytes(ResultOfBlackPair(0), Bytes(PatternRecord(7))));
 
@@ -150,9 +139,9 @@ TEST_F(Exports, InitLoadsTheRunAndTheSelectorPicksTheRecord) {
 TEST_F(Exports, FailedParametersKeepTheRecordsAndSaveTheValuesInForce) {
   const std::string missing = dir.File("missing.txt");
   const Captured first = Init(missing, missing, PatternRecord(5));
-  EXPECT_EQ(first.rv, -1);
-  EXPECT_EQ(first.out, "Open file " + missing + " fail!!! errcode=0\n");
-  EXPECT_EQ(first.log, "Tarnweather I Load calibration parameter ERROR !!!\nTarnweather I QLM LOG:QLM_Calib_INIT= -1  \n\n");
+  EXPECT_EQ(std::tie(first.rv, first.out, first.log),
+            std::make_tuple(-1, "Open file " + missing + " fail!!! errcode=0\n",
+                            "Tarnweather I Load calibration parameter ERROR !!!\nTarnweather I QLM LOG:QLM_Calib_INIT= -1  \n\n"));
   ExpectGolden(ReadFile(dir.File("defaultParameters.txt")), "dualCalibration/default_section.golden");
 
   WriteFile(dir.File("partial.txt"), "\nParameterList\nbSaveDebugInfo=1;\nnHomographyConstraintScale=7;\nnot a line\n");
@@ -164,8 +153,8 @@ TEST_F(Exports, FailedParametersKeepTheRecordsAndSaveTheValuesInForce) {
   EXPECT_TRUE(SameBytes(Result(), Bytes(CalibrationRecord{})));
 }
 
-// Null images and sides outside 1000..10000 leave the result record; sides
-// at the ends of the range are processed.
+// Null images and sides outside 1000..10000 leave the result record; sides at the ends of the range are
+// processed.
 TEST_F(Exports, ArgumentChecksAnswerMinus4AndMinus5AndLeaveTheResult) {
   WriteParameterFile(dir.File("params.txt"), 1);
   WriteFile(dir.File("record.bin"), Bytes(PatternRecord(3)));
@@ -192,8 +181,7 @@ TEST_F(Exports, ArgumentChecksAnswerMinus4AndMinus5AndLeaveTheResult) {
     ASSERT_TRUE(SameBytes(ResultOfBlackPair(0), Bytes(PatternRecord(5))));
     WriteFile(dir.File("log.txt"), "");
     const Captured call = Process(c.mainImg, c.secondImg, c.w1, c.h1, c.w2, c.h2, 1);
-    EXPECT_EQ(call.rv, c.rv);
-    EXPECT_EQ(call.out, c.printed);
+    EXPECT_EQ(std::tie(call.rv, call.out), std::tie(c.rv, c.printed));
     EXPECT_EQ(c.rv ? call.log : call.log.substr(0, 48), "Tarnweather I QLM LOG:calibrationDetectPoint  \n\n");
     EXPECT_TRUE(SameBytes(Result(), Bytes(PatternRecord(c.rv ? 5 : 3))));
     EXPECT_EQ(LogFile(), "rv=" + std::to_string(c.rv) + "  \ng_dualCalib.mImgPairsIdx=0  \n");

@@ -9,25 +9,20 @@
 
 namespace {
 
-// Radius tables of random radial models (barrel, pincushion, and ones that
-// fold back, which are not bisectable), scaled so that the upper end lies
-// anywhere from 1e-20 to 1e4.
+// Radius tables of random radial models (barrel, pincushion, and ones that fold back, which are not
+// bisectable), scaled so that the upper end lies anywhere from 1e-20 to 1e4.
 CurveTable RandomRadiusTable(std::mt19937& random) {
-  std::uniform_real_distribution<float> k(-0.5f, 0.5f);
-  std::uniform_real_distribution<float> exponent(-20.0f, 4.0f);
-  const float k1 = k(random), k2 = k(random), k3 = k(random);
-  const float reach = std::pow(10.0f, exponent(random));
+  std::uniform_real_distribution<float> k(-0.5f, 0.5f), exponent(-20.0f, 4.0f);
+  const float k1 = k(random), k2 = k(random), k3 = k(random), reach = std::pow(10.0f, exponent(random));
   CurveTable xs{};
   for (int i = 0; i < kCurveSize; ++i) {
-    const float r = 1.5f * static_cast<float>(i) / kCurveSize;
-    const float r2 = r * r;
+    const float r = 1.5f * static_cast<float>(i) / kCurveSize, r2 = r * r;
     xs[i] = reach * r * (1.0f + k1 * r2 + k2 * r2 * r2 + k3 * r2 * r2 * r2);
   }
   return xs;
 }
 
-// The values where a bracket can change: every entry, its neighbouring
-// floats, the midpoints, and NaN.
+// The values where a bracket can change: every entry, its neighbouring floats, the midpoints, and NaN.
 std::vector<float> ProbesOf(const CurveTable& xs) {
   std::vector<float> probes{std::numeric_limits<float>::quiet_NaN()};
   const float inf = std::numeric_limits<float>::infinity();
@@ -45,12 +40,8 @@ TEST(CurveBracket, BisectionFindsTheScansIntervalOnEveryBisectableTable) {
   int bisectable = 0, refused = 0;
   for (int trial = 0; trial < 200; ++trial) {
     const CurveTable xs = RandomRadiusTable(random);
-    if (!Bisectable(xs)) {
-      ++refused;
-      continue;
-    }
-    ++bisectable;
-    for (const float x : ProbesOf(xs)) {
+    ++(Bisectable(xs) ? bisectable : refused);
+    for (const float x : Bisectable(xs) ? ProbesOf(xs) : std::vector<float>()) {
       ASSERT_EQ(BisectBracket(xs, x), FirstBracket(xs, x, kCurveSize)) << trial << " " << x;
       ASSERT_EQ(BisectBracket(xs, x), FirstBracket(xs, x, kCurveSize - 1)) << trial << " " << x;
     }
@@ -59,23 +50,17 @@ TEST(CurveBracket, BisectionFindsTheScansIntervalOnEveryBisectableTable) {
   EXPECT_GT(refused, 20);
 }
 
-// Tables the scan answers differently from bisection: a product of two
-// positive differences that rounds to zero brackets early; a repeated entry
-// and a fold make the order wrong.
+// Tables the scan answers differently from bisection: a product of two positive differences that rounds to zero
+// brackets early; a repeated entry and a fold make the order wrong.
 TEST(CurveBracket, RefusesTablesWhereTheScanDiffers) {
-  CurveTable tiny{};
-  for (int i = 0; i < kCurveSize; ++i) tiny[i] = 1e-30f * static_cast<float>(i);
-  EXPECT_FALSE(Bisectable(tiny));
+  CurveTable tiny{}, even{};
+  for (int i = 0; i < kCurveSize; ++i) tiny[i] = 1e-30f * static_cast<float>(i), even[i] = static_cast<float>(i);
   EXPECT_EQ(FirstBracket(tiny, tiny[500], kCurveSize), 0);  // (5e-28 * 4.99e-28) rounds to 0
-  CurveTable flat = tiny, folded = tiny;
-  for (int i = 0; i < kCurveSize; ++i) flat[i] = folded[i] = static_cast<float>(i);
+  CurveTable flat = even, folded = even;
   flat[300] = flat[299];
   folded[700] = 10.0f;
-  EXPECT_FALSE(Bisectable(flat));
-  EXPECT_FALSE(Bisectable(folded));
-  CurveTable even = flat;
-  even[300] = 300.0f;
-  EXPECT_TRUE(Bisectable(even));
+  EXPECT_EQ(std::vector<bool>({Bisectable(tiny), Bisectable(flat), Bisectable(folded), Bisectable(even)}),
+            std::vector<bool>({false, false, false, true}));
 }
 
 }  // namespace

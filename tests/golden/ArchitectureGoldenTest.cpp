@@ -1,11 +1,8 @@
-// The library's own arithmetic must give the same bits on x86-64 and AArch64.
-// Each case feeds fixed inputs to one group of kernels and compares every
-// output, floats printed as %a, with a golden file written on x86-64 and
-// committed. The inputs are exact binary values built from integers, so they
-// are the same on every machine. OpenCV's own results enter only as integer
-// counts and a rounded estimate (FeaturePair).
-// Regenerate with QLM_UPDATE_GOLDEN=1 only after a deliberate change of the
-// arithmetic, and review the diff.
+// The library's own arithmetic must give the same bits on x86-64 and AArch64. Each case feeds fixed inputs to
+// one group of kernels and compares every output, floats printed as %a, with a golden file written on x86-64
+// and committed. The inputs are exact binary values built from integers, so they are the same on every machine.
+// OpenCV's own results enter only as integer counts and a rounded estimate (FeaturePair). Regenerate with
+// QLM_UPDATE_GOLDEN=1 only after a deliberate change of the arithmetic, and review the diff.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -53,23 +50,18 @@ struct GoldenText {
     }
   }
   void Points(const std::string& label, const std::vector<cv::Point2f>& points) {
-    for (size_t i = 0; i < points.size(); ++i) {
-      Float(label + "[" + std::to_string(i) + "].x", points[i].x);
-      Float(label + "[" + std::to_string(i) + "].y", points[i].y);
-    }
+    for (size_t i = 0; i < points.size(); ++i) Float(label + "[" + std::to_string(i) + "].x", points[i].x), Float(label + "[" + std::to_string(i) + "].y", points[i].y);
   }
   void Matrix(const std::string& label, const cv::Mat& matrix) {
     cv::Mat values;
     matrix.convertTo(values, CV_64F);
-    for (int i = 0; i < values.rows * values.cols; ++i) {
-      const int r = i / values.cols, c = i % values.cols;
-      Float(label + "(" + std::to_string(r) + "," + std::to_string(c) + ")", values.at<double>(r, c));
-    }
+    for (int i = 0; i < values.rows * values.cols; ++i)
+      Float(label + "(" + std::to_string(i / values.cols) + "," + std::to_string(i % values.cols) + ")", values.at<double>(i / values.cols, i % values.cols));
   }
 };
 
-// A 2000 x 1500 camera with an off-centre principal point, and a small
-// rotation about all three axes (rows of a near-orthonormal matrix).
+// A 2000 x 1500 camera with an off-centre principal point, and a small rotation about all three axes (rows of a
+// near-orthonormal matrix).
 constexpr int kWidth = 2000, kHeight = 1500;
 constexpr float kCamera[9] = {1600.0f, 0.0f, 1003.5f, 0.0f, 1590.0f, 748.25f, 0.0f, 0.0f, 1.0f};
 constexpr float kTargetCamera[9] = {1500.0f, 0.0f, 1010.0f, 0.0f, 1495.0f, 740.0f, 0.0f, 0.0f, 1.0f};
@@ -78,23 +70,18 @@ constexpr float kRotation[9] = {0.99984771f,  -0.01745241f, 0.00174524f, 0.01744
 const double kRotationD[9] = {0.99984771,  -0.01745241, 0.00174524, 0.01744975, 0.99983245,
                               0.00523596, -0.00183652, -0.00520461, 0.99998477};
 
-// A filter with a three-row polynomial table, a barrel radial model and
-// both placement transforms away from the identity.
+// A filter with a three-row polynomial table, a barrel radial model and both placement transforms away from the
+// identity.
 void Configure(CDistortionFilter& filter) {
-  filter.rowCount = 3;
-  filter.coefficientCount = 4;
-  filter.referenceRadius = 1250.0f;
-  const float polynomial[4] = {0.031f, -0.012f, 0.0043f, -0.0007f};
+  filter.rowCount = 3, filter.coefficientCount = 4, filter.referenceRadius = 1250.0f;
+  const float polynomial[4] = {0.031f, -0.012f, 0.0043f, -0.0007f}, radial[3] = {-0.12f, 0.05f, -0.01f}, forward[3] = {3.25f, -2.5f, 1.0009765625f};
   std::copy(polynomial, polynomial + 4, filter.currentPolynomial);
-  const float radial[3] = {-0.12f, 0.05f, -0.01f};
   std::copy(radial, radial + 3, filter.radialCoefficients);
-  const float forward[3] = {3.25f, -2.5f, 1.0009765625f};
   std::copy(forward, forward + 3, filter.forwardTransform);
   filter.SetSourceTransform(kWidth, kHeight, 1990, 1490, 0.995f);
 }
 
-// Points spread over the whole image, corners included, with quarter-pixel
-// fractions: exact in binary32.
+// Points spread over the whole image, corners included, with quarter-pixel fractions: exact in binary32.
 std::vector<float> ImagePoints() {
   std::vector<float> points = {0.0f, 0.0f, kWidth - 1.0f, 0.0f, 0.0f, kHeight - 1.0f, kWidth - 1.0f, kHeight - 1.0f};
   for (int i = 1; i <= 60; ++i) {
@@ -123,8 +110,11 @@ TEST(ArchitectureGolden, Curves) {
   CDistortionFilter filter;
   Configure(filter);
   CurveTable radialRadius{}, radialScale{}, polyRadius{}, polyScale{};
+  for (CurveTable* table : {&radialRadius, &radialScale, &polyRadius, &polyScale}) table->back() = -1.0f;
   filter.BuildCurveFromRadialModel(kCamera, radialRadius, radialScale, kWidth, kHeight);
   filter.BuildCurveFromPolynomial(polyRadius, polyScale, kWidth, kHeight);
+  // The slack entry after the last node is 0 in every table.
+  EXPECT_EQ(std::vector<float>({radialRadius.back(), radialScale.back(), polyRadius.back(), polyScale.back()}), std::vector<float>(4, 0.0f));
   GoldenText out;
   out.Floats("radialRadius", radialRadius.data(), kCurveSize);
   out.Floats("radialScale", radialScale.data(), kCurveSize);
@@ -178,9 +168,7 @@ TEST(ArchitectureGolden, YuvWarpRadial) {
   float zoom = 0.0f;
   filter.WarpYuvImageRadial(source.Image(), target.Image(), kSourceCamera, kWarpTargetCamera, kRotation, &zoom);
   GoldenText out;
-  out.Float("zoom", zoom);
-  out.Bytes("luma", target.luma);
-  out.Bytes("chroma", target.chroma);
+  out.Float("zoom", zoom), out.Bytes("luma", target.luma), out.Bytes("chroma", target.chroma);
   ExpectGolden(out.text, "golden/YuvWarpRadial.golden");
 }
 
@@ -226,8 +214,7 @@ TEST(ArchitectureGolden, CornerMatching) {
   out.Int("reversedResult", engine.matchCornerOrder(main, reversed, matched1, matched2));
   out.Int("crowdedResult", engine.matchCornerOrder(crowded, main, matched1, matched2));
   out.text += "stdout: " + testing::internal::GetCapturedStdout() + "\n";
-  out.Points("matched1", matched1);
-  out.Points("matched2", matched2);
+  out.Points("matched1", matched1), out.Points("matched2", matched2);
   ExpectGolden(out.text, "golden/CornerMatching.golden");
 }
 
@@ -255,9 +242,7 @@ TEST(ArchitectureGolden, ResidueFit) {
   dualCalibration::SecondCameraFilter().ResetDistortion();
   const double k1[9] = {1650.5, 0.0, 1001.25, 0.0, 1648.75, 751.5, 0.0, 0.0, 1.0};
   const double k2[9] = {1490.25, 0.0, 902.5, 0.0, 1489.5, 676.75, 0.0, 0.0, 1.0};
-  engine.K1 = Matrix3x3(k1);
-  engine.K2 = Matrix3x3(k2);
-  engine.R = Matrix3x3(kRotationD);
+  engine.K1 = Matrix3x3(k1), engine.K2 = Matrix3x3(k2), engine.R = Matrix3x3(kRotationD);
   const int32_t sizes[4] = {2000, 1500, 1800, 1350};
   std::copy(sizes, sizes + 4, engine.chartImageSizes);
   for (int view = 0; view < 4; ++view) {
@@ -269,20 +254,16 @@ TEST(ArchitectureGolden, ResidueFit) {
   engine.computeResidue();
   GoldenText out;
   out.text = "stdout: " + testing::internal::GetCapturedStdout() + "\n";
-  out.Float("m_residueScale", engine.m_residueScale);
-  out.Float("m_residueOffsetY", engine.m_residueOffsetY);
+  out.Float("m_residueScale", engine.m_residueScale), out.Float("m_residueOffsetY", engine.m_residueOffsetY);
   out.Matrix("mResidueMatrix", engine.mResidueMatrix);
   ExpectGolden(out.text, "golden/ResidueFit.golden");
 }
 
-// One pair through calibrationDetectPoint pins OpenCV's steps as the library
-// sets them up: ORB's FAST threshold and pyramid, the H_OTP warp's
-// interpolation and RANSAC's iteration limit. The scene's contrast is low
-// enough that the keypoint counts stay below ORB's caps. The second image
-// is the main one with its 7 x 7 tiles permuted, each by its own shift, and
-// H_OTP a half-pixel shift (exact in any arithmetic), so most good matches
-// are outliers to any one similarity and RANSAC runs to its limit. The
-// estimate is rounded to 1/100.
+// One pair through calibrationDetectPoint pins OpenCV's steps as the library sets them up: ORB's FAST threshold
+// and pyramid, the H_OTP warp's interpolation and RANSAC's iteration limit. The scene's contrast is low enough
+// that the keypoint counts stay below ORB's caps. The second image is the main one with its 7 x 7 tiles
+// permuted, each by its own shift, and H_OTP a half-pixel shift (exact in any arithmetic), so most good matches
+// are outliers to any one similarity and RANSAC runs to its limit. The estimate is rounded to 1/100.
 TEST(ArchitectureGolden, FeaturePair) {
   cv::Mat scene, second;
   RenderTexturedScene(cv::Size(1000, 1000), 7).convertTo(scene, CV_8U, 0.1875, 112.0);
@@ -297,13 +278,10 @@ TEST(ArchitectureGolden, FeaturePair) {
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   const int rv = engine->calibrationDetectPoint(scene.data, second.data, 1000, 1000, 1000, 1000, &report);
-  testing::internal::GetCapturedStderr();
-  testing::internal::GetCapturedStdout();
+  testing::internal::GetCapturedStderr(), testing::internal::GetCapturedStdout();
   ASSERT_EQ(report.estimate.size(), cv::Size(3, 2));
   GoldenText out;
-  out.Int("rv", rv);
-  out.Int("keypoints1", report.keypoints1);
-  out.Int("keypoints2", report.keypoints2);
+  out.Int("rv", rv), out.Int("keypoints1", report.keypoints1), out.Int("keypoints2", report.keypoints2);
   out.Int("goodMatches", report.goodMatches);
   for (int i = 0; i < 6; ++i) {
     const std::string index = "(" + std::to_string(i / 3) + "," + std::to_string(i % 3) + ")";

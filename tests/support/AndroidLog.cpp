@@ -19,7 +19,7 @@ std::string StripAndroidLogPrefixes(const std::string& stderrText) {
   return stripped;
 }
 
-std::string LibraryLogLines(std::initializer_list<std::string> messages) {
+std::string LibraryLogLines(const std::vector<std::string>& messages) {
   std::string text;
   for (const std::string& message : messages) text += "Tarnweather I QLM LOG:" + message + "\n";
   return text;

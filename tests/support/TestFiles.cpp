@@ -75,8 +75,3 @@ void ExpectGolden(const std::string& actual, const std::string& relativePath) {
   }
   ADD_FAILURE() << relativePath << ": first difference at line " << first + 1 << "\n" << out.str();
 }
-
-uint64_t Fnv1a(const void* data, size_t size, uint64_t hash) {
-  for (size_t i = 0; i < size; ++i) hash = (hash ^ static_cast<const uint8_t*>(data)[i]) * 1099511628211ull;
-  return hash;
-}

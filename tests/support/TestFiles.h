@@ -1,6 +1,5 @@
-// File helpers shared by the tests: a fresh temporary directory that is also
-// the library's pictures directory, whole-file reads and writes, and golden
-// text comparison.
+// File helpers shared by the tests: a fresh temporary directory that is also the library's pictures directory,
+// whole-file reads and writes, and golden text comparison.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,8 +10,8 @@
 #include <functional>
 #include <string>
 
-// Creates a fresh directory under the system's temporary folder, points
-// QLM_PICTURES_DIR at it, and removes it with its files when destroyed.
+// Creates a fresh directory under the system's temporary folder, points QLM_PICTURES_DIR at it, and removes it
+// with its files when destroyed.
 class TempDir {
  public:
   TempDir();
@@ -44,11 +43,6 @@ std::string PrintedWhileLoading(Filter& filter, const std::string& text, bool lo
   return testing::internal::GetCapturedStdout();
 }
 
-// Compares actual with tests/data/<relativePath>; on a difference the
-// failure shows the first differing line with its neighbours. With
-// QLM_UPDATE_GOLDEN=1 in the environment the file is rewritten instead.
+// Compares actual with tests/data/<relativePath>; on a difference the failure shows the first differing line
+// with its neighbours. With QLM_UPDATE_GOLDEN=1 in the environment the file is rewritten instead.
 void ExpectGolden(const std::string& actual, const std::string& relativePath);
-
-// FNV-1a over size bytes, continuing from hash: pins exact bytes (such as
-// float results that must match on every platform) in one literal.
-uint64_t Fnv1a(const void* data, size_t size, uint64_t hash = 14695981039346656037ull);

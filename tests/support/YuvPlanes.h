@@ -6,8 +6,8 @@
 
 #include "distortion/CDistortionFilter.h"
 
-// A 4:2:0 image with its planes sized exactly as the source samplers read
-// them, or as a warp writes them (target), so any stray access is caught.
+// A 4:2:0 image with its planes sized exactly as the source samplers read them, or as a warp writes them
+// (target), so any stray access is caught.
 struct YuvPlanes {
   int width = 0, height = 0;
   std::vector<uint8_t> luma, chroma;
@@ -15,6 +15,6 @@ struct YuvPlanes {
   YuvImage Image();
 };
 
-// Planes of exactly the bytes a warp writes into a target of this size
-// (WarpLumaBytes, WarpChromaBytes), every byte set to fill.
+// Planes of exactly the bytes a warp writes into a target of this size (WarpLumaBytes, WarpChromaBytes), every
+// byte set to fill.
 YuvPlanes WarpTarget(int width, int height, uint8_t fill);
