@@ -75,3 +75,9 @@ void ExpectGolden(const std::string& actual, const std::string& relativePath) {
   }
   ADD_FAILURE() << relativePath << ": first difference at line " << first + 1 << "\n" << out.str();
 }
+
+uint64_t Fnv1a(const void* data, size_t size) {
+  uint64_t hash = 14695981039346656037ull;
+  for (size_t i = 0; i < size; ++i) hash = (hash ^ static_cast<const uint8_t*>(data)[i]) * 1099511628211ull;
+  return hash;
+}

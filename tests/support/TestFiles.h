@@ -46,3 +46,6 @@ std::string PrintedWhileLoading(Filter& filter, const std::string& text, bool lo
 // Compares actual with tests/data/<relativePath>; on a difference the failure shows the first differing line
 // with its neighbours. With QLM_UPDATE_GOLDEN=1 in the environment the file is rewritten instead.
 void ExpectGolden(const std::string& actual, const std::string& relativePath);
+
+// FNV-1a over size bytes: pins exact bytes that must match on every platform in one literal.
+uint64_t Fnv1a(const void* data, size_t size);
