@@ -10,10 +10,13 @@ packages=(
   libcli11-dev nlohmann-json3-dev
 )
 
+# A package counts as installed in the native architecture or as an
+# architecture-independent one; the cross build's arm64 copies do not count.
+native=$(dpkg --print-architecture)
 missing=()
 for package in "${packages[@]}"; do
-  status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
-  [[ "$status" == "install ok installed" ]] || missing+=("$package")
+  status=$(dpkg-query -W -f='${Status} ${Architecture}\n' "$package" 2>/dev/null || true)
+  grep -qE "^install ok installed ($native|all)\$" <<<"$status" || missing+=("$package")
 done
 
 if [[ ${#missing[@]} -eq 0 ]]; then
