@@ -102,11 +102,8 @@ std::string TableText(double c1) { return "3 1\n0 100 0 0 0\n0 200 0 " + std::to
 
 }  // namespace
 
-// One run over eight pairs with the debug switch, into lists an earlier run
-// left filled. The mono stage is cv::calibrateCamera with 30 iterations or a
-// change below DBL_EPSILON, the stereo stage cv::stereoCalibrate from the
-// mono camera matrices without distortion with 100 iterations or a change
-// below 1e-5: the same calls here give the same bits.
+// Eight pairs with the debug switch, into lists an earlier run left filled. The same OpenCV calls with the stages'
+// flags and criteria give the same bits.
 TEST(ChartDriver, CalibratesEightRenderedPairs) {
   TempDir dir;
   auto engine = ChartEngine();
@@ -147,8 +144,7 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   // The deviations in the order fx, fy, cx, cy, k1, k2, k3, p1, p2 from OpenCV's k1, k2, p1, p2, k3.
   for (int i = 0; i < 9; ++i) EXPECT_EQ(summary.mono2.stdDev[i], engine->mMonoStdDev2.at<double>("012345867"[i] - '0'));
 
-  // Rectification: the horizontal baseline in P2, the angles of R1 and R2 in
-  // the file; the second set is a copy of the first.
+  // Rectification: the horizontal baseline in P2, the angles of R1 and R2 in the file; the second set is a copy.
   EXPECT_GT(std::fabs(engine->P2.at<double>(0, 3)), 10.0 * std::fabs(engine->P2.at<double>(1, 3)));
   float x, y, z;
   engine->rotationToEulerAngles(engine->R2, x, y, z);
@@ -168,8 +164,8 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   // Written before the copy, the first file's k4_2..k6_2 lines follow the second set's earlier D2.
   EXPECT_EQ(ReadFile(dir.File("calibrationResult_mtk.txt")).rfind(main.substr(0, main.find("second camera dist")), 0), 0u);
 
-  // The tables undistort views 0 to 3 only and the summary counts the two
-  // left uncorrected; a rerun without views 0 and 5 keeps the rest as they were.
+  // The tables undistort views 0 to 3 only and the summary counts the two left; a rerun without views 0 and 5 keeps
+  // the rest as they were.
   WriteFile(dir.File("main.txt"), TableText(0.0));
   WriteFile(dir.File("second.txt"), TableText(0.004));
   const std::string mainTable = dir.File("main.txt"), secondTable = dir.File("second.txt");
@@ -196,11 +192,8 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   EXPECT_EQ(tables->mImagePoints2, decltype(undistorted)(undistorted.begin() + 1, undistorted.end() - 1));
 }
 
-// Unusable input, pairs without the board in both images, too few views,
-// tables that do not load or undistort, and an OpenCV error (every object
-// point at the origin) each stop the run with their stage and message.
-// progress: per pair V (a view), Q (turned away by the quick check of the
-// second image), N (not found by the full search).
+// Each failure stops the run with its stage and message (square size 0: an OpenCV error). progress per pair: V a view,
+// Q turned away by the quick check of the second image, N not found by the full search.
 TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
   TempDir dir;
   WriteFile(dir.File("flat.txt"), TableText(0.0));
@@ -262,11 +255,9 @@ TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
   }
 }
 
-// A phone at a close-range fixture: a wide main camera and a 1.5x narrower
-// second camera 12 mm apart, a chart of 5 mm squares at 7 to 12 cm, tilted by
-// up to 45 degrees and turned by up to 180. The views differ in perspective
-// by several degrees, which the nearest pairing does not survive. The grid
-// run is held to limits the rig cannot meet: the stage warns, logs and succeeds.
+// A phone at a close-range fixture (cameras 12 mm apart, 5 mm squares at 7 to 12 cm, tilts up to 45 degrees, turns
+// up to 180): the views differ in perspective too much for the nearest pairing. The grid run is held to limits the rig
+// cannot meet: the stage warns, logs and succeeds.
 TEST(ChartDriver, GridPairingHoldsOnAPhoneRigWhereNearestPairingFails) {
   TempDir dir;
   ChessboardLayout layout;
