@@ -64,8 +64,7 @@ ChartSummary RunDriver(dualCalibration& engine, const ImagePairs& pairs, ChartRu
   return summary;
 }
 
-// Against the rig: stereo RMS below 0.2 px, T within 0.5% of |T|, angles of R
-// within 0.05 degrees, focal lengths within 0.5%.
+// Against the rig: stereo RMS below 0.2 px, T within 0.5% of |T|, angles of R within 0.05 degrees, focal lengths 0.5%.
 void ExpectAccurate(const ChartSummary& s, const dualCalibration& engine, const StereoRig& rig) {
   EXPECT_LT(s.stereoRms, 0.2);
   EXPECT_LT(cv::norm(s.T - rig.T), 0.005 * cv::norm(rig.T)) << s.T;

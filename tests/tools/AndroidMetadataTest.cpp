@@ -1,6 +1,5 @@
-// The metadata against the camera2 conventions: R and T rebuilt with the
-// documented quaternion matrix and p_camera = R * (p - t) match the
-// calibration.
+// The metadata against the camera2 conventions: R and T rebuilt with the documented quaternion matrix and
+// p_camera = R * (p - t) match the calibration.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -25,9 +24,8 @@ cv::Vec3d Vector(const nlohmann::json& v) { return {v[0].get<double>(), v[1].get
 
 }  // namespace
 
-// Round trips in double arithmetic through a quaternion and back: 1e-9 for
-// rotations, 1e-6 m for translations. T is in squares of 25 units of 24.5 mm
-// each, or without a square size in millimetres.
+// Round trips in double arithmetic through a quaternion and back: 1e-9 for rotations, 1e-6 m for translations. T is
+// in squares of 25 units of 24.5 mm each, or without a square size in millimetres.
 TEST(AndroidMetadata, RoundTripOfRAndTForEverySensorOrientation) {
   const StereoRig rig = ExampleStereoRig({2000, 1500}, {2000, 1500});
   auto engine = std::make_unique<dualCalibration>();

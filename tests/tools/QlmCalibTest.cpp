@@ -186,22 +186,19 @@ TEST_F(QlmCalib, WarpYuvZoomsAndKeepsFrameOrder) {
 // Each "$ " line of tools/BadInputs.golden runs with $DATA and $TMP filled in; its exit status and last line printed
 // follow it. No run leaves a file behind.
 TEST_F(QlmCalib, BadInputsGiveOneMessageAndLeaveNoFile) {
-  WriteFile(Path("garbage.png"), "not an image");
-  WriteFile(Path("short.bin"), "tiny");
-  // A PNG header of 30000x30000 and nothing else.
-  WriteFile(Path("huge.png"), std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\x75\x30\0\0\x75\x30\x08\0\0\0\0", 29));
+  fs::create_directories(Path("pics-bad/log.txt")), fs::create_directories(Path("only-main"));
+  fs::create_directories(Path("only-second"));
+  const std::pair<const char*, std::string> files[] = {
+      {"garbage.png", "not an image"},
+      {"short.bin", "tiny"},
+      {"huge.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\x75\x30\0\0\x75\x30\x08\0\0\0\0", 29)},  // 30000x30000
+      {"only-main/b_main.png", ""},     {"only-second/b_second.png", ""},     {"two-lines.txt", "m1.png s1.png\nm2.png\n"},
+      {"three.txt", "m1.png s1.png extra.png\n"}, {"comment.txt", "# nothing\n"}, {"big.txt", std::string((1 << 20) + 1, 'x')}};
+  for (const auto& [name, text] : files) WriteFile(Path(name), text);
   ASSERT_TRUE(cv::imwrite(Path("a.png"), cv::Mat(30, 50, CV_8UC1, cv::Scalar(1))));
   ASSERT_TRUE(cv::imwrite(Path("b.png"), cv::Mat(30, 40, CV_8UC1, cv::Scalar(1))));
   ASSERT_TRUE(cv::imwrite(Path("narrow.png"), cv::Mat(1000, 999, CV_8UC1, cv::Scalar(9))));
   ASSERT_TRUE(cv::imwrite(Path("deep.png"), cv::Mat(1000, 1000, CV_16UC1, cv::Scalar(1000))));
-  fs::create_directories(Path("pics-bad/log.txt"));
-  fs::create_directories(Path("only-main")), fs::create_directories(Path("only-second"));
-  WriteFile(Path("only-main/b_main.png"), "");
-  WriteFile(Path("only-second/b_second.png"), "");
-  WriteFile(Path("two-lines.txt"), "m1.png s1.png\nm2.png\n");
-  WriteFile(Path("three.txt"), "m1.png s1.png extra.png\n");
-  WriteFile(Path("comment.txt"), "# nothing\n");
-  WriteFile(Path("big.txt"), std::string((1 << 20) + 1, 'x'));
   const std::set<std::string> before = FilesUnder(dir.Path());
   std::istringstream golden(ReadFile(std::string(QLM_TEST_DATA_DIR) + "/tools/BadInputs.golden"));
   std::string transcript;
