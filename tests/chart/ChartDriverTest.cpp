@@ -191,8 +191,8 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   EXPECT_EQ(tables->mImagePoints2, decltype(undistorted)(undistorted.begin() + 1, undistorted.end() - 1));
 }
 
-// Each failure stops the run with its stage and message (square size 0: an OpenCV error). progress per pair: V a view,
-// Q turned away by the quick check of the second image, N not found by the full search.
+// Each failure stops the run with the status, stage and message of chart/DriverFailures.golden (square size 0: an
+// OpenCV error). Progress per pair: V a view, Q turned away by the quick check of the second image, N not found.
 TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
   TempDir dir;
   WriteFile(dir.File("flat.txt"), TableText(0.0));
@@ -209,27 +209,20 @@ TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
     ImagePairs pairs;
     const char *mainTable, *secondTable;
     int32_t squareSize;
-    ChartStatus status;
-    const char *stage, *message, *progress;
   } cases[] = {
-      {{}, nullptr, nullptr, 25, kChartBadImages, "chart intake", "no chart image pair", ""},
-      {{good[0], {cv::Mat(), good[0].second}}, nullptr, nullptr, 25, kChartBadImages, "chart intake",
-       "chart pair 1 is not two 8-bit grey images", ""},
-      {{{good[0].first, colour}}, nullptr, nullptr, 25, kChartBadImages, "chart intake",
-       "chart pair 0 is not two 8-bit grey images", ""},
-      {{good[0], {good[0].first, cv::Mat::zeros(1000, 1500, CV_8UC1)}}, nullptr, nullptr, 25, kChartBadImages,
-       "chart intake", "chart pair 1 differs in size from pair 0", ""},
-      {good, nullptr, steep.c_str(), 25, kChartBadTables, "chart intake", "both distortion tables or none are needed", ""},
-      {{good[0], {empty, empty}, good[1], {good[2].first, faint}, {empty, good[2].second}}, nullptr, nullptr, 25,
-       kChartTooFewViews, "findImagePoints", "2 views found, 4 needed", "VQVQN"},
-      {good, missing.c_str(), flat.c_str(), 25, kChartBadTables, "LoadDistortionTables", "tables not loaded, code -2",
-       "VVVV"},
-      {good, flat.c_str(), steep.c_str(), 25, kChartUndistortFailed, "undistortChartCorners",
-       "a second-camera corner left the distortion band", "VVVV"},
-      {good, nullptr, nullptr, 0, kChartStageFailed, "monoCalibration", "OpenCV", "VVVV"},
+      {{}, nullptr, nullptr, 25},
+      {{good[0], {cv::Mat(), good[0].second}}, nullptr, nullptr, 25},
+      {{{good[0].first, colour}}, nullptr, nullptr, 25},
+      {{good[0], {good[0].first, cv::Mat::zeros(1000, 1500, CV_8UC1)}}, nullptr, nullptr, 25},
+      {good, nullptr, steep.c_str(), 25},
+      {{good[0], {empty, empty}, good[1], {good[2].first, faint}, {empty, good[2].second}}, nullptr, nullptr, 25},
+      {good, missing.c_str(), flat.c_str(), 25},
+      {good, flat.c_str(), steep.c_str(), 25},
+      {good, nullptr, nullptr, 0},
   };
+  std::string transcript;
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.message);
+    SCOPED_TRACE(&c - cases);
     auto engine = ChartEngine();
     engine->m_nSquareSize = c.squareSize;
     ChartRunOptions options;
@@ -237,12 +230,11 @@ TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
     std::string progress, printed;
     options.onPair = [&](size_t k, ChartPairResult r) { progress += progress.size() == k ? "VNQ"[int(r)] : '?'; };
     const ChartSummary summary = RunDriver(*engine, c.pairs, options, &printed);
-    EXPECT_EQ(summary.status, c.status);
-    EXPECT_EQ(summary.failedStage, c.stage);
-    EXPECT_EQ(summary.message.rfind(c.message, 0), 0u) << summary.message;
-    EXPECT_NE(printed.find(std::string("ERROR: ") + c.stage + " failed: " + c.message), std::string::npos);
+    // OpenCV's own text, from its first parenthesis on, names its version and build paths.
+    transcript += std::to_string(summary.status) + " " + summary.failedStage + ": " +
+                  summary.message.substr(0, summary.message.find('(')) + " [" + progress + "]\n";
+    EXPECT_NE(printed.find("ERROR: " + summary.failedStage + " failed: " + summary.message), std::string::npos);
     EXPECT_EQ(printed.find("Starting stereo"), std::string::npos);
-    EXPECT_EQ(progress, c.progress);
     std::vector<int32_t> found, quick;
     for (char r : progress) found.push_back(r == 'V'), quick.push_back(r == 'Q');
     EXPECT_EQ(summary.viewsFound, found);
@@ -252,6 +244,7 @@ TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
     const cv::Mat kept = progress.empty() ? cv::Mat() : c.pairs[0].second;
     EXPECT_EQ(engine->mChartImages.empty() ? 0.0 : cv::norm(engine->mChartImages[1], kept, cv::NORM_INF), 0.0);
   }
+  ExpectGolden(transcript, "chart/DriverFailures.golden");
 }
 
 // A phone at a close-range fixture (cameras 12 mm apart, 5 mm squares at 7 to 12 cm, tilts up to 45 degrees, turns
