@@ -4,7 +4,6 @@
 #include <vector>
 
 #include <opencv2/calib3d.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include "engine/dualCalibration.h"
 #include "synthetic/ChessboardRenderer.h"
