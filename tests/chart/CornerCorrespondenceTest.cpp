@@ -54,9 +54,9 @@ TEST(CornerCorrespondence, NearestPairingByNormalisedPosition) {
     EXPECT_EQ(matched2, expected2) << c.printed;
   }
   auto engine = std::make_unique<dualCalibration>();
-  engine->mCorners1 = scaled, engine->mCorners2 = shuffled;
+  engine->mCorners1 = grid, engine->mCorners2 = shuffled;
   EXPECT_EQ(engine->matchStoredCornerOrder(), 1);
-  EXPECT_EQ(engine->mMatchedCorners1, scaled);
+  EXPECT_EQ(engine->mMatchedCorners1, grid);
   EXPECT_EQ(engine->mMatchedCorners2, scaled);
 }
 
