@@ -64,8 +64,7 @@ ChartSummary RunDriver(dualCalibration& engine, const ImagePairs& pairs, ChartRu
   return summary;
 }
 
-// Against the rig: stereo RMS below 0.2 px, T within 0.5% of |T|, angles of R
-// within 0.05 degrees, focal lengths within 0.5%.
+// Against the rig: stereo RMS below 0.2 px, T within 0.5% of |T|, angles of R within 0.05 degrees, focal lengths 0.5%.
 void ExpectAccurate(const ChartSummary& s, const dualCalibration& engine, const StereoRig& rig) {
   EXPECT_LT(s.stereoRms, 0.2);
   EXPECT_LT(cv::norm(s.T - rig.T), 0.005 * cv::norm(rig.T)) << s.T;
@@ -102,11 +101,8 @@ std::string TableText(double c1) { return "3 1\n0 100 0 0 0\n0 200 0 " + std::to
 
 }  // namespace
 
-// One run over eight pairs with the debug switch, into lists an earlier run
-// left filled. The mono stage is cv::calibrateCamera with 30 iterations or a
-// change below DBL_EPSILON, the stereo stage cv::stereoCalibrate from the
-// mono camera matrices without distortion with 100 iterations or a change
-// below 1e-5: the same calls here give the same bits.
+// Eight pairs with the debug switch, into lists an earlier run left filled. The same OpenCV calls with the stages'
+// flags and criteria give the same bits.
 TEST(ChartDriver, CalibratesEightRenderedPairs) {
   TempDir dir;
   auto engine = ChartEngine();
@@ -147,8 +143,7 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   // The deviations in the order fx, fy, cx, cy, k1, k2, k3, p1, p2 from OpenCV's k1, k2, p1, p2, k3.
   for (int i = 0; i < 9; ++i) EXPECT_EQ(summary.mono2.stdDev[i], engine->mMonoStdDev2.at<double>("012345867"[i] - '0'));
 
-  // Rectification: the horizontal baseline in P2, the angles of R1 and R2 in
-  // the file; the second set is a copy of the first.
+  // Rectification: the horizontal baseline in P2, the angles of R1 and R2 in the file; the second set is a copy.
   EXPECT_GT(std::fabs(engine->P2.at<double>(0, 3)), 10.0 * std::fabs(engine->P2.at<double>(1, 3)));
   float x, y, z;
   engine->rotationToEulerAngles(engine->R2, x, y, z);
@@ -168,8 +163,8 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   // Written before the copy, the first file's k4_2..k6_2 lines follow the second set's earlier D2.
   EXPECT_EQ(ReadFile(dir.File("calibrationResult_mtk.txt")).rfind(main.substr(0, main.find("second camera dist")), 0), 0u);
 
-  // The tables undistort views 0 to 3 only and the summary counts the two
-  // left uncorrected; a rerun without views 0 and 5 keeps the rest as they were.
+  // The tables undistort views 0 to 3 only and the summary counts the two left; a rerun without views 0 and 5 keeps
+  // the rest as they were.
   WriteFile(dir.File("main.txt"), TableText(0.0));
   WriteFile(dir.File("second.txt"), TableText(0.004));
   const std::string mainTable = dir.File("main.txt"), secondTable = dir.File("second.txt");
@@ -196,11 +191,8 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   EXPECT_EQ(tables->mImagePoints2, decltype(undistorted)(undistorted.begin() + 1, undistorted.end() - 1));
 }
 
-// Unusable input, pairs without the board in both images, too few views,
-// tables that do not load or undistort, and an OpenCV error (every object
-// point at the origin) each stop the run with their stage and message.
-// progress: per pair V (a view), Q (turned away by the quick check of the
-// second image), N (not found by the full search).
+// Each failure stops the run with the status, stage and message of chart/DriverFailures.golden (square size 0: an
+// OpenCV error). Progress per pair: V a view, Q turned away by the quick check of the second image, N not found.
 TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
   TempDir dir;
   WriteFile(dir.File("flat.txt"), TableText(0.0));
@@ -217,27 +209,20 @@ TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
     ImagePairs pairs;
     const char *mainTable, *secondTable;
     int32_t squareSize;
-    ChartStatus status;
-    const char *stage, *message, *progress;
   } cases[] = {
-      {{}, nullptr, nullptr, 25, kChartBadImages, "chart intake", "no chart image pair", ""},
-      {{good[0], {cv::Mat(), good[0].second}}, nullptr, nullptr, 25, kChartBadImages, "chart intake",
-       "chart pair 1 is not two 8-bit grey images", ""},
-      {{{good[0].first, colour}}, nullptr, nullptr, 25, kChartBadImages, "chart intake",
-       "chart pair 0 is not two 8-bit grey images", ""},
-      {{good[0], {good[0].first, cv::Mat::zeros(1000, 1500, CV_8UC1)}}, nullptr, nullptr, 25, kChartBadImages,
-       "chart intake", "chart pair 1 differs in size from pair 0", ""},
-      {good, nullptr, steep.c_str(), 25, kChartBadTables, "chart intake", "both distortion tables or none are needed", ""},
-      {{good[0], {empty, empty}, good[1], {good[2].first, faint}, {empty, good[2].second}}, nullptr, nullptr, 25,
-       kChartTooFewViews, "findImagePoints", "2 views found, 4 needed", "VQVQN"},
-      {good, missing.c_str(), flat.c_str(), 25, kChartBadTables, "LoadDistortionTables", "tables not loaded, code -2",
-       "VVVV"},
-      {good, flat.c_str(), steep.c_str(), 25, kChartUndistortFailed, "undistortChartCorners",
-       "a second-camera corner left the distortion band", "VVVV"},
-      {good, nullptr, nullptr, 0, kChartStageFailed, "monoCalibration", "OpenCV", "VVVV"},
+      {{}, nullptr, nullptr, 25},
+      {{good[0], {cv::Mat(), good[0].second}}, nullptr, nullptr, 25},
+      {{{good[0].first, colour}}, nullptr, nullptr, 25},
+      {{good[0], {good[0].first, cv::Mat::zeros(1000, 1500, CV_8UC1)}}, nullptr, nullptr, 25},
+      {good, nullptr, steep.c_str(), 25},
+      {{good[0], {empty, empty}, good[1], {good[2].first, faint}, {empty, good[2].second}}, nullptr, nullptr, 25},
+      {good, missing.c_str(), flat.c_str(), 25},
+      {good, flat.c_str(), steep.c_str(), 25},
+      {good, nullptr, nullptr, 0},
   };
+  std::string transcript;
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.message);
+    SCOPED_TRACE(&c - cases);
     auto engine = ChartEngine();
     engine->m_nSquareSize = c.squareSize;
     ChartRunOptions options;
@@ -245,12 +230,11 @@ TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
     std::string progress, printed;
     options.onPair = [&](size_t k, ChartPairResult r) { progress += progress.size() == k ? "VNQ"[int(r)] : '?'; };
     const ChartSummary summary = RunDriver(*engine, c.pairs, options, &printed);
-    EXPECT_EQ(summary.status, c.status);
-    EXPECT_EQ(summary.failedStage, c.stage);
-    EXPECT_EQ(summary.message.rfind(c.message, 0), 0u) << summary.message;
-    EXPECT_NE(printed.find(std::string("ERROR: ") + c.stage + " failed: " + c.message), std::string::npos);
+    // OpenCV's own text, from its first parenthesis on, names its version and build paths.
+    transcript += std::to_string(summary.status) + " " + summary.failedStage + ": " +
+                  summary.message.substr(0, summary.message.find('(')) + " [" + progress + "]\n";
+    EXPECT_NE(printed.find("ERROR: " + summary.failedStage + " failed: " + summary.message), std::string::npos);
     EXPECT_EQ(printed.find("Starting stereo"), std::string::npos);
-    EXPECT_EQ(progress, c.progress);
     std::vector<int32_t> found, quick;
     for (char r : progress) found.push_back(r == 'V'), quick.push_back(r == 'Q');
     EXPECT_EQ(summary.viewsFound, found);
@@ -260,13 +244,12 @@ TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
     const cv::Mat kept = progress.empty() ? cv::Mat() : c.pairs[0].second;
     EXPECT_EQ(engine->mChartImages.empty() ? 0.0 : cv::norm(engine->mChartImages[1], kept, cv::NORM_INF), 0.0);
   }
+  ExpectGolden(transcript, "chart/DriverFailures.golden");
 }
 
-// A phone at a close-range fixture: a wide main camera and a 1.5x narrower
-// second camera 12 mm apart, a chart of 5 mm squares at 7 to 12 cm, tilted by
-// up to 45 degrees and turned by up to 180. The views differ in perspective
-// by several degrees, which the nearest pairing does not survive. The grid
-// run is held to limits the rig cannot meet: the stage warns, logs and succeeds.
+// A phone at a close-range fixture (cameras 12 mm apart, 5 mm squares at 7 to 12 cm, tilts up to 45 degrees, turns
+// up to 180): the views differ in perspective too much for the nearest pairing. The grid run is held to limits the rig
+// cannot meet: the stage warns, logs and succeeds.
 TEST(ChartDriver, GridPairingHoldsOnAPhoneRigWhereNearestPairingFails) {
   TempDir dir;
   ChessboardLayout layout;

@@ -4,7 +4,6 @@
 #include <vector>
 
 #include <opencv2/calib3d.hpp>
-#include <opencv2/imgproc.hpp>
 
 #include "engine/dualCalibration.h"
 #include "synthetic/ChessboardRenderer.h"
@@ -37,12 +36,9 @@ cv::Mat FrontalBoard(double squareSize, double distance, Corners* truth = nullpt
 
 }  // namespace
 
-// Six blurred, noisy rendered pairs: every board is found, entry n of both
-// lists is one corner, and the corners' RMS distance from the truth lies in
-// a band. A refinement window of 9 or 11 instead of 10 gives 0.0424 or
-// 0.0358 px, an epsilon of 0.2 instead of 0.1 gives 0.0413 px, one iteration
-// instead of 30 about six times the error, and a corner scale other than 4
-// tens of pixels; each leaves the band.
+// Six blurred, noisy rendered pairs: every board is found, entry n of both lists is one corner, and the RMS error
+// lies in a band that a refinement window of 9 or 11 (0.0424, 0.0358 px), an epsilon of 0.2 (0.0413 px), one
+// iteration (x6) or a corner scale other than 4 (tens of px) leaves.
 TEST(ChessboardDetection, FindsPairsAndRefinesRenderedBoardsWithinTheirBand) {
   const StereoRig rig = ExampleStereoRig(kImageSize, kImageSize);
   RenderOptions options;
@@ -70,10 +66,8 @@ TEST(ChessboardDetection, FindsPairsAndRefinesRenderedBoardsWithinTheirBand) {
   EXPECT_LT(rms, 0.0400);
 }
 
-// A view is appended when both images show the board; with the debug
-// switch, a view index outside the lists draws nothing. A second image
-// turned half way is listed backwards by the search; entry n of its list
-// becomes the corner at entry n's place of the grid.
+// A view is appended when both images show the board (with the debug switch, a view index outside the lists draws
+// nothing). A second image turned half way, listed backwards by the search, is reordered by position.
 TEST(ChessboardDetection, AppendsOneViewAndReordersATurnedBoardByPosition) {
   Corners truth, corners1, corners2, expected;
   const cv::Mat image = FrontalBoard(20.0, 450.0, &truth);
@@ -91,9 +85,8 @@ TEST(ChessboardDetection, AppendsOneViewAndReordersATurnedBoardByPosition) {
   EXPECT_LT(cv::norm(corners1, truth, cv::NORM_INF) + cv::norm(corners2, expected, cv::NORM_INF), 0.3);
 }
 
-// Squares of about 13 px are 3 px at the quarter size the search runs at;
-// full size would find them. The failed image's list takes what its search
-// handed back, which OpenCV leaves empty; the found image's list stays.
+// Squares of 13 px are 3 px at the quarter size the search runs at (full size finds them). The failed image's list
+// takes what OpenCV handed back, empty; the found image's list stays.
 TEST(ChessboardDetection, BoardNotFoundInBothImagesChangesNoView) {
   const cv::Mat board = FrontalBoard(25.0, 600.0), small = FrontalBoard(5.0, 600.0);
   const cv::Mat empty = RenderEmptyView(kImageSize, RenderOptions(), 3);
@@ -110,8 +103,7 @@ TEST(ChessboardDetection, BoardNotFoundInBothImagesChangesNoView) {
     EXPECT_EQ(engine->mObjectPoints.size() + engine->mImagePoints2.size(), 2u);
     EXPECT_EQ(engine->mImagePoints1, (std::vector<Corners>{{cv::Point2f(3.0f, 4.0f)}}));
   }
-  // A faint board (light squares at 60) fails the main image's fast check,
-  // and the second image's search, which runs without it, finds it.
+  // A faint board (light squares at 60) fails the main image's fast check; the second image's search runs without it.
   const cv::Mat faint = FrontalBoard(25.0, 600.0, nullptr, 60.0);
   const std::pair<cv::Mat, cv::Mat> failures[] = {{board, empty}, {faint, faint}};
   for (const auto& [mainImage, secondImage] : failures) {

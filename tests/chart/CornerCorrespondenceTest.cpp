@@ -23,8 +23,8 @@ Corners Grid(int w, int h, const cv::Matx33d& H = cv::Matx33d::eye()) {
 
 }  // namespace
 
-// Both output lists are appended to: each case starts them with a marker.
-// tests/golden pins a reversed list and a crowded one ("multiple shoot").
+// Both output lists are appended to: each case starts them with a marker. tests/golden pins a reversed list and a
+// crowded one ("multiple shoot").
 TEST(CornerCorrespondence, NearestPairingByNormalisedPosition) {
   const Corners grid = Grid(9, 6), scaled = Grid(9, 6, {3, 0, 700, 0, 3, -40, 0, 0, 1});
   Corners shuffled = scaled;
@@ -53,11 +53,15 @@ TEST(CornerCorrespondence, NearestPairingByNormalisedPosition) {
     EXPECT_EQ(matched1, expected1) << c.printed;
     EXPECT_EQ(matched2, expected2) << c.printed;
   }
+  auto engine = std::make_unique<dualCalibration>();
+  engine->mCorners1 = grid, engine->mCorners2 = shuffled;
+  EXPECT_EQ(engine->matchStoredCornerOrder(), 1);
+  EXPECT_EQ(engine->mMatchedCorners1, grid);
+  EXPECT_EQ(engine->mMatchedCorners2, scaled);
 }
 
-// Every symmetric order in which a detector may list the second view (1.5
-// times larger, turned by 3 degrees, with some perspective) is brought back
-// to the main view's order, and named.
+// Every symmetric order in which a detector may list the second view (1.5 times larger, turned by 3 degrees, with
+// some perspective) is brought back to the main view's order, and named.
 TEST(CornerCorrespondence, GridPairingUndoesEverySymmetricOrder) {
   const cv::Matx33d H(1.5 * std::cos(0.05), -1.5 * std::sin(0.05), 40.0, 1.5 * std::sin(0.05), 1.5 * std::cos(0.05),
                       -25.0, 2e-5, -1e-5, 1.0);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <vector>
@@ -16,8 +17,7 @@ std::vector<cv::Point3f> Board(float squareSize) {
   return points;
 }
 
-// Four tilted views through an ideal camera; offsetPx is added to every
-// second point's x so that the fit cannot be exact.
+// Four tilted views through an ideal camera; offsetPx on every second point's x keeps the fit from being exact.
 std::vector<std::vector<cv::Point2f>> ProjectViews(double focal, cv::Point2d centre, float offsetPx) {
   const cv::Matx33d K(focal, 0.0, centre.x, 0.0, focal, centre.y, 0.0, 0.0, 1.0);
   std::vector<std::vector<cv::Point2f>> views;
@@ -32,8 +32,8 @@ std::vector<std::vector<cv::Point2f>> ProjectViews(double focal, cv::Point2d cen
 
 }  // namespace
 
-// fx = fy = the shorter side, principal point at the integer half sizes
-// (kept by the fixing switches); an error above the limit warns and keeps the results.
+// fx = fy = the shorter side, principal point at the integer half sizes (kept by the fixing switches); an error above
+// the limit warns and keeps the results.
 TEST(MonoCalibration, SeedsTheCameraMatricesAndWarnsAboveTheLimit) {
   auto engine = std::make_unique<dualCalibration>();
   const int32_t sizes[4] = {4000, 3000, 1001, 751};
@@ -80,4 +80,23 @@ TEST(MonoCalibration, ReprojectionErrorsPerViewAndOverall) {
   EXPECT_NEAR(engine->computeReprojectionErrors(objects, images, rvecs, tvecs, K, cv::Mat(), &perView), std::sqrt(12.5), 1e-5);
   EXPECT_LT(cv::norm(cv::Mat(perView), cv::Mat(std::vector<float>{0.0f, 5.0f}), cv::NORM_INF), 1e-5);
   EXPECT_TRUE(std::isnan(engine->computeReprojectionErrors({}, {}, {}, {}, K, cv::Mat())));
+}
+
+// Main 4000 x 3000 against 3990 x 2980, second 2000 x 1500 against 2001 x 1490.
+TEST(MonoCalibration, OffsetsFollowTheMode) {
+  auto engine = std::make_unique<dualCalibration>();
+  const int32_t sizes[8] = {4000, 3000, 2000, 1500, 3990, 2980, 2001, 1490};
+  std::copy(sizes, sizes + 4, engine->chartImageSizes);
+  std::copy(sizes + 4, sizes + 6, engine->mainReferenceSize), std::copy(sizes + 6, sizes + 8, engine->secondReferenceSize);
+  const struct {
+    int mode;
+    cv::Point2f main, second;
+  } cases[] = {{0, {1.5f, 2.5f}, {1.5f, 2.5f}},   {1, {11.5f, 2.5f}, {0.5f, 2.5f}}, {2, {1.5f, 22.5f}, {1.5f, 12.5f}},
+               {3, {11.5f, 22.5f}, {0.5f, 12.5f}}, {4, {1.5f, 2.5f}, {1.5f, 2.5f}},  {-1, {1.5f, 2.5f}, {1.5f, 2.5f}}};
+  for (auto c : cases) {
+    std::vector<cv::Point2f> mainPoints(2, {1.5f, 2.5f}), secondPoints = mainPoints;
+    engine->offsetMainPoints(mainPoints, c.mode), engine->offsetSecondPoints(secondPoints, c.mode);
+    EXPECT_EQ(mainPoints, std::vector<cv::Point2f>(2, c.main)) << c.mode;
+    EXPECT_EQ(secondPoints, std::vector<cv::Point2f>(2, c.second)) << c.mode;
+  }
 }

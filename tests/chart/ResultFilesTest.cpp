@@ -1,76 +1,51 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <functional>
+#include <map>
 #include <memory>
 #include <string>
+
+#include <opencv2/core/persistence.hpp>
 
 #include "engine/dualCalibration.h"
 #include "tests/support/TestFiles.h"
 
 namespace {
 
-// A fixed first result set with an 8-coefficient D2, and a second set that
-// differs from it in every value and has a 5-coefficient D2.
-std::unique_ptr<dualCalibration> FixedEngine() {
-  auto engine = std::make_unique<dualCalibration>();
-  engine->m_nBoardWidth = 9, engine->m_nBoardHeight = 6, engine->m_nSquareSize = 25;
-  engine->K1 = (cv::Mat_<double>(3, 3) << 1234.5, 0, 1002.25, 0, 1234.56789, 749.5, 0, 0, 1);
-  engine->K2 = (cv::Mat_<double>(3, 3) << 1650.1, 0, 990.0625, 0, 1648.0, 0.1, 0, 0, 1);
-  engine->P1 = (cv::Mat_<double>(3, 4) << 1500.25, 0, 1000.5, 0, 0, 1500.25, 750.75, 0, 0, 0, 1, 0);
-  engine->P2 = (cv::Mat_<double>(3, 4) << 1500.25, 0, 1000.5, -60012.5, 0, 1500.25, 750.75, 0, 0, 0, 1, 0);
-  engine->D1 = (cv::Mat_<double>(1, 5) << 0.1, -0.2, 0.001, -0.002, 0.05);
-  engine->D2 = (cv::Mat_<double>(1, 8) << 0.3, -0.4, 0.003, -0.004, 0.5, 0.6, -0.7, 0.8);
-  engine->r_x = 0.0054f, engine->r_y = -0.0073f, engine->r_z = 0.0047f;
-  engine->r_x_1 = 0.01f, engine->r_y_1 = 0.02f, engine->r_z_1 = 0.03f;
-  engine->r_x_2 = -0.01f, engine->r_y_2 = -0.02f, engine->r_z_2 = -0.03f;
-  engine->mT = cv::Vec3d(-40.00353, 0.6021654, 1.2064412);
-  engine->mRMS = 0.0295783f;
-  engine->m_assembleMatrix = (cv::Mat_<float>(3, 3) << 1.001f, 0.002f, -3.5f, -0.001f, 0.999f, 4.25f, 0, 0, 1);
-  ChartResultSet& second = engine->mSecondResult;
-  second.K1 = (cv::Mat_<double>(3, 3) << 1111, 0, 999, 0, 1112, 748, 0, 0, 1);
-  second.K2 = (cv::Mat_<double>(3, 3) << 2222, 0, 998, 0, 2223, 747, 0, 0, 1);
-  second.P1 = (cv::Mat_<double>(3, 4) << 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12);
-  second.P2 = (cv::Mat_<double>(3, 4) << 12, 11, 10, 9, 8, 7, 6, 5, 4, 3, 2, 1);
-  second.D1 = (cv::Mat_<double>(1, 8) << 1, 2, 3, 4, 5, 6, 7, 8);
-  second.D2 = (cv::Mat_<double>(1, 5) << -1, -2, -3, -4, -5);
-  second.mT = cv::Vec3d(1.5, 2.5, 3.5);
-  second.r_x = 0.5f, second.r_y = 0.25f, second.r_z = 0.125f;
-  return engine;
+// The engine of tests/data/chart/ResultEngine.yml, with the matrices of the case's map there replacing its own.
+std::unique_ptr<dualCalibration> FixedEngine(const char* name) {
+  auto e = std::make_unique<dualCalibration>();
+  e->m_nBoardWidth = 9, e->m_nBoardHeight = 6, e->m_nSquareSize = 25;
+  const cv::FileStorage file(QLM_TEST_DATA_DIR "/chart/ResultEngine.yml", cv::FileStorage::READ);
+  ChartResultSet& s = e->mSecondResult;
+  const std::map<std::string, cv::Mat*> matrices = {
+      {"K1", &e->K1},        {"K2", &e->K2},        {"P1", &e->P1},        {"P2", &e->P2},        {"D1", &e->D1},
+      {"D2", &e->D2},        {"assembled", &e->m_assembleMatrix},          {"second_K1", &s.K1},  {"second_K2", &s.K2},
+      {"second_P1", &s.P1},  {"second_P2", &s.P2},  {"second_D1", &s.D1},  {"second_D2", &s.D2}};
+  for (const cv::FileNode& map : {file.root(), file[name]}) {
+    for (const auto& [key, matrix] : matrices) if (!map[key].empty()) map[key] >> *matrix;
+  }
+  float* floats[] = {&e->r_x, &e->r_y, &e->r_z, &e->r_x_1, &e->r_y_1, &e->r_z_1, &e->r_x_2, &e->r_y_2, &e->r_z_2,
+                     &e->mRMS, &s.r_x, &s.r_y, &s.r_z};
+  for (size_t i = 0; i < 13; ++i) *floats[i] = static_cast<float>(file["floats"][static_cast<int>(i)].real());
+  for (int i = 0; i < 3; ++i) e->mT[i] = file["mT"][i].real(), s.mT[i] = file["second_mT"][i].real();
+  return e;
 }
 
 }  // namespace
 
-// Each file is written twice and holds one copy. The k4_2..k6_2 lines follow
-// the second set's D2 in both files; a coefficient D2 lacks prints as 0.
+// Each file is written twice and holds one copy. The k4_2..k6_2 lines follow the second set's D2 in both files; a
+// coefficient D2 lacks prints as 0.
 TEST(ResultFiles, FilesMatchTheirGoldenText) {
-  const struct {
-    const char* golden;
-    bool platform;
-    std::function<void(dualCalibration&)> change;
-  } cases[] = {
-      {"main_d1_of_5.golden", false, [](dualCalibration&) {}},
-      {"main_d1_of_8.golden", false,
-       [](dualCalibration& e) {
-         e.D1 = (cv::Mat_<double>(1, 8) << 0.1, -0.2, 0.001, -0.002, 0.05, 1234.56789, -0.1, 1e-7);
-         e.mSecondResult.D2 = cv::Mat::zeros(1, 6, CV_64F);
-       }},
-      {"main_d2_short.golden", false,
-       [](dualCalibration& e) {
-         e.D2 = (cv::Mat_<double>(1, 5) << 0.3, -0.4, 0.003, -0.004, 0.5);
-         e.mSecondResult.D2 = cv::Mat::zeros(1, 8, CV_64F);
-       }},
-      {"platform.golden", true, [](dualCalibration&) {}},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.golden);
+  for (const char* name : {"main_d1_of_5", "main_d1_of_8", "main_d2_short", "platform"}) {
+    SCOPED_TRACE(name);
     TempDir dir;
-    auto engine = FixedEngine();
-    c.change(*engine);
-    for (int i = 0; i < 2; ++i) c.platform ? engine->savePlatformCalibrationResult() : engine->saveCalibrationResult();
-    const char* file = c.platform ? "calibrationResult_mtk.txt" : "calibrationResult.txt";
-    ExpectGolden(ReadFile(dir.File(file)), std::string("ResultFiles/") + c.golden);
-    EXPECT_FALSE(FileExists(dir.File(c.platform ? "calibrationResult.txt" : "calibrationResult_mtk.txt")));
+    auto engine = FixedEngine(name);
+    const bool platform = std::string(name) == "platform";
+    for (int i = 0; i < 2; ++i) platform ? engine->savePlatformCalibrationResult() : engine->saveCalibrationResult();
+    ExpectGolden(ReadFile(dir.File(platform ? "calibrationResult_mtk.txt" : "calibrationResult.txt")),
+                 std::string("ResultFiles/") + name + ".golden");
+    EXPECT_FALSE(FileExists(dir.File(platform ? "calibrationResult.txt" : "calibrationResult_mtk.txt")));
   }
 }
 
@@ -78,7 +53,7 @@ TEST(ResultFiles, FilesMatchTheirGoldenText) {
 TEST(ResultFiles, UncreatableFilesAreSkippedSilently) {
   TempDir dir;
   setenv("QLM_PICTURES_DIR", dir.File("missing/folder").c_str(), 1);
-  auto engine = FixedEngine();
+  auto engine = FixedEngine("main_d1_of_5");
   testing::internal::CaptureStdout();
   engine->saveCalibrationResult();
   engine->savePlatformCalibrationResult();

@@ -2,16 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include "tests/support/TestFiles.h"
 
-// A 5 x 4 board of 10 px squares whose corner (0, 0) lands on (cx, cy):
-// pixels take their exact area shares of dark 30, light 220, the light
-// margin and the background 100; blur softens the edges only.
+// A 5 x 4 board of 10 px squares whose corner (0, 0) lands on (cx, cy): pixels take their exact area shares of dark
+// 30, light 220, the light margin and the background 100; blur softens the edges only.
 TEST(ChessboardRenderer, PixelsTakeTheirExactAreaShares) {
   const auto render = [](double cx, double cy, double blurSigmaPx) {
     const PinholeCamera camera{{10.0, 0.0, cx, 0.0, 10.0, cy, 0.0, 0.0, 1.0}, cv::Size(200, 160)};
@@ -35,8 +32,7 @@ TEST(ChessboardRenderer, PixelsTakeTheirExactAreaShares) {
   EXPECT_LT(blurred.at<uint8_t>(105, 100), 220);
 }
 
-// The files hold the rendered pairs and the ground truth (which the chart
-// tests and the tool read back for the rig, the poses and the corners).
+// The files hold the rendered pairs and the ground truth the tool's tests read back.
 TEST(ChessboardRenderer, WritesImagesAndGroundTruth) {
   TempDir dir;
   const StereoRig rig = ExampleStereoRig({2000, 1500}, {2400, 1800});
@@ -44,8 +40,7 @@ TEST(ChessboardRenderer, WritesImagesAndGroundTruth) {
   const std::vector<RenderedPair> pairs = {RenderPair(rig, {}, poses[0], {}, 1), RenderPair(rig, {}, poses[1], {}, 1)};
   ASSERT_TRUE(WriteRenderedPairs(dir.Path(), rig, {}, {}, pairs));
   EXPECT_EQ(cv::norm(cv::imread(dir.File("pair_1_second.png"), cv::IMREAD_UNCHANGED), pairs[1].secondImage, cv::NORM_INF), 0.0);
-  std::ifstream in(dir.File("ground_truth.json"));
-  const nlohmann::json truth = nlohmann::json::parse(in);
+  const nlohmann::json truth = nlohmann::json::parse(ReadFile(dir.File("ground_truth.json")));
   EXPECT_EQ(truth["board"]["width"].dump() + truth["board"]["square_size"].dump() + truth["T"][0].dump(), "925.0-40.0");
   EXPECT_EQ(truth["main_camera"]["K"][0][0], 1600.0);
   ASSERT_EQ(truth["pairs"].size(), 2u);

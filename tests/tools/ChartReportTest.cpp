@@ -1,8 +1,4 @@
-// The report of a set that kept the board in the image centre and holds one
-// spoiled view, checked from report.json.
 #include <gtest/gtest.h>
-
-#include <fstream>
 
 #include <opencv2/calib3d.hpp>
 
@@ -11,11 +7,9 @@
 #include "tools/ChartReport.h"
 #include "tools/ToolOutput.h"
 
-// Eight tilted views with the board's centre on the main camera's axis, 1000
-// units away: the corners stay inside the middle half of the image. Corners
-// are the true projections plus 0.1 px noise, fitted with the true cameras;
-// rows 0 to 2 of view 5's main corners move 3 px along x, which the view's
-// own pose cannot absorb.
+// Eight tilted views with the board's centre 1000 units along the main camera's axis (the corners stay inside the
+// middle half of the image): true projections plus 0.1 px noise, fitted with the true cameras; rows 0 to 2 of view
+// 5's main corners move 3 px along x, which the view's own pose cannot absorb.
 TEST(ChartReport, MarksTheSpoiledViewAndTheUncoveredBorder) {
   const cv::Size size(2000, 1500);
   const StereoRig rig = ExampleStereoRig(size, size);
@@ -42,8 +36,7 @@ TEST(ChartReport, MarksTheSpoiledViewAndTheUncoveredBorder) {
   TempDir dir;
   WriteChartReport(dir.File("report"), input);
   CommitOutputs();
-  std::ifstream in(dir.File("report/report.json"));
-  const nlohmann::json report = nlohmann::json::parse(in);
+  const nlohmann::json report = nlohmann::json::parse(ReadFile(dir.File("report/report.json")));
   EXPECT_EQ(report["outlier_views"], nlohmann::json({5}));
   ASSERT_EQ(report["views"].size(), 8u);
   EXPECT_EQ(report["views"][4]["outlier"], true);

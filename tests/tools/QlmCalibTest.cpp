@@ -1,16 +1,13 @@
-// End-to-end runs of the qlm-calib program on data it generates once per
-// test program: exit statuses, JSON against the generators' ground truth,
-// files written, and one message per bad input.
+// End-to-end runs of the qlm-calib program on data it generates once per test program.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
 
-#include <array>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
-#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
@@ -33,16 +30,13 @@ struct ToolRun {
 ToolRun RunTool(const std::string& arguments) {
   FILE* pipe = popen((std::string(QLM_CALIB_TOOL) + " " + arguments + " 2>&1").c_str(), "r");
   ToolRun run;
-  std::array<char, 4096> buffer;
-  for (size_t read; (read = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;) run.out.append(buffer.data(), read);
+  for (int c; (c = std::fgetc(pipe)) != EOF;) run.out += static_cast<char>(c);
   const int status = pclose(pipe);
   run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return run;
 }
 
 nlohmann::json ReadJson(const std::string& path) { return nlohmann::json::parse(ReadFile(path)); }
-
-bool Contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
 
 // Every file under dir, except the library's own directories "pics*".
 std::set<std::string> FilesUnder(const std::string& dir) {
@@ -54,7 +48,6 @@ std::set<std::string> FilesUnder(const std::string& dir) {
   return files;
 }
 
-// text with every `from` replaced by `to`.
 std::string Replace(std::string text, const std::string& from, const std::string& to) {
   for (size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) text.replace(at, from.size(), to);
   return text;
@@ -71,34 +64,28 @@ class QlmCalib : public testing::Test {
   static void TearDownTestSuite() { delete data; }
   static std::string Data(const std::string& name) { return data->File(name); }
   std::string Path(const std::string& name) const { return dir.File(name); }
-  // text with the temporary folders as $DATA and $TMP.
   std::string Named(const std::string& text) const { return Replace(Replace(text, data->Path(), "$DATA"), dir.Path(), "$TMP"); }
-  // Named text with every number that has a point or an exponent as #, -0 as
-  // 0 (the sign of a zero matrix entry differs between platforms), and the
-  // log's time and process ids dropped: what stays is the same on every
-  // platform and run.
+  // Named text with each number that has a point or an exponent as #, -0 as 0 (the sign of a zero matrix entry
+  // differs between platforms), and the log's time and process ids dropped: what stays is the same everywhere.
   std::string Portable(const std::string& text) const {
     std::istringstream lines(Named(text));
     std::string out;
-    for (std::string line; std::getline(lines, line);) {
+    for (std::string line; std::getline(lines, line); out += '\n') {
       const size_t log = line.find("QLM LOG:");
       line.erase(0, log == std::string::npos ? 0 : log);
-      for (size_t i = 0, end; i < line.size(); i = end) {
-        const auto digitAt = [&](size_t k) { return k < line.size() && std::isdigit(static_cast<unsigned char>(line[k])); };
-        const bool startsNumber = digitAt(i + (line[i] == '-')) && (i == 0 || !std::isalnum(static_cast<unsigned char>(line[i - 1])));
-        end = i + 1 + (startsNumber && line[i] == '-');
-        if (!startsNumber) {
-          out += line[i];
-          continue;
+      for (size_t i = 0; i < line.size();) {
+        const char* at = line.c_str() + i;
+        char *whole = nullptr, *end = nullptr;
+        const bool boundary = i == 0 || !std::isalnum(static_cast<unsigned char>(at[-1]));
+        if (boundary && std::isdigit(static_cast<unsigned char>(at[at[0] == '-']))) {
+          std::strtoll(at, &whole, 10);
+          std::strtod(at, &end);  // a point must have a digit after it
         }
-        while (digitAt(end)) ++end;
-        const size_t whole = end;
-        if (line[end] == '.' && digitAt(end + 1)) for (++end; digitAt(end); ++end) {}
-        if (line[end] == 'e' && digitAt(end + 2)) for (end += 2; digitAt(end); ++end) {}
-        const std::string number = line.substr(i, end - i);
-        out += end > whole ? "#" : number == "-0" ? "0" : number;
+        const bool masked = end > whole && (*whole != '.' || std::isdigit(static_cast<unsigned char>(whole[1])));
+        const std::string number = whole == nullptr ? std::string(1, *at) : std::string(at, static_cast<const char*>(whole));
+        out += masked ? "#" : number == "-0" ? "0" : number;
+        i = whole == nullptr ? i + 1 : static_cast<size_t>((masked ? end : whole) - line.c_str());
       }
-      out += "\n";
     }
     return out;
   }
@@ -118,11 +105,10 @@ TEST_F(QlmCalib, VersionParamsAndHelp) {
   EXPECT_EQ(RunTool("params").out, ReadFile(Path("p.txt")));
   const ToolRun help = RunTool("refine --help");
   EXPECT_EQ(help.status, 0);
-  EXPECT_TRUE(Contains(help.out, "Exit status: 0 success, 2 bad input")) << help.out;
+  EXPECT_NE(help.out.find("Exit status: 0 success, 2 bad input"), std::string::npos) << help.out;
 }
 
-// The printout and the JSON are pinned in tools/Refine.golden up to their
-// fractional numbers.
+// Printout and JSON pinned in tools/Refine.golden up to their fractional numbers.
 TEST_F(QlmCalib, RefineRecoversTheKnownMisalignment) {
   const ToolRun run = RunTool("refine --params " + Data("s/params.txt") + " --record " + Data("s/record.bin") +
                               " --out " + Path("result.bin") + " --json " + Path("refine.json") + " --save-matches " +
@@ -141,24 +127,19 @@ TEST_F(QlmCalib, RefineRecoversTheKnownMisalignment) {
   const nlohmann::json report = ReadJson(Path("refine.json"));
   const nlohmann::json expected = ReadJson(Data("s/truth.json"))["expected_estimate"];
   EXPECT_GE(report["good_matches"].get<int>(), 30);
-  // The estimate's shift of the image centre, where the fit is best
-  // conditioned: ORB keypoints sit on whole pixels of their pyramid level, so
-  // a single pair's fit is good to a few tenths of a pixel.
-  for (int row = 0; row < 2; ++row) {
-    const auto shift = [&](const nlohmann::json& a) {
-      return a[row][0].get<double>() * 1000 + a[row][1].get<double>() * 750 + a[row][2].get<double>();
-    };
-    EXPECT_NEAR(shift(report["estimate"]), shift(expected), 0.25) << row;
-  }
+  // The shift of the image centre, where the fit is best conditioned; ORB keypoints sit on whole pixels of their level.
+  const auto shift = [](const nlohmann::json& a, int row) {
+    return a[row][0].get<double>() * 1000 + a[row][1].get<double>() * 750 + a[row][2].get<double>();
+  };
+  for (int row = 0; row < 2; ++row) EXPECT_NEAR(shift(report["estimate"], row), shift(expected, row), 0.25) << row;
   std::string input = ReadFile(Data("s/record.bin"));
   ASSERT_EQ(input.size(), kCalibrationRecordSize);
   input[kRecordRefineCountOffset] = static_cast<char>(input[kRecordRefineCountOffset] + 1);
   EXPECT_TRUE(ReadFile(Path("result.bin")) == input);
 }
 
-// The grid pairing from listed images, then the nearest pairing from the
-// pairs folder with the report and the camera2 metadata. Both printouts and
-// summaries are pinned in tools/Chart.golden up to their fractional numbers.
+// The grid pairing from listed images, then the nearest pairing from the pairs folder with the report and the
+// camera2 metadata; both printouts and summaries pinned in tools/Chart.golden up to their fractional numbers.
 TEST_F(QlmCalib, ChartRecoversTheKnownBaseline) {
   std::string images;
   for (int k = 0; k < 5; ++k) images += " " + Data("c/pair_" + std::to_string(k) + "_main.png") + " " + Data("c/pair_" + std::to_string(k) + "_second.png");
@@ -189,12 +170,9 @@ TEST_F(QlmCalib, ChartRecoversTheKnownBaseline) {
   EXPECT_EQ(metadata["main"]["android.lens.intrinsicCalibration"][0], ReadJson(Path("chart.json"))["K1"][0][0]);
 }
 
-// Same camera, no distortion, equal sizes: the last column and row map one
-// pixel short of the far sides, so the zoom is the larger of 32/31 and 24/23
-// and the centre pixel stays; a name of 250 characters is written under its
-// own name. Three frames, all that --frames asks for, on two threads with a
-// radial term: the output's hash (the same on every platform) pins each
-// frame's warp and their order.
+// Same camera: the last column and row map one pixel short of the far sides, so the zoom is max(32/31, 24/23) and the
+// centre pixel stays; a 250-character name is kept. Three frames, all the file holds, on two threads with a radial
+// term: the output's hash (the same on every platform) pins each frame's warp and their order.
 TEST_F(QlmCalib, WarpYuvZoomsAndKeepsFrameOrder) {
   std::string frames(3 * 4608, '\0');  // 64 x 48 NV21
   for (size_t i = 0; i < frames.size(); ++i) frames[i] = static_cast<char>(i * 7 + i / 4608 * (13 + i / 64));
@@ -213,26 +191,22 @@ TEST_F(QlmCalib, WarpYuvZoomsAndKeepsFrameOrder) {
   EXPECT_EQ(Fnv1a(out.data(), out.size()), 0xa37cb9ea1f02667ull);
 }
 
-// Each "$ " line of tools/BadInputs.golden runs with $DATA and $TMP filled
-// in; the exit status and the last line printed follow it. Each bad input
-// ends the run with one message naming it and leaves no file behind.
+// Each "$ " line of tools/BadInputs.golden runs with $DATA and $TMP filled in; its exit status and last line printed
+// follow it. No run leaves a file behind.
 TEST_F(QlmCalib, BadInputsGiveOneMessageAndLeaveNoFile) {
-  WriteFile(Path("garbage.png"), "not an image");
-  WriteFile(Path("short.bin"), "tiny");
-  // A PNG header of 30000x30000 and nothing else.
-  WriteFile(Path("huge.png"), std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\x75\x30\0\0\x75\x30\x08\0\0\0\0", 29));
+  fs::create_directories(Path("pics-bad/log.txt")), fs::create_directories(Path("only-main"));
+  fs::create_directories(Path("only-second"));
+  const std::pair<const char*, std::string> files[] = {
+      {"garbage.png", "not an image"},
+      {"short.bin", "tiny"},
+      {"huge.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\x75\x30\0\0\x75\x30\x08\0\0\0\0", 29)},  // 30000x30000
+      {"only-main/b_main.png", ""},     {"only-second/b_second.png", ""},     {"two-lines.txt", "m1.png s1.png\nm2.png\n"},
+      {"three.txt", "m1.png s1.png extra.png\n"}, {"comment.txt", "# nothing\n"}, {"big.txt", std::string((1 << 20) + 1, 'x')}};
+  for (const auto& [name, text] : files) WriteFile(Path(name), text);
   ASSERT_TRUE(cv::imwrite(Path("a.png"), cv::Mat(30, 50, CV_8UC1, cv::Scalar(1))));
   ASSERT_TRUE(cv::imwrite(Path("b.png"), cv::Mat(30, 40, CV_8UC1, cv::Scalar(1))));
   ASSERT_TRUE(cv::imwrite(Path("narrow.png"), cv::Mat(1000, 999, CV_8UC1, cv::Scalar(9))));
   ASSERT_TRUE(cv::imwrite(Path("deep.png"), cv::Mat(1000, 1000, CV_16UC1, cv::Scalar(1000))));
-  fs::create_directories(Path("pics-bad/log.txt"));
-  fs::create_directories(Path("only-main")), fs::create_directories(Path("only-second"));
-  WriteFile(Path("only-main/b_main.png"), "");
-  WriteFile(Path("only-second/b_second.png"), "");
-  WriteFile(Path("two-lines.txt"), "m1.png s1.png\nm2.png\n");
-  WriteFile(Path("three.txt"), "m1.png s1.png extra.png\n");
-  WriteFile(Path("comment.txt"), "# nothing\n");
-  WriteFile(Path("big.txt"), std::string((1 << 20) + 1, 'x'));
   const std::set<std::string> before = FilesUnder(dir.Path());
   std::istringstream golden(ReadFile(std::string(QLM_TEST_DATA_DIR) + "/tools/BadInputs.golden"));
   std::string transcript;

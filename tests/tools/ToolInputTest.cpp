@@ -53,8 +53,7 @@ TEST(ToolInput, ColourImagesTurnGreyAndBinaryFilesReadWhole) {
   EXPECT_EQ(ReadBinaryFile(dir.File("record.bin"), 4), (std::vector<unsigned char>{0, 1, 2, 255}));
 }
 
-// Headers as the encoders write them, cut short, and of sizes no encoder
-// here would write (the gate reads them without decoding anything).
+// Headers as the encoders write them, cut short, and of sizes no encoder here would write.
 TEST(ToolInput, ImageHeaderSizeReadsPngJpegAndBmpHeadersOnly) {
   const cv::Mat image(20, 30, CV_8UC1, cv::Scalar(7));
   std::vector<unsigned char> png, jpeg, bmp;

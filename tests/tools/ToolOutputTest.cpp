@@ -22,8 +22,7 @@ size_t EntriesIn(const std::string& directory) {
 
 }  // namespace
 
-// Files appear only on commit and none on failure; the longest name a
-// directory entry may have still fits.
+// Files appear only on commit and none on failure; the longest name a directory entry may have still fits.
 TEST(ToolOutput, WritesAtomically) {
   TempDir dir;
   const std::string path = dir.File("out.bin"), longName = dir.File(std::string(251, 'n') + ".bin");
@@ -43,8 +42,8 @@ TEST(ToolOutput, WritesAtomically) {
   EXPECT_EQ(ReadFile(longName), "{\n  \"code\": 1\n}\n");
 }
 
-// The option wins over the environment and is exported; a library file
-// counts only when this run wrote it as a regular file.
+// The option wins over the environment and is exported; a library file counts only when this run wrote it as a
+// regular file.
 TEST(ToolOutput, PicturesDirAndLibraryFiles) {
   TempDir dir;
   EXPECT_EQ(SelectPicturesDir(dir.File("option/nested")), dir.File("option/nested"));

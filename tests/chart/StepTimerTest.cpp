@@ -1,0 +1,26 @@
+#include "chart/StepTimer.h"
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <sstream>
+
+// Two printouts of one step, the first after some processor time has passed: the second counts from the same start.
+TEST(StepTimer, PrintsTheSecondsSinceTheStart) {
+  StepTimer timer;
+  StartTimer(timer);
+  const int64_t start = timer.start;
+  while (std::clock() - start < CLOCKS_PER_SEC / 50) {
+  }
+  testing::internal::CaptureStdout();
+  PrintElapsed(timer, "Mono");
+  const double first = timer.elapsed;
+  PrintElapsed(timer, "Stereo");
+  std::ostringstream expected;
+  expected << "time:funcMono... ..." << first << "s \ntime:funcStereo... ..." << timer.elapsed << "s \n";
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), expected.str());
+  EXPECT_EQ(timer.start, start);
+  EXPECT_GE(first, 0.02);
+  EXPECT_GE(timer.elapsed, first);
+  EXPECT_EQ(timer.elapsed, static_cast<double>(timer.last - start) / CLOCKS_PER_SEC);
+}
