@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -51,49 +52,25 @@ double WorstAgainstOpenCv(const std::vector<cv::Point2f>& actual, const std::vec
 
 }  // namespace
 
-// Every case starts from rowCount 1, coefficientCount 2 and kSentinel in every row, key and the reference
-// radius: what a case does not name stays.
 TEST(CDistortionFilter, TableFiles) {
-  std::string nineRows = "9 2\n";
-  for (int r = 0; r < 9; ++r) nineRows += "0 " + std::to_string(100 + r) + " 0 " + std::to_string(r) + " " + std::to_string(10 * r) + " 0\n";
-  constexpr int32_t kMax = 2147483647;
-  constexpr float S = kSentinel;
-  struct Case {
-    const char* text;  // nullptr: a file that does not exist
-    int32_t result, rows, coefficients; float radius;
-    std::vector<std::array<float, 3>> cells;  // {row, slot or -1 for the row key, value}
-  };
-  const Case cases[] = {
-      {nullptr, 0, 1, 2, S, {{0, 0, S}}},
-      {"3 3\n9 5 9 1 2 3 9\n8 6 8 4 5 6 8\n7 7.5 7 0.5 0.25\n0.125 7\n", 1, 3, 3, 7.5f,
-       {{0, -1, 5}, {1, -1, 6}, {0, 0, 3}, {0, 1, 2}, {0, 2, 1}, {0, 3, S}, {1, 0, 6}, {1, 2, 4}, {2, 0, 0.125f}}},
-      {"1 3\n9 5 9 1 2 3 9\n", 1, 1, 3, 5, {{0, 0, 3}}},                          // one row: its own key
-      {"2 1\n0 11 0 1 0\n0 12 0 2 0\n", 1, 2, 1, S, {{1, -1, 12}, {1, 0, 2}}},    // key slot 2, not filled
-      {"0 4\n", 1, 0, 4, S, {}}, {"-3 4\n0 11 0 1 0\n", 1, -3, 4, S, {{0, -1, S}}},
-      {"2 3\n0 10 0 1 2", 1, 2, 3, S, {{0, -1, 10}, {0, 2, 1}, {0, 1, 2}, {0, 0, S}, {1, -1, S}}},
-      {"rows 3\n", 1, 1, 2, S, {{0, -1, S}, {0, 0, S}}}, {"1 3\n0 4 0 7 x 5 0\n", 1, 1, 3, 4, {{0, 2, 7}, {0, 1, S}, {0, 0, S}}},
-      {nineRows.c_str(), 1, 9, 2, 102, {{6, -1, 106}, {6, 1, 6}, {6, 0, 60}, {0, 0, 0}}},
-      {"1 12\n0 50 0 1 2 3 4 5 6 7 8 9 10 11 12 0\n", 1, 1, 12, 50, {{0, 0, 12}, {0, 9, 3}, {1, 0, S}}},
-      {"2 -4\n0 21 0 0\n0 22 0 0\n", 1, 2, -4, S, {{0, -1, 21}, {1, -1, 22}}},
-      {"2147483647 2147483647\n0 1 0 2\n", 1, kMax, kMax, S, {{0, -1, 1}}},
-      {"2000000000 3 0 2 x", 1, 2000000000, 3, S, {{0, -1, 2}}}, {"5 2000000000 0 3 0 -", 1, 5, 2000000000, S, {{0, -1, 3}}},
-      {"2147483647 1\n", 1, kMax, 1, S, {{0, -1, S}}}, {"1 2147483647 0 4 0 .", 1, 1, kMax, 4, {{0, -1, 4}}},
-  };
   TempDir dir;
   const float noRadialRows[kDistortionRowCapacity][kDistortionCoefficientCapacity] = {};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.text ? c.text : "no file");
+  for (const auto& c : CaseRows("distortion/LoadDistortionTable.txt")) {
+    SCOPED_TRACE(c[0]);
     CDistortionFilter filter;
     filter.rowCount = 1, filter.coefficientCount = 2;
-    std::fill(&filter.polynomialRows[0][0], &filter.polynomialRows[0][0] + sizeof(filter.polynomialRows) / sizeof(float), S);
-    std::fill(std::begin(filter.rowKeys), std::end(filter.rowKeys), filter.referenceRadius = S);
-    if (c.text != nullptr) WriteFile(dir.File("table.txt"), c.text);
-    EXPECT_EQ(filter.LoadDistortionTable(c.text ? dir.File("table.txt").c_str() : dir.File("absent").c_str()), c.result);
-    EXPECT_EQ(std::tie(filter.rowCount, filter.coefficientCount, filter.referenceRadius), std::tie(c.rows, c.coefficients, c.radius));
-    for (const auto& cell : c.cells) {
-      const int row = static_cast<int>(cell[0]), slot = static_cast<int>(cell[1]);
-      EXPECT_EQ(slot < 0 ? filter.rowKeys[row] : filter.polynomialRows[row][slot], cell[2]) << row << "," << slot;
-    }
+    std::fill(&filter.polynomialRows[0][0], &filter.polynomialRows[0][0] + sizeof(filter.polynomialRows) / sizeof(float), kSentinel);
+    std::fill(std::begin(filter.rowKeys), std::end(filter.rowKeys), filter.referenceRadius = kSentinel);
+    if (c[0] != "-") WriteFile(dir.File("table.txt"), c[0]);
+    const int result = filter.LoadDistortionTable(dir.File(c[0] != "-" ? "table.txt" : "absent").c_str());
+    std::istringstream expected(c[1]), cells(c[2]);
+    int32_t rows = 0, coefficients = 0, row = 0, slot = 0;
+    float radius = 0.0f, value = 0.0f;
+    char comma, equals;
+    expected >> row >> rows >> coefficients >> radius;
+    EXPECT_EQ(std::tie(result, filter.rowCount, filter.coefficientCount, filter.referenceRadius), std::tie(row, rows, coefficients, radius));
+    while (cells >> row >> comma >> slot >> equals >> value)
+      EXPECT_EQ(slot < 0 ? filter.rowKeys[row] : filter.polynomialRows[row][slot], value) << row << "," << slot;
     // Rows past the capacity must not spill into the next member.
     EXPECT_EQ(std::memcmp(filter.radialRows, noRadialRows, sizeof(noRadialRows)), 0);
     EXPECT_EQ(filter.LoadDistortionTable(nullptr), 0);
