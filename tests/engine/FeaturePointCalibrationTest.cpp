@@ -4,9 +4,10 @@
 
 #include <cmath>
 #include <cstring>
-#include <iterator>
 #include <limits>
+#include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "engine/dualCalibration.h"
 #include "synthetic/SyntheticScene.h"
 #include "tests/support/AndroidLog.h"
+#include "tests/support/TestFiles.h"
 
 using namespace testing::internal;
 
@@ -122,50 +124,36 @@ TEST(calibrationDetectPoint, IdenticalImagesPrintEveryStep) {
 }
 
 // Each count passes at its threshold and fails one above it; the result is the selected record, its
-// nRefineCount advanced once the estimate is done. An H_OTP that aligns nothing leaves the aligned image black.
+// nRefineCount advanced once the estimate is done.
 TEST(calibrationDetectPoint, CountsAgainstTheirThresholdsDecideTheRun) {
-  const cv::Mat scene = RenderTexturedScene(cv::Size(1000, 1000), 4), black = cv::Mat::zeros(1000, 1000, CV_8UC1);
-  const cv::Mat periodic = RenderPeriodicTexture(cv::Size(2000, 1500), 4, 1);  // some 175,000 tied keypoints
-  const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
-  const struct {
-    const cv::Mat *mainImage, *secondImage;
-    RecordHomography hOtp;
-    int32_t keypoints, goodMatches, recordSelect, rv, keypoints1, keypoints2;
-    std::vector<std::string> tail;
-    int refineCount;
-  } cases[] = {
-      {&black, &scene, kIdentity, 1, 9, 0, 0, 0, 500, {"ERROR 1 \n"}, 41},
-      {&scene, &black, kIdentity, 1, 9, 0, 0, 500, 0, {"ERROR 2 \n"}, 41},
-      {&scene, &scene, kIdentity, 501, 500, 0, 0, 500, 500, {"ERROR 1 \n"}, 41},
-      {&scene, &scene, kIdentity, 500, 501, 0, 0, 500, 500, {"Match \n", "ERROR 3 \n"}, 41},
-      {&periodic, &periodic, kIdentity, 0, 1, 0, 0, 500, 500, {"Match \n", "ERROR 3 \n"}, 41},
-      {&scene, &scene, kIdentity, 500, 500, 1, 1, 500, 500, {"Match \n"}, 0},
-      {&black, &black, kIdentity, 0, 0, 0, 1, 0, 0, {"Match \n"}, 42},
-      {&scene, &scene, RecordHomography{}, 0, 0, 0, 1, 500, 0, {"Match \n"}, 42},
-      {&scene, &scene, RecordHomography{1, 2, 3, 2, 4, 6, 3, 6, 9}, 0, 0, 0, 1, 500, 0, {"Match \n"}, 42},
-      {&scene, &scene, RecordHomography{1, 0, nan, 0, 1, 0, 0, 0, 1}, 0, 0, 0, 1, 500, 0, {"Match \n"}, 42},
-      {&scene, &scene, RecordHomography{inf, 0, 0, 0, 1, 0, 0, 0, 1}, 0, 0, 0, 1, 500, 0, {"Match \n"}, 42},
-      {&scene, &scene, RecordHomography{1e30f, 0, 0, 0, 1e30f, 0, 0, 0, 1}, 0, 0, 0, 1, 500, 0, {"Match \n"}, 42},
-  };
-  for (size_t i = 0; i < std::size(cases); ++i) {
-    SCOPED_TRACE(i);
-    const auto& c = cases[i];
-    auto engine = Engine(c.hOtp);
-    engine->m_nFeaturePointsNumThreshold = c.keypoints, engine->m_nRefineFeaturePointsNumThreshold = c.goodMatches;
-    engine->mRecordSelect = c.recordSelect;
-    const CapturedRun run = Calibrate(*engine, *c.mainImage, *c.secondImage);
-    EXPECT_EQ(run.rv, c.rv);
+  const std::map<std::string, cv::Mat> images = {{"scene", RenderTexturedScene(cv::Size(1000, 1000), 4)},
+                                                 {"black", cv::Mat::zeros(1000, 1000, CV_8UC1)},
+                                                 {"periodic", RenderPeriodicTexture(cv::Size(2000, 1500), 4, 1)}};
+  for (const auto& c : CaseRows("engine/DetectPointCounts.txt")) {
+    SCOPED_TRACE(c[0] + " | " + c[1] + " | " + c[2]);
+    std::istringstream names(c[0]), homography(c[1]), thresholds(c[2]), results(c[3]);
+    std::string mainName, secondName, number;
+    names >> mainName >> secondName;
+    RecordHomography hOtp{};
+    for (float& h : hOtp) homography >> number, h = std::stof(number);  // stof reads nan and inf
+    auto engine = Engine(hOtp);
+    thresholds >> engine->m_nFeaturePointsNumThreshold >> engine->m_nRefineFeaturePointsNumThreshold >> engine->mRecordSelect;
+    int rv = 0, keypoints1 = 0, keypoints2 = 0, refineCount = 0;
+    results >> rv >> keypoints1 >> keypoints2 >> refineCount;
+    const cv::Mat &mainImage = images.at(mainName), &secondImage = images.at(secondName);
+    const CapturedRun run = Calibrate(*engine, mainImage, secondImage);
+    EXPECT_EQ(run.rv, rv);
     EXPECT_EQ(cv::Rect(engine->mMainWidth, engine->mMainHeight, engine->mSecondWidth, engine->mSecondHeight),
-              cv::Rect(cv::Point(c.mainImage->size()), c.secondImage->size()));
-    std::vector<std::string> log = {"calibrationDetectPoint  \n", "keypoints_1.size()=" + std::to_string(c.keypoints1) + "\n",
-                                    "keypoints_2.size()=" + std::to_string(c.keypoints2) + "\n",
-                                    "m_nFeaturePointsNumThreshold=" + std::to_string(c.keypoints)};
-    log.insert(log.end(), c.tail.begin(), c.tail.end());
+              cv::Rect(cv::Point(mainImage.size()), secondImage.size()));
+    std::vector<std::string> log = {"calibrationDetectPoint  \n", "keypoints_1.size()=" + std::to_string(keypoints1) + "\n",
+                                    "keypoints_2.size()=" + std::to_string(keypoints2) + "\n",
+                                    "m_nFeaturePointsNumThreshold=" + std::to_string(engine->m_nFeaturePointsNumThreshold)};
+    log.insert(log.end(), c.begin() + 4, c.end());
     EXPECT_EQ(run.log, LibraryLogLines(log));
-    CalibrationRecord expected = c.recordSelect ? engine->mFileRecord : engine->mCallerRecord;
-    SetRecordRefineCount(expected, static_cast<uint8_t>(c.refineCount));
+    CalibrationRecord expected = engine->mRecordSelect ? engine->mFileRecord : engine->mCallerRecord;
+    SetRecordRefineCount(expected, static_cast<uint8_t>(refineCount));
     EXPECT_EQ(std::memcmp(engine->mResultRecord.bytes, expected.bytes, kCalibrationRecordSize), 0);
-    EXPECT_TRUE(c.rv == 0 || c.keypoints2 > 0 || (run.report.estimate.empty() && IsIdentity(run.report.refinedH)));
+    EXPECT_TRUE(rv == 0 || keypoints2 > 0 || (run.report.estimate.empty() && IsIdentity(run.report.refinedH)));
   }
 }
 
