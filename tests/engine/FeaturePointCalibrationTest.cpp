@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <limits>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -44,8 +43,7 @@ struct CapturedRun {
 CapturedRun Calibrate(dualCalibration& engine, const cv::Mat& mainImage, const cv::Mat& secondImage, bool keepImage = false) {
   CapturedRun run;
   run.report.keepMatchesImage = keepImage;
-  CaptureStdout();
-  CaptureStderr();
+  CaptureStdout(), CaptureStderr();
   run.rv = engine.calibrationDetectPoint(mainImage.data, secondImage.data, mainImage.cols, mainImage.rows,
                                          secondImage.cols, secondImage.rows, &run.report);
   run.log = StripAndroidLogPrefixes(GetCapturedStderr());
@@ -53,8 +51,16 @@ CapturedRun Calibrate(dualCalibration& engine, const cv::Mat& mainImage, const c
   return run;
 }
 
-cv::Mat Estimate(double a00, double a01, double a02, double a10, double a11, double a12) {
-  return cv::Mat(cv::Matx23d(a00, a01, a02, a10, a11, a12)).clone();
+// Six numbers as a 2 x 3 matrix of doubles; stod also reads nan and inf.
+cv::Mat Estimate(const std::string& text) {
+  std::istringstream numbers(text);
+  cv::Matx23d a;
+  for (double& value : a.val) {
+    std::string number;
+    numbers >> number;
+    value = std::stod(number);
+  }
+  return cv::Mat(a).clone();
 }
 
 }  // namespace
@@ -64,44 +70,28 @@ TEST(SelectGoodMatches, KeepsNearestMatchesWhoseSinglePrecisionRatioIsBelowTwoTh
   const std::vector<std::vector<float>> distances = {{}, {5}, {0, 0}, {0, 1}, {19, 30}, {65, 98},
                                                      {20, 30}, {64, 96}, {10, 15, 1}, {12, 30, 31}};
   std::vector<std::vector<cv::DMatch>> knn(distances.size());
-  for (size_t q = 0; q < distances.size(); ++q) {
+  for (size_t q = 0; q < distances.size(); ++q)
     for (size_t i = 0; i < distances[q].size(); ++i) knn[q].emplace_back(int(q), int(i + 7), 2, distances[q][i]);
-  }
   std::string kept;
-  for (const cv::DMatch& m : SelectGoodMatches(knn)) {
-    kept += std::to_string(m.queryIdx) + ":" + std::to_string(m.trainIdx) + std::to_string(m.imgIdx) + "/" +
-            std::to_string(int(m.distance)) + " ";
-  }
+  for (const cv::DMatch& m : SelectGoodMatches(knn))
+    kept += std::to_string(m.queryIdx) + ":" + std::to_string(m.trainIdx) + std::to_string(m.imgIdx) + "/" + std::to_string(int(m.distance)) + " ";
   EXPECT_EQ(kept, "3:72/0 4:72/19 5:72/65 9:72/12 ");
 }
 
 TEST(RefineHomography, ConstraintsAreStrictAndTestedAsStated) {
-  const double nan = std::numeric_limits<double>::quiet_NaN();
-  const struct {
-    const char* name;
-    cv::Mat estimate;
-    float offsetX;
-    int32_t scale, limitX, limitY;
-    bool met;
-  } cases[] = {
-      {"within every limit", Estimate(1.01, -0.02, 5, 0.02, 0.99, -3), 0, 2, 10, 10, true},
-      {"|h02| at its limit", Estimate(1, 0, 5, 0, 1, 0), 0, 2, 5, 10, false},
-      {"|h12| at its limit", Estimate(1, 0, 0, 0, 1, -4), 0, 2, 10, 4, false},
-      {"h11 off by more than s", Estimate(1, 0, 0, 0, 0.97, 0), 0, 2, 10, 10, false},
-      {"h00 inside the binary32 s", Estimate(1.0099999997, 0, 0, 0, 1, 0), 0, 1, 10, 10, true},
-      {"h00 between binary32 s and 0.01", Estimate(1.0099999999, 0, 0, 0, 1, 0), 0, 1, 10, 10, false},
-      {"fOffsetX brings h02 inside", Estimate(1, 0, 1, 0, 1, 0), 250, 2, 2, 10, true},
-      {"fOffsetX takes h02 to the limit", Estimate(1, 0, 1, 0, 1, 0), 300, 2, 2, 10, false},
-      {"NaN in the estimate", Estimate(1, 0, nan, 0, 1, 0), 0, 2, 10, 10, false},
-      {"no estimate", cv::Mat(), 0, 2, 10, 10, false},
-      {"3x3", cv::Mat::eye(3, 3, CV_64F), 0, 2, 10, 10, false},
-      {"single precision", cv::Mat(cv::Matx23f(1, 0, 0, 0, 1, 0)), 0, 2, 10, 10, false},
-  };
-  for (const auto& c : cases) {
-    const HomographyRefinement r = RefineHomography(c.estimate, c.offsetX, c.scale, c.limitX, c.limitY);
-    EXPECT_EQ(r.constraintsMet, c.met) << c.name;
-    EXPECT_EQ(r.correctedH.empty(), c.estimate.type() != CV_64F || c.estimate.rows != 2) << c.name;
-    EXPECT_TRUE(c.met || IsIdentity(r.refinedH)) << c.name;
+  const std::map<std::string, cv::Mat> named = {
+      {"none", cv::Mat()}, {"eye3", cv::Mat::eye(3, 3, CV_64F)}, {"float", cv::Mat(cv::Matx23f(1, 0, 0, 0, 1, 0))}};
+  for (const auto& c : CaseRows("engine/RefineHomography.txt")) {
+    SCOPED_TRACE(c[3]);
+    const cv::Mat estimate = named.count(c[0]) ? named.at(c[0]) : Estimate(c[0]);
+    std::istringstream limits(c[1]);
+    float offsetX = 0.0f;
+    int32_t scale = 0, limitX = 0, limitY = 0;
+    limits >> offsetX >> scale >> limitX >> limitY;
+    const HomographyRefinement r = RefineHomography(estimate, offsetX, scale, limitX, limitY);
+    EXPECT_EQ(r.constraintsMet, c[2] == "1");
+    EXPECT_EQ(r.correctedH.empty(), estimate.type() != CV_64F || estimate.rows != 2);
+    EXPECT_TRUE(c[2] == "1" || IsIdentity(r.refinedH));
   }
 }
 
@@ -135,7 +125,7 @@ TEST(calibrationDetectPoint, CountsAgainstTheirThresholdsDecideTheRun) {
     std::string mainName, secondName, number;
     names >> mainName >> secondName;
     RecordHomography hOtp{};
-    for (float& h : hOtp) homography >> number, h = std::stof(number);  // stof reads nan and inf
+    for (float& h : hOtp) homography >> number, h = std::stof(number);
     auto engine = Engine(hOtp);
     thresholds >> engine->m_nFeaturePointsNumThreshold >> engine->m_nRefineFeaturePointsNumThreshold >> engine->mRecordSelect;
     int rv = 0, keypoints1 = 0, keypoints2 = 0, refineCount = 0;
@@ -162,8 +152,8 @@ TEST(calibrationDetectPoint, EstimateRecoversAKnownSimilarity) {
   // keypoints sit on whole pixels of their pyramid level, so single pairs may miss by up to about 0.2 px and
   // 3e-4 (seen over 100 rendered pairs); the translation at the origin also carries the scale and rotation
   // error times the distance to the origin.
-  constexpr double kTranslationRmsPx = 0.1, kScaleRms = 2e-4;
-  constexpr double kTranslationPerPairPx = 0.25, kScalePerPair = 4e-4, kOriginPerPairPx = 0.5;
+  constexpr double kTranslationRmsPx = 0.1, kScaleRms = 2e-4, kTranslationPerPairPx = 0.25, kScalePerPair = 4e-4;
+  constexpr double kOriginPerPairPx = 0.5;
   const cv::Matx33d mainToSecond(1.02, 0.01, -30, -0.008, 0.99, 12, 1e-6, -2e-6, 1);
   const double cases[][5] = {{31, 1.01, 0.5, 20, -20}, {32, 0.99, -0.5, -20, 20},     {33, 1.01, -0.5, -20, -20},
                              {34, 0.99, 0.5, 20, 20},  {35, 1.006, -0.3, 12.5, 7.25}, {36, 0.995, 0.4, -8, -17}};
