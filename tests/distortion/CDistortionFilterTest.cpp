@@ -28,7 +28,6 @@ constexpr int kWidth = 2001, kHeight = 1501;
 constexpr float kCamera[9] = {1600.0f, 0.0f, 1130.5f, 0.0f, 1590.0f, 690.25f, 0.0f, 0.0f, 1.0f};
 constexpr float kTargetCamera[9] = {1500.0f, 0.0f, 1010.0f, 0.0f, 1495.0f, 740.0f, 0.0f, 0.0f, 1.0f};
 constexpr float kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-// Radial models k1, k2, k3: pincushion and barrel.
 constexpr std::array<double, 3> kPincushion = {0.08, 0.02, -0.005}, kBarrel = {-0.12, 0.05, -0.01};
 // Float rounding of coordinates of a few thousand pixels and the radial table's interpolation (4e-4 px here).
 constexpr double kPointTolerancePx = 2e-3;
@@ -77,14 +76,12 @@ TEST(CDistortionFilter, TableFiles) {
   }
 }
 
-// Both lookups clamp to the table; an x on a node comes from the first interval that brackets it (the one
-// ending there, even where the next interval has zero width); nothing brackets a NaN. The reciprocal lookup
-// also searches the interval that ends at the slack entry.
+// Lookups clamp; an x on a node takes the first interval bracketing it (the one ending there, even before one of
+// zero width); nothing brackets a NaN. The reciprocal lookup also searches the interval ending at the slack entry.
 TEST(CDistortionFilter, CurveLookupBoundariesAndFirstBracket) {
   CurveTable xs{}, ys{};
   for (int i = 0; i < kCurveSize; ++i) xs[i] = 2.0f * i + 1.0f, ys[i] = 4.0f * i + 8.0f;
-  xs[7] = xs[6];
-  ys[7] = 99.0f;
+  xs[7] = xs[6], ys[7] = 99.0f;
   const float cases[][2] = {{-5, 8}, {1, 8}, {11, 28}, {12, 30}, {13, 32}, {2046, 4098}, {2047, 4100}, {5000, 4100}, {kNaN, 8}};
   for (const auto& c : cases) {
     EXPECT_EQ(CDistortionFilter::InterpolateCurve(xs, ys, c[0]), c[1]) << c[0];
@@ -95,9 +92,8 @@ TEST(CDistortionFilter, CurveLookupBoundariesAndFirstBracket) {
   EXPECT_EQ(CDistortionFilter::InterpolateCurveReciprocal(xs, ys, 2047.0f), 1.0f / 4100.0f);
 }
 
-// Nodes, fractions, every edge, NaN and infinities, on planes sized exactly so that a read past them is caught:
-// a 4 x 3 luma plane, and the chroma plane of a 5 x 5 image (two rows of two pairs). Planes without a sample
-// read nothing.
+// Nodes, fractions, edges, NaN and infinities on planes sized exactly (4 x 3 luma; the chroma of a 5 x 5 image,
+// two rows of two pairs), so a read past them is caught; planes without a sample read nothing.
 TEST(CDistortionFilter, SamplerEdgeCases) {
   std::vector<uint8_t> luma = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 121}, chroma = {10, 200, 30, 100, 50, 0, 70, 255};
   const float inf = std::numeric_limits<float>::infinity();
@@ -117,13 +113,11 @@ TEST(CDistortionFilter, SamplerEdgeCases) {
   }
 }
 
-// The polynomial band is fixed at [0.95, 1.05]: about (1000, 750), radii 50, 100 and 10 give factors 1.045,
-// 1.09 and 1.009; the second stops the run, the third is left untouched. Factors down to 0.955 pass. (The
-// kernels' arithmetic and placements are pinned by tests/golden.)
+// The band is [0.95, 1.05]: radii 50, 100 and 10 give 1.045, 1.09 (stops the run) and 1.009 (left untouched);
+// factors down to 0.955 pass. The kernels' arithmetic and placements are pinned by tests/golden.
 TEST(CDistortionFilter, PolynomialBandStopsTheRun) {
   CDistortionFilter filter;
-  filter.coefficientCount = 1;
-  filter.referenceRadius = 100.0f, filter.currentPolynomial[0] = 0.09f;
+  filter.coefficientCount = 1, filter.referenceRadius = 100.0f, filter.currentPolynomial[0] = 0.09f;
   const float band[6] = {1050, 750, 1000, 850, 990, 750};
   float out[6] = {kSentinel, kSentinel, kSentinel, kSentinel, kSentinel, kSentinel};
   EXPECT_EQ(filter.UndistortPointsPolynomial(band, out, 3, kWidth, kHeight), 0);
@@ -133,9 +127,8 @@ TEST(CDistortionFilter, PolynomialBandStopsTheRun) {
   EXPECT_EQ(filter.UndistortPointsPolynomial(nullptr, nullptr, 0, kWidth, kHeight), 1);
 }
 
-// The three radial point kernels with both placements away from the identity, against OpenCV: the input is
-// placed by forwardTransform before the camera model, and the output placed back by it (undistortion) or by
-// sourceTransform (the mappings). Points lie where the radial table reaches.
+// The radial point kernels against OpenCV with both placements set: the input placed by forwardTransform, the
+// output by it (undistortion) or by sourceTransform (mappings); points lie where the radial table reaches.
 TEST(CDistortionFilter, RadialKernelsAgreeWithOpenCvUnderPlacement) {
   cv::Matx33d rotationD;
   cv::Rodrigues(cv::Vec3d(0.02, -0.03, 0.01), rotationD);

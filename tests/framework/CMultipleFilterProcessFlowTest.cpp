@@ -11,7 +11,6 @@ namespace {
 class Stage final : public CFilter {
  public:
   Stage() { SetName("Stage"); }
-  ~Stage() = default;
   bool Initialize() override { return mParameterList.AddParameter("nGain", &gain, 0, 10, "g") == 1; }
   int32_t gain = 1;
 };
@@ -20,7 +19,6 @@ class Stage final : public CFilter {
 class Flow final : public CMultipleFilterProcessFlow {
  public:
   explicit Flow(bool setupSucceeds) : mSetupSucceeds(setupSucceeds) { SetNameAndSetup("Flow"); }
-  ~Flow() = default;
   bool Initialize() override { return mParameterList.AddParameter("nStages", &stages, 0, 9, nullptr) == 1; }
   bool SetupFilters() override {
     return mSetupSucceeds && AddFilter(&stage[0], nullptr) && AddFilter(&stage[1], "_2") && AddFilter(&stage[2], "_3");
