@@ -230,8 +230,7 @@ TEST(YuvWarp, ModelChoiceAndPolynomialWarp) {
   const std::array<float, 9> camera = Camera(48.0f, 48.0f, 30.0f, 20.0f);
   const double c[3] = {-0.03, 0.01, -0.004}, halfDiagonal = std::hypot(width, height) / 2;
   auto filter = std::make_unique<CDistortionFilter>();
-  filter->coefficientCount = 3;
-  filter->referenceRadius = 30.0f;
+  filter->coefficientCount = 3, filter->referenceRadius = 30.0f;
   std::copy(c, c + 3, filter->currentPolynomial);
   YuvPlanes source = RampSource(width, height), target = Target(width - 1, height - 1);
   float zoom = 0.0f;

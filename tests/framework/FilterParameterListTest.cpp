@@ -52,11 +52,7 @@ TEST(FilterParameterList, SavesArraysInRegistrationOrderAndSetsDirectly) {
                 p.list.AddIndexedArrayParameter("nLut", values, 0, 2, 0, 9, "lut") +
                 p.list.AddIndexedArrayParameter("nLut", values + 1, 1, 2, 0, 9, "lut"), 4);
   EXPECT_EQ(p.list.Count(), 11);
-  EXPECT_EQ(TextWrittenBy([&](FILE* f) { EXPECT_EQ(p.list.SaveList(f), 1); }),
-            "nWidth=7;\t\tRange=[0,100] \nnHeight=8;\t\tRange=[-5,5] rows\nnScale=9;\t\tRange=[1,1000] \n"
-            "nGain_0=1;\t\tRange=[0,10] gain\nnGain_1=2;\t\tRange=[0,10] \nnGain_2=5;\t\tRange=[0,10] \n"
-            "nZero_0=1;\t\tRange=[0,10] \nnLut_0_0=1;\t\tRange=[0,9] lut\nnLut_0_1=2;\t\tRange=[0,9] \n"
-            "nLut_1_0=2;\t\tRange=[0,9] \nnLut_1_1=5;\t\tRange=[0,9] \n");
+  ExpectGolden(TextWrittenBy([&](FILE* f) { EXPECT_EQ(p.list.SaveList(f), 1); }), "framework/SavedArrays.golden");
   EXPECT_EQ(p.list.SaveList(nullptr), 0);
   ThreeParameters q;
   CaptureStdout();
