@@ -22,10 +22,8 @@ namespace {
 struct Library {
   void* handle = dlopen(QLM_SERVICE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
   int (*version)() = reinterpret_cast<int (*)()>(Symbol("_Z21QLM_Get_Calib_Vertionv"));
-  int (*init)(unsigned char*, unsigned char*, unsigned char*, int, int, int, int) =
-      reinterpret_cast<decltype(init)>(Symbol("_Z14QLM_Calib_INITPhS_S_iiii"));
-  int (*process)(unsigned char*, unsigned char*, int, int, int, int, int) =
-      reinterpret_cast<decltype(process)>(Symbol("_Z17QLM_Calib_PROCESSPhS_iiiii"));
+  int (*init)(unsigned char*, unsigned char*, unsigned char*, int, int, int, int) = reinterpret_cast<decltype(init)>(Symbol("_Z14QLM_Calib_INITPhS_S_iiii"));
+  int (*process)(unsigned char*, unsigned char*, int, int, int, int, int) = reinterpret_cast<decltype(process)>(Symbol("_Z17QLM_Calib_PROCESSPhS_iiiii"));
   int (*result)(unsigned char*) = reinterpret_cast<decltype(result)>(Symbol("_Z20QLM_Get_Calib_ResultPh"));
 
   ~Library() { if (handle != nullptr) dlclose(handle); }
@@ -52,10 +50,7 @@ std::string WriteParameterFile(const std::string& path, int32_t keypoints, int32
   return ReadFile(path);
 }
 
-struct Captured {
-  int rv = 0;
-  std::string out, log;
-};
+struct Captured { int rv = 0; std::string out, log; };
 
 class Exports : public testing::Test {
  protected:

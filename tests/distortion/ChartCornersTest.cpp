@@ -20,7 +20,6 @@ using Views = std::vector<std::vector<cv::Point2f>>;
 
 constexpr int kMainWidth = 1600, kMainHeight = 1200, kSecondWidth = 1200, kSecondHeight = 1000;
 
-// Four views of 24 corners scattered over the image with a fixed seed.
 Views RandomViews(int width, int height, unsigned seed) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> x(0.0f, width - 1.0f), y(0.0f, height - 1.0f);

@@ -52,7 +52,6 @@ std::unique_ptr<CDistortionFilter> RadialFilter(float k1, float k2, float k3) {
   return filter;
 }
 
-// The rotation of a Rodrigues vector, row major in single precision.
 std::array<float, 9> RotationFrom(const cv::Vec3d& vector) {
   cv::Matx33d rotation;
   cv::Rodrigues(vector, rotation);
@@ -76,8 +75,7 @@ RandomWarp MakeRandomWarp(std::mt19937& random) {
   };
   RandomWarp w{};
   w.sourceWidth = size(random), w.sourceHeight = size(random), w.targetWidth = size(random) - 1, w.targetHeight = size(random) - 1;
-  w.sourceCamera = camera(w.sourceWidth, w.sourceHeight);
-  w.targetCamera = camera(w.targetWidth, w.targetHeight);
+  w.sourceCamera = camera(w.sourceWidth, w.sourceHeight), w.targetCamera = camera(w.targetWidth, w.targetHeight);
   w.rotation = RotationFrom(cv::Vec3d(0.3 * unit(random), 0.3 * unit(random), 0.3 * unit(random)));
   for (float& k : w.k) k = 0.3f * unit(random);
   for (float* transform : {w.forward, w.place})
@@ -85,25 +83,22 @@ RandomWarp MakeRandomWarp(std::mt19937& random) {
   return w;
 }
 
-// Each byte tells where it was sampled.
 YuvPlanes RampSource(int width, int height) {
   return SourceOf(width, height, [](int x, int y, int plane) { return plane == 0 ? 2 * x + 3 * y : plane == 1 ? 4 * x + 10 : 5 * y + 20; });
 }
 
-// The largest level difference of target from RampSource sampled at sampled(x, y), clamped as the samplers
-// clamp; a chroma pair holds its last writer's sample, an odd width's last pair spills into the next row; NaN
-// positions are skipped.
+// Largest level difference of target from RampSource sampled at sampled(x, y) (NaN: skipped), clamped as the
+// samplers clamp; a chroma pair holds its last writer's sample, an odd width's last pair spills into the next row.
 template <typename Sampled>
 double WorstRampLevels(const YuvPlanes& target, int sourceWidth, int sourceHeight, Sampled sampled) {
   std::vector<double> luma(target.luma.size(), NAN), chroma(target.chroma.size(), NAN);
-  for (int y = 0; y < target.height; ++y) {
-    for (int x = 0; x < target.width; ++x) {
-      const cv::Point2d p = sampled(x, y);
-      luma[y * target.width + x] = 2.0 * std::clamp(p.x, 0.0, sourceWidth - 1.0) + 3.0 * std::clamp(p.y, 0.0, sourceHeight - 1.0);
-      if ((x % 2 == 0 && x + 1 < target.width) || (y % 2 == 0 && y + 1 < target.height)) continue;  // not the last writer
-      chroma[(y / 2) * target.width + (x & ~1)] = 4.0 * std::clamp(p.x / 2, 0.0, sourceWidth / 2 - 1.0) + 10.0;
-      chroma[(y / 2) * target.width + (x & ~1) + 1] = 5.0 * std::clamp(p.y / 2, 0.0, sourceHeight / 2 - 1.0) + 20.0;
-    }
+  for (int i = 0; i < target.width * target.height; ++i) {
+    const int x = i % target.width, y = i / target.width;
+    const cv::Point2d p = sampled(x, y);
+    luma[i] = 2.0 * std::clamp(p.x, 0.0, sourceWidth - 1.0) + 3.0 * std::clamp(p.y, 0.0, sourceHeight - 1.0);
+    if ((x % 2 == 0 && x + 1 < target.width) || (y % 2 == 0 && y + 1 < target.height)) continue;  // not the last writer
+    chroma[(y / 2) * target.width + (x & ~1)] = 4.0 * std::clamp(p.x / 2, 0.0, sourceWidth / 2 - 1.0) + 10.0;
+    chroma[(y / 2) * target.width + (x & ~1) + 1] = 5.0 * std::clamp(p.y / 2, 0.0, sourceHeight / 2 - 1.0) + 20.0;
   }
   double worst = 0.0;
   for (size_t i = 0; i < luma.size(); ++i) worst = std::isnan(luma[i]) ? worst : std::max(worst, std::abs(target.luma[i] - luma[i]));

@@ -34,11 +34,7 @@ std::unique_ptr<dualCalibration> Engine(const RecordHomography& hOtp, float offs
   return engine;
 }
 
-struct CapturedRun {
-  int rv = 0;
-  std::string out, log;
-  FeaturePointReport report;
-};
+struct CapturedRun { int rv = 0; std::string out, log; FeaturePointReport report; };
 
 CapturedRun Calibrate(dualCalibration& engine, const cv::Mat& mainImage, const cv::Mat& secondImage, bool keepImage = false) {
   CapturedRun run;
@@ -95,8 +91,7 @@ TEST(RefineHomography, ConstraintsAreStrictAndTestedAsStated) {
   }
 }
 
-// One run on a scene against itself: every printed matrix and log line (fOffsetX taken from the record), the
-// report and the refine count.
+// A scene against itself: every printed matrix (fOffsetX from the record) and log line, report and refine count.
 TEST(calibrationDetectPoint, IdenticalImagesPrintEveryStep) {
   const cv::Mat scene = RenderTexturedScene(cv::Size(2000, 1500), 11);
   auto engine = Engine(kIdentity, 50.0f);
@@ -109,23 +104,21 @@ TEST(calibrationDetectPoint, IdenticalImagesPrintEveryStep) {
             std::make_tuple(500, cv::Size(4000, 1500), CV_8UC3, uint8_t{42}));
 }
 
-// Each count passes at its threshold and fails one above it; the result is the selected record, its
-// nRefineCount advanced once the estimate is done.
+// Each count passes at its threshold and fails one above it; the result is the selected record, its nRefineCount
+// advanced once the estimate is done.
 TEST(calibrationDetectPoint, CountsAgainstTheirThresholdsDecideTheRun) {
   const std::map<std::string, cv::Mat> images = {{"scene", RenderTexturedScene(cv::Size(1000, 1000), 4)},
-                                                 {"black", cv::Mat::zeros(1000, 1000, CV_8UC1)},
-                                                 {"periodic", RenderPeriodicTexture(cv::Size(2000, 1500), 4, 1)}};
+      {"black", cv::Mat::zeros(1000, 1000, CV_8UC1)}, {"periodic", RenderPeriodicTexture(cv::Size(2000, 1500), 4, 1)}};
   for (const auto& c : CaseRows("engine/DetectPointCounts.txt")) {
     SCOPED_TRACE(c[0] + " | " + c[1] + " | " + c[2]);
     std::istringstream names(c[0]), homography(c[1]), thresholds(c[2]), results(c[3]);
     std::string mainName, secondName, number;
-    names >> mainName >> secondName;
     RecordHomography hOtp{};
+    int rv = 0, refineCount = 0;
+    names >> mainName >> secondName, results >> rv >> refineCount;
     for (float& h : hOtp) homography >> number, h = std::stof(number);
     auto engine = Engine(hOtp);
     thresholds >> engine->m_nFeaturePointsNumThreshold >> engine->m_nRefineFeaturePointsNumThreshold >> engine->mRecordSelect;
-    int rv = 0, refineCount = 0;
-    results >> rv >> refineCount;
     const cv::Mat &mainImage = images.at(mainName), &secondImage = images.at(secondName);
     const CapturedRun run = Calibrate(*engine, mainImage, secondImage);
     EXPECT_EQ(run.rv, rv);
@@ -140,10 +133,9 @@ TEST(calibrationDetectPoint, CountsAgainstTheirThresholdsDecideTheRun) {
 }
 
 TEST(calibrationDetectPoint, EstimateRecoversAKnownSimilarity) {
-  // Targets: translation (of the image centre) within 0.1 px and scale within 2e-4 as RMS over the pairs. ORB
-  // keypoints sit on whole pixels of their pyramid level, so single pairs may miss by up to about 0.2 px and
-  // 3e-4 (seen over 100 rendered pairs); the translation at the origin also carries the scale and rotation
-  // error times the distance to the origin.
+  // RMS targets: the image centre's translation within 0.1 px, scale within 2e-4. ORB keypoints sit on whole pixels
+  // of their pyramid level, so single pairs miss by up to about 0.2 px and 3e-4 (seen over 100 rendered pairs); the
+  // translation at the origin also carries the scale and rotation error times the distance to the origin.
   constexpr double kTranslationRmsPx = 0.1, kScaleRms = 2e-4, kTranslationPerPairPx = 0.25, kScalePerPair = 4e-4;
   constexpr double kOriginPerPairPx = 0.5;
   const cv::Matx33d mainToSecond(1.02, 0.01, -30, -0.008, 0.99, 12, 1e-6, -2e-6, 1);

@@ -35,7 +35,6 @@ struct GoldenText {
   void Floats(const std::string& label, const float* values, size_t count) {
     for (size_t i = 0; i < count; ++i) Float(label + "[" + std::to_string(i) + "]", values[i]);
   }
-  // Hexadecimal bytes, 40 to a line.
   void Bytes(const std::string& label, const std::vector<uint8_t>& bytes) {
     char hex[4];
     for (size_t i = 0; i < bytes.size(); ++i) {
@@ -59,10 +58,8 @@ struct GoldenText {
 constexpr int kWidth = 2000, kHeight = 1500;
 constexpr float kCamera[9] = {1600.0f, 0.0f, 1003.5f, 0.0f, 1590.0f, 748.25f, 0.0f, 0.0f, 1.0f};
 constexpr float kTargetCamera[9] = {1500.0f, 0.0f, 1010.0f, 0.0f, 1495.0f, 740.0f, 0.0f, 0.0f, 1.0f};
-constexpr float kRotation[9] = {0.99984771f,  -0.01745241f, 0.00174524f, 0.01744975f, 0.99983245f,
-                                0.00523596f,  -0.00183652f, -0.00520461f, 0.99998477f};
-const double kRotationD[9] = {0.99984771,  -0.01745241, 0.00174524, 0.01744975, 0.99983245,
-                              0.00523596, -0.00183652, -0.00520461, 0.99998477};
+constexpr float kRotation[9] = {0.99984771f, -0.01745241f, 0.00174524f, 0.01744975f, 0.99983245f, 0.00523596f, -0.00183652f, -0.00520461f, 0.99998477f};
+const double kRotationD[9] = {0.99984771, -0.01745241, 0.00174524, 0.01744975, 0.99983245, 0.00523596, -0.00183652, -0.00520461, 0.99998477};
 
 // A polynomial, a barrel radial model and both placement transforms away from the identity.
 void Configure(CDistortionFilter& filter) {
@@ -116,8 +113,7 @@ TEST(ArchitectureGolden, Curves) {
     // Queries from below the first node to past the last one of each table.
     const std::string index = "[" + std::to_string(i) + "]";
     out.Float("interpolate" + index, CDistortionFilter::InterpolateCurve(polyRadius, polyScale, i * 33.5f - 2.0f));
-    out.Float("reciprocal" + index, CDistortionFilter::InterpolateCurveReciprocal(
-                                        radialRadius, radialScale, i * 0.021484375f - 0.015625f));
+    out.Float("reciprocal" + index, CDistortionFilter::InterpolateCurveReciprocal(radialRadius, radialScale, i * 0.021484375f - 0.015625f));
   }
   ExpectGolden(out.text, "golden/Curves.golden");
 }
@@ -152,7 +148,6 @@ TEST(ArchitectureGolden, YuvWarpRadial) {
   Configure(filter);
   constexpr float kSourceCamera[9] = {90.0f, 0.0f, 47.5f, 0.0f, 89.0f, 31.75f, 0.0f, 0.0f, 1.0f};
   constexpr float kWarpTargetCamera[9] = {85.0f, 0.0f, 40.25f, 0.0f, 84.5f, 29.5f, 0.0f, 0.0f, 1.0f};
-  // A 96 x 64 source whose luma and chroma vary at every pixel.
   YuvPlanes source{96, 64, std::vector<uint8_t>(96 * 64), std::vector<uint8_t>(32 * 96)};
   for (int i = 0; i < 96 * 64; ++i) source.luma[i] = static_cast<uint8_t>((i % 96 * 7 + i / 96 * 13 + i % 96 * (i / 96) % 31) & 255);
   for (size_t i = 0; i < source.chroma.size(); ++i) source.chroma[i] = static_cast<uint8_t>((i * 37 + i / 11) & 255);
@@ -180,8 +175,7 @@ TEST(ArchitectureGolden, HomographyRefinement) {
     const HomographyRefinement refinement = RefineHomography(cv::Mat(2, 3, CV_64F, const_cast<double*>(c.a)), c.offsetX,
                                                              c.scaleHundredths, c.offsetXLimitPx, c.offsetYLimitPx);
     const std::string prefix = "case" + std::to_string(i) + ".";
-    out.Matrix(prefix + "correctedH", refinement.correctedH);
-    out.Int(prefix + "constraintsMet", refinement.constraintsMet);
+    out.Matrix(prefix + "correctedH", refinement.correctedH), out.Int(prefix + "constraintsMet", refinement.constraintsMet);
     out.Matrix(prefix + "refinedH", refinement.refinedH);
   }
   ExpectGolden(out.text, "golden/HomographyRefinement.golden");
@@ -194,9 +188,8 @@ TEST(ArchitectureGolden, CornerMatching) {
   std::vector<cv::Point2f> reversed;
   for (auto it = main.rbegin(); it != main.rend(); ++it) reversed.emplace_back(it->x * 0.875f + 37.5f, it->y * 0.875f - 12.25f);
   // Two corners of the first list nearest to the same one of the second.
-  std::vector<cv::Point2f> crowded = main;
+  std::vector<cv::Point2f> crowded = main, matched1, matched2;
   crowded[10] = crowded[11];
-  std::vector<cv::Point2f> matched1, matched2;
   GoldenText out;
   testing::internal::CaptureStdout();
   out.Int("reversedResult", engine.matchCornerOrder(main, reversed, matched1, matched2));

@@ -11,8 +11,7 @@
 #include <string>
 #include <vector>
 
-// Creates a fresh directory under the system's temporary folder, points QLM_PICTURES_DIR at it, and removes it
-// with its files when destroyed.
+// A fresh directory under the system's temporary folder, also QLM_PICTURES_DIR, removed with its files.
 class TempDir {
  public:
   TempDir();
