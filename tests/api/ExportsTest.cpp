@@ -38,9 +38,7 @@ CalibrationRecord PatternRecord(uint8_t seed) {
   return record;
 }
 
-std::string Bytes(const CalibrationRecord& record) {
-  return std::string(reinterpret_cast<const char*>(record.bytes), kCalibrationRecordSize);
-}
+std::string Bytes(const CalibrationRecord& r) { return std::string(reinterpret_cast<const char*>(r.bytes), kCalibrationRecordSize); }
 
 // The engine's section, at its defaults but these, written to path; returns the text.
 std::string WriteParameterFile(const std::string& path, int32_t keypoints, int32_t scaleHundredths = 0) {

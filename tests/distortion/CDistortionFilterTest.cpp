@@ -108,8 +108,7 @@ TEST(CDistortionFilter, SamplerEdgeCases) {
     uint8_t out[2] = {9, 9};
     if (c.height == 3) CDistortionFilter::SampleGrayBilinear(image, c.x, c.y, out);
     if (c.height == 5) CDistortionFilter::SampleChromaBilinear(image, c.x, c.y, out);
-    EXPECT_EQ(out[0], c.first) << c.width << " " << c.x << "," << c.y;
-    EXPECT_EQ(out[1], c.second) << c.width << " " << c.x << "," << c.y;
+    EXPECT_EQ(std::make_pair(int{out[0]}, int{out[1]}), std::make_pair(c.first, c.second)) << c.width << " " << c.x << "," << c.y;
   }
 }
 

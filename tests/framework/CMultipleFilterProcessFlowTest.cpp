@@ -34,8 +34,7 @@ class Flow final : public CMultipleFilterProcessFlow {
 
 TEST(CMultipleFilterProcessFlow, SavesOwnSectionThenEachMemberAndLoadsItBack) {
   Flow saved(true);
-  saved.stages = 9;
-  saved.stage[1].gain = 5;
+  saved.stages = 9, saved.stage[1].gain = 5;
   const std::string text = TextWrittenBy([&](FILE* stream) { EXPECT_TRUE(saved.SaveParameters(stream)); });
   EXPECT_EQ(text, "\nFlow\nnStages=9;\t\tRange=[0,9] \n\nStage\nnGain=1;\t\tRange=[0,10] g\n"
                   "\nStage_2\nnGain=5;\t\tRange=[0,10] g\n\nStage_3\nnGain=1;\t\tRange=[0,10] g\n");
@@ -45,8 +44,7 @@ TEST(CMultipleFilterProcessFlow, SavesOwnSectionThenEachMemberAndLoadsItBack) {
 }
 
 TEST(CMultipleFilterProcessFlow, FailuresStopAndListTheMembersNotLoaded) {
-  const std::string missing23 =
-      "Filter Stage_2 is missing to load parameters!!!\nFilter Stage_3 is missing to load parameters!!!\n";
+  const std::string missing23 = "Filter Stage_2 is missing to load parameters!!!\nFilter Stage_3 is missing to load parameters!!!\n";
   Flow flow(true);
   const std::string damaged = "\nFlow\nnStages=2\n\nStage\nnGain=4\n\nStage_2\nnGain\n\nStage_3\nnGain=4\n";
   EXPECT_EQ(PrintedWhileLoading(flow, damaged, false),
