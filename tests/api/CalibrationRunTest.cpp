@@ -46,8 +46,7 @@ struct InitSetUp {
     std::vector<int> seeds;
     for (const CalibrationRecord* r : {&engine->mFileRecord, &engine->mCallerRecord, &engine->mResultRecord}) {
       seeds.push_back(r->bytes[1] - 1);
-      if (std::memcmp(r->bytes, PatternRecord(static_cast<uint8_t>(seeds.back())).bytes, kCalibrationRecordSize))
-        seeds.back() = 0;
+      if (std::memcmp(r->bytes, PatternRecord(static_cast<uint8_t>(seeds.back())).bytes, kCalibrationRecordSize)) seeds.back() = 0;
     }
     return seeds;
   }

@@ -65,7 +65,7 @@ TEST(CDistortionFilter, TableFiles) {
     std::istringstream expected(c[1]), cells(c[2]);
     int32_t rows = 0, coefficients = 0, row = 0, slot = 0;
     float radius = 0.0f, value = 0.0f;
-    char comma, equals;
+    char comma = 0, equals = 0;
     expected >> row >> rows >> coefficients >> radius;
     EXPECT_EQ(std::tie(result, filter.rowCount, filter.coefficientCount, filter.referenceRadius), std::tie(row, rows, coefficients, radius));
     while (cells >> row >> comma >> slot >> equals >> value)

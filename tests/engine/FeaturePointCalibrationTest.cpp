@@ -50,11 +50,8 @@ CapturedRun Calibrate(dualCalibration& engine, const cv::Mat& mainImage, const c
 cv::Mat Estimate(const std::string& text) {
   std::istringstream numbers(text);
   cv::Matx23d a;
-  for (double& value : a.val) {
-    std::string number;
-    numbers >> number;
-    value = std::stod(number);
-  }
+  std::string number;
+  for (double& value : a.val) numbers >> number, value = std::stod(number);
   return cv::Mat(a).clone();
 }
 

@@ -219,8 +219,7 @@ TEST(ArchitectureGolden, EulerAngles) {
 
 TEST(ArchitectureGolden, ResidueFit) {
   dualCalibration engine;
-  dualCalibration::MainCameraFilter().ResetDistortion();
-  dualCalibration::SecondCameraFilter().ResetDistortion();
+  dualCalibration::MainCameraFilter().ResetDistortion(), dualCalibration::SecondCameraFilter().ResetDistortion();
   const double k1[9] = {1650.5, 0.0, 1001.25, 0.0, 1648.75, 751.5, 0.0, 0.0, 1.0};
   const double k2[9] = {1490.25, 0.0, 902.5, 0.0, 1489.5, 676.75, 0.0, 0.0, 1.0};
   engine.K1 = Matrix3x3(k1), engine.K2 = Matrix3x3(k2), engine.R = Matrix3x3(kRotationD);
