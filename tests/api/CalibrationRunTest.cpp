@@ -23,8 +23,7 @@ CalibrationRecord PatternRecord(uint8_t seed) {
 
 const unsigned char* Path(const std::string& path) { return reinterpret_cast<const unsigned char*>(path.c_str()); }
 
-// An engine with distinct records and counter; in the directory a parameter file that loads (nBoardWidth 9) and
-// a record file (pattern 3).
+// An engine with distinct records and counter, a parameter file that loads (nBoardWidth 9), record file pattern 3.
 struct InitSetUp {
   TempDir dir;
   std::unique_ptr<dualCalibration> engine = std::make_unique<dualCalibration>();
@@ -47,8 +46,7 @@ struct InitSetUp {
     std::vector<int> seeds;
     for (const CalibrationRecord* r : {&engine->mFileRecord, &engine->mCallerRecord, &engine->mResultRecord}) {
       seeds.push_back(r->bytes[1] - 1);
-      if (std::memcmp(r->bytes, PatternRecord(static_cast<uint8_t>(seeds.back())).bytes, kCalibrationRecordSize))
-        seeds.back() = 0;
+      if (std::memcmp(r->bytes, PatternRecord(static_cast<uint8_t>(seeds.back())).bytes, kCalibrationRecordSize)) seeds.back() = 0;
     }
     return seeds;
   }
@@ -62,8 +60,7 @@ TEST(CalibrationRun, BlendTruncatesTowardZero) {
   for (const auto& c : cases) EXPECT_EQ(BlendInitValues(c[0], c[1]), c[2]) << c[0] << ", " << c[1];
 }
 
-// A null record path answers -2 and leaves the file record; a null caller record is not copied. (Codes, texts
-// and record selection through the exports: ExportsTest.)
+// A null record path answers -2 and leaves the file record; a null caller record is not copied.
 TEST(CalibrationRun, InitLoadsValuesAndRecordsAndResetsTheCounter) {
   InitSetUp run;
   CaptureStdout();
@@ -78,8 +75,7 @@ TEST(CalibrationRun, InitLoadsValuesAndRecordsAndResetsTheCounter) {
             std::vector<int32_t>({9, 0, 100, 200, -3, 4, 174, 0}));
 }
 
-// -1 leaves every record and the counter as they were, whatever the record file holds; the values and the
-// parameter file are still written.
+// -1 leaves the records and the counter, whatever the record file holds; values and parameter file are written.
 TEST(CalibrationRun, FailedLoadLeavesRecordsAndCounter) {
   InitSetUp run;
   const std::string missing = run.dir.File("missing.txt"), partial = run.dir.File("partial.txt");

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -17,15 +18,12 @@ using namespace testing::internal;
 
 namespace {
 
-// The library loaded afresh (its globals constructed anew) and its four entry points looked up by their mangled
-// names.
+// The library loaded afresh (its globals constructed anew), its entry points looked up by their mangled names.
 struct Library {
   void* handle = dlopen(QLM_SERVICE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
   int (*version)() = reinterpret_cast<int (*)()>(Symbol("_Z21QLM_Get_Calib_Vertionv"));
-  int (*init)(unsigned char*, unsigned char*, unsigned char*, int, int, int, int) =
-      reinterpret_cast<decltype(init)>(Symbol("_Z14QLM_Calib_INITPhS_S_iiii"));
-  int (*process)(unsigned char*, unsigned char*, int, int, int, int, int) =
-      reinterpret_cast<decltype(process)>(Symbol("_Z17QLM_Calib_PROCESSPhS_iiiii"));
+  int (*init)(unsigned char*, unsigned char*, unsigned char*, int, int, int, int) = reinterpret_cast<decltype(init)>(Symbol("_Z14QLM_Calib_INITPhS_S_iiii"));
+  int (*process)(unsigned char*, unsigned char*, int, int, int, int, int) = reinterpret_cast<decltype(process)>(Symbol("_Z17QLM_Calib_PROCESSPhS_iiiii"));
   int (*result)(unsigned char*) = reinterpret_cast<decltype(result)>(Symbol("_Z20QLM_Get_Calib_ResultPh"));
 
   ~Library() { if (handle != nullptr) dlclose(handle); }
@@ -33,7 +31,6 @@ struct Library {
   bool Loaded() const { return version && init && process && result; }
 };
 
-// Every byte different from its neighbours, H_OTP the identity.
 CalibrationRecord PatternRecord(uint8_t seed) {
   CalibrationRecord record;
   for (size_t i = 0; i < kCalibrationRecordSize; ++i) record.bytes[i] = static_cast<uint8_t>(i * seed + 1);
@@ -41,14 +38,9 @@ CalibrationRecord PatternRecord(uint8_t seed) {
   return record;
 }
 
-std::string Bytes(const CalibrationRecord& record) {
-  return std::string(reinterpret_cast<const char*>(record.bytes), kCalibrationRecordSize);
-}
+std::string Bytes(const CalibrationRecord& r) { return std::string(reinterpret_cast<const char*>(r.bytes), kCalibrationRecordSize); }
 
-// Records compared byte for byte (EXPECT_EQ would print 15 kB twice).
-bool SameBytes(const std::string& actual, const std::string& expected) { return actual == expected; }
-
-// The engine's section, every parameter at its default but these, written to path; returns the text.
+// The engine's section, at its defaults but these, written to path; returns the text.
 std::string WriteParameterFile(const std::string& path, int32_t keypoints, int32_t scaleHundredths = 0) {
   auto engine = std::make_unique<dualCalibration>();
   engine->m_nFeaturePointsNumThreshold = keypoints, engine->m_nHomographyConstraintScale = scaleHundredths;
@@ -56,10 +48,7 @@ std::string WriteParameterFile(const std::string& path, int32_t keypoints, int32
   return ReadFile(path);
 }
 
-struct Captured {
-  int rv = 0;
-  std::string out, log;
-};
+struct Captured { int rv = 0; std::string out, log; };
 
 class Exports : public testing::Test {
  protected:
@@ -67,17 +56,14 @@ class Exports : public testing::Test {
 
   template <typename Call>
   Captured Capture(Call call) {
-    CaptureStdout();
-    CaptureStderr();
+    CaptureStdout(), CaptureStderr();
     const int rv = call();
     const std::string log = StripAndroidLogPrefixes(GetCapturedStderr());
     return Captured{rv, GetCapturedStdout(), log};
   }
   Captured Init(std::string params, std::string record, CalibrationRecord memory) {
-    return Capture([&] {
-      return library.init(reinterpret_cast<unsigned char*>(params.data()),
-                          reinterpret_cast<unsigned char*>(record.data()), memory.bytes, 100, 200, 3, 4);
-    });
+    auto* paramFile = reinterpret_cast<unsigned char*>(params.data());
+    return Capture([&] { return library.init(paramFile, reinterpret_cast<unsigned char*>(record.data()), memory.bytes, 100, 200, 3, 4); });
   }
   Captured Process(unsigned char* mainImg, unsigned char* secondImg, int w1, int h1, int w2, int h2, int select) {
     return Capture([&] { return library.process(mainImg, secondImg, w1, h1, w2, h2, select); });
@@ -87,7 +73,7 @@ class Exports : public testing::Test {
     EXPECT_EQ(library.result(record.bytes), 1);
     return Bytes(record);
   }
-  // The result record after a PROCESS of black images, which has no keypoint.
+  // Black images have no keypoint. Records are compared with == in EXPECT_TRUE: EXPECT_EQ would print 15 kB twice.
   std::string ResultOfBlackPair(int recordSelect) {
     EXPECT_EQ(Process(black.data(), black.data(), 1000, 1000, 1000, 1000, recordSelect).rv, 0);
     return Result();
@@ -118,30 +104,26 @@ TEST_F(Exports, InitLoadsTheRunAndTheSelectorPicksTheRecord) {
   EXPECT_EQ(std::tie(init.rv, init.out, init.log), std::make_tuple(1, "", "Tarnweather I QLM LOG:QLM_Calib_INIT= 1  \n\n"));
   EXPECT_EQ(LogFile(), "QLM_Calib_INIT...   \n");
   EXPECT_EQ(ReadFile(dir.File("defaultParameters.txt")), params);
-  EXPECT_TRUE(SameBytes(Result(), Bytes(CalibrationRecord{})));
-  EXPECT_TRUE(SameBytes(ResultOfBlackPair(1), Bytes(fileRecord)));
-  EXPECT_TRUE(SameBytes(ResultOfBlackPair(0), Bytes(memoryRecord)));
-  EXPECT_TRUE(SameBytes(ResultOfBlackPair(-3), Bytes(fileRecord)));
+  EXPECT_TRUE(Result() == Bytes(CalibrationRecord{}) && ResultOfBlackPair(1) == Bytes(fileRecord));
+  EXPECT_TRUE(ResultOfBlackPair(0) == Bytes(memoryRecord) && ResultOfBlackPair(-3) == Bytes(fileRecord));
 
   // A record file that cannot be opened: -2, the caller record still copied.
   const Captured missing = Init(dir.File("params.txt"), dir.File("missing.bin"), PatternRecord(7));
   EXPECT_EQ(std::tie(missing.rv, missing.log), std::make_tuple(-2, "Tarnweather I QLM LOG:QLM_Calib_INIT= -2  \n\n"));
-  EXPECT_TRUE(SameBytes(ResultOfBlackPair(1), Bytes(fileRecord)));
-  EXPECT_TRUE(SameBytes(ResultOfBlackPair(0), Bytes(PatternRecord(7))));
+  EXPECT_TRUE(ResultOfBlackPair(1) == Bytes(fileRecord) && ResultOfBlackPair(0) == Bytes(PatternRecord(7)));
 
   // A short record file fills only the head of the file record.
   WriteFile(dir.File("short.bin"), Bytes(PatternRecord(11)).substr(0, 100));
   EXPECT_EQ(Init(dir.File("params.txt"), dir.File("short.bin"), memoryRecord).rv, 1);
-  EXPECT_TRUE(SameBytes(ResultOfBlackPair(1), Bytes(PatternRecord(11)).substr(0, 100) + Bytes(fileRecord).substr(100)));
+  EXPECT_TRUE(ResultOfBlackPair(1) == Bytes(PatternRecord(11)).substr(0, 100) + Bytes(fileRecord).substr(100));
 }
 
 // -1 saves the parameters in force: the defaults, or what a partial file set.
 TEST_F(Exports, FailedParametersKeepTheRecordsAndSaveTheValuesInForce) {
   const std::string missing = dir.File("missing.txt");
   const Captured first = Init(missing, missing, PatternRecord(5));
-  EXPECT_EQ(std::tie(first.rv, first.out, first.log),
-            std::make_tuple(-1, "Open file " + missing + " fail!!! errcode=0\n",
-                            "Tarnweather I Load calibration parameter ERROR !!!\nTarnweather I QLM LOG:QLM_Calib_INIT= -1  \n\n"));
+  EXPECT_EQ(std::tie(first.rv, first.out, first.log), std::make_tuple(-1, "Open file " + missing + " fail!!! errcode=0\n",
+            "Tarnweather I Load calibration parameter ERROR !!!\nTarnweather I QLM LOG:QLM_Calib_INIT= -1  \n\n"));
   ExpectGolden(ReadFile(dir.File("defaultParameters.txt")), "dualCalibration/default_section.golden");
 
   WriteFile(dir.File("partial.txt"), "\nParameterList\nbSaveDebugInfo=1;\nnHomographyConstraintScale=7;\nnot a line\n");
@@ -150,40 +132,25 @@ TEST_F(Exports, FailedParametersKeepTheRecordsAndSaveTheValuesInForce) {
   std::string expected = WriteParameterFile(dir.File("expected.txt"), 0, 7);
   expected.replace(expected.find("bSaveDebugInfo=0"), 16, "bSaveDebugInfo=1");
   EXPECT_EQ(ReadFile(dir.File("defaultParameters.txt")), expected);
-  EXPECT_TRUE(SameBytes(Result(), Bytes(CalibrationRecord{})));
+  EXPECT_TRUE(Result() == Bytes(CalibrationRecord{}));
 }
 
-// Null images and sides outside 1000..10000 leave the result record; sides at the ends of the range are
-// processed.
 TEST_F(Exports, ArgumentChecksAnswerMinus4AndMinus5AndLeaveTheResult) {
   WriteParameterFile(dir.File("params.txt"), 1);
   WriteFile(dir.File("record.bin"), Bytes(PatternRecord(3)));
   ASSERT_EQ(Init(dir.File("params.txt"), dir.File("record.bin"), PatternRecord(5)).rv, 1);
-  unsigned char* image = black.data();
-  const std::string kNull = "Error: main or sencond image data is empty. \n";
-  const std::string kRange = "Error: input image size out of range. \n";
-  const std::string kProcessed = "H_OTP=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\nH_OTP_INV=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n";
-  const struct {
-    unsigned char *mainImg, *secondImg;
-    int w1, h1, w2, h2, rv;
-    std::string printed;
-  } cases[] = {
-      {nullptr, image, 1000, 1000, 1000, 1000, -4, kNull},  {image, nullptr, 999, 1000, 1000, 1000, -4, kNull},
-      {image, image, 999, 1000, 1000, 1000, -5, kRange},    {image, image, 1000, 999, 1000, 1000, -5, kRange},
-      {image, image, 1000, 1000, 999, 1000, -5, kRange},    {image, image, 1000, 1000, 1000, 999, -5, kRange},
-      {image, image, 10001, 1000, 1000, 1000, -5, kRange},  {image, image, 1000, 10001, 1000, 1000, -5, kRange},
-      {image, image, 1000, 1000, 10001, 1000, -5, kRange},  {image, image, 1000, 1000, 1000, 10001, -5, kRange},
-      {image, image, -1000, -1000, 1000, 1000, -5, kRange}, {image, image, 10000, 1000, 1000, 10000, 0, kProcessed},
-      {image, image, 1000, 10000, 10000, 1000, 0, kProcessed},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.w1 << "x" << c.h1 << " " << c.w2 << "x" << c.h2);
-    ASSERT_TRUE(SameBytes(ResultOfBlackPair(0), Bytes(PatternRecord(5))));
+  for (const auto& c : CaseRows("api/ProcessArguments.txt")) {
+    SCOPED_TRACE(c[0]);
+    std::istringstream arguments(c[0]);
+    std::string images[2];
+    int w1 = 0, h1 = 0, w2 = 0, h2 = 0, rv = std::stoi(c[1]);
+    arguments >> images[0] >> images[1] >> w1 >> h1 >> w2 >> h2;
+    ASSERT_TRUE(ResultOfBlackPair(0) == Bytes(PatternRecord(5)));
     WriteFile(dir.File("log.txt"), "");
-    const Captured call = Process(c.mainImg, c.secondImg, c.w1, c.h1, c.w2, c.h2, 1);
-    EXPECT_EQ(std::tie(call.rv, call.out), std::tie(c.rv, c.printed));
-    EXPECT_EQ(c.rv ? call.log : call.log.substr(0, 48), "Tarnweather I QLM LOG:calibrationDetectPoint  \n\n");
-    EXPECT_TRUE(SameBytes(Result(), Bytes(PatternRecord(c.rv ? 5 : 3))));
-    EXPECT_EQ(LogFile(), "rv=" + std::to_string(c.rv) + "  \ng_dualCalib.mImgPairsIdx=0  \n");
+    const Captured call = Process(images[0] == "null" ? nullptr : black.data(), images[1] == "null" ? nullptr : black.data(), w1, h1, w2, h2, 1);
+    EXPECT_EQ(std::tie(call.rv, call.out), std::tie(rv, c[2]));
+    EXPECT_EQ(rv ? call.log : call.log.substr(0, 48), "Tarnweather I QLM LOG:calibrationDetectPoint  \n\n");
+    EXPECT_TRUE(Result() == Bytes(PatternRecord(rv ? 5 : 3)));
+    EXPECT_EQ(LogFile(), "rv=" + c[1] + "  \ng_dualCalib.mImgPairsIdx=0  \n");
   }
 }

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -27,7 +28,6 @@ constexpr int kWidth = 2001, kHeight = 1501;
 constexpr float kCamera[9] = {1600.0f, 0.0f, 1130.5f, 0.0f, 1590.0f, 690.25f, 0.0f, 0.0f, 1.0f};
 constexpr float kTargetCamera[9] = {1500.0f, 0.0f, 1010.0f, 0.0f, 1495.0f, 740.0f, 0.0f, 0.0f, 1.0f};
 constexpr float kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-// Radial models k1, k2, k3: pincushion and barrel.
 constexpr std::array<double, 3> kPincushion = {0.08, 0.02, -0.005}, kBarrel = {-0.12, 0.05, -0.01};
 // Float rounding of coordinates of a few thousand pixels and the radial table's interpolation (4e-4 px here).
 constexpr double kPointTolerancePx = 2e-3;
@@ -51,63 +51,37 @@ double WorstAgainstOpenCv(const std::vector<cv::Point2f>& actual, const std::vec
 
 }  // namespace
 
-// Every case starts from rowCount 1, coefficientCount 2 and kSentinel in every row, key and the reference
-// radius: what a case does not name stays.
 TEST(CDistortionFilter, TableFiles) {
-  std::string nineRows = "9 2\n";
-  for (int r = 0; r < 9; ++r) nineRows += "0 " + std::to_string(100 + r) + " 0 " + std::to_string(r) + " " + std::to_string(10 * r) + " 0\n";
-  constexpr int32_t kMax = 2147483647;
-  constexpr float S = kSentinel;
-  struct Case {
-    const char* text;  // nullptr: a file that does not exist
-    int32_t result, rows, coefficients; float radius;
-    std::vector<std::array<float, 3>> cells;  // {row, slot or -1 for the row key, value}
-  };
-  const Case cases[] = {
-      {nullptr, 0, 1, 2, S, {{0, 0, S}}},
-      {"3 3\n9 5 9 1 2 3 9\n8 6 8 4 5 6 8\n7 7.5 7 0.5 0.25\n0.125 7\n", 1, 3, 3, 7.5f,
-       {{0, -1, 5}, {1, -1, 6}, {0, 0, 3}, {0, 1, 2}, {0, 2, 1}, {0, 3, S}, {1, 0, 6}, {1, 2, 4}, {2, 0, 0.125f}}},
-      {"1 3\n9 5 9 1 2 3 9\n", 1, 1, 3, 5, {{0, 0, 3}}},                          // one row: its own key
-      {"2 1\n0 11 0 1 0\n0 12 0 2 0\n", 1, 2, 1, S, {{1, -1, 12}, {1, 0, 2}}},    // key slot 2, not filled
-      {"0 4\n", 1, 0, 4, S, {}}, {"-3 4\n0 11 0 1 0\n", 1, -3, 4, S, {{0, -1, S}}},
-      {"2 3\n0 10 0 1 2", 1, 2, 3, S, {{0, -1, 10}, {0, 2, 1}, {0, 1, 2}, {0, 0, S}, {1, -1, S}}},
-      {"rows 3\n", 1, 1, 2, S, {{0, -1, S}, {0, 0, S}}}, {"1 3\n0 4 0 7 x 5 0\n", 1, 1, 3, 4, {{0, 2, 7}, {0, 1, S}, {0, 0, S}}},
-      {nineRows.c_str(), 1, 9, 2, 102, {{6, -1, 106}, {6, 1, 6}, {6, 0, 60}, {0, 0, 0}}},
-      {"1 12\n0 50 0 1 2 3 4 5 6 7 8 9 10 11 12 0\n", 1, 1, 12, 50, {{0, 0, 12}, {0, 9, 3}, {1, 0, S}}},
-      {"2 -4\n0 21 0 0\n0 22 0 0\n", 1, 2, -4, S, {{0, -1, 21}, {1, -1, 22}}},
-      {"2147483647 2147483647\n0 1 0 2\n", 1, kMax, kMax, S, {{0, -1, 1}}},
-      {"2000000000 3 0 2 x", 1, 2000000000, 3, S, {{0, -1, 2}}}, {"5 2000000000 0 3 0 -", 1, 5, 2000000000, S, {{0, -1, 3}}},
-      {"2147483647 1\n", 1, kMax, 1, S, {{0, -1, S}}}, {"1 2147483647 0 4 0 .", 1, 1, kMax, 4, {{0, -1, 4}}},
-  };
   TempDir dir;
   const float noRadialRows[kDistortionRowCapacity][kDistortionCoefficientCapacity] = {};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.text ? c.text : "no file");
+  for (const auto& c : CaseRows("distortion/LoadDistortionTable.txt")) {
+    SCOPED_TRACE(c[0]);
     CDistortionFilter filter;
     filter.rowCount = 1, filter.coefficientCount = 2;
-    std::fill(&filter.polynomialRows[0][0], &filter.polynomialRows[0][0] + sizeof(filter.polynomialRows) / sizeof(float), S);
-    std::fill(std::begin(filter.rowKeys), std::end(filter.rowKeys), filter.referenceRadius = S);
-    if (c.text != nullptr) WriteFile(dir.File("table.txt"), c.text);
-    EXPECT_EQ(filter.LoadDistortionTable(c.text ? dir.File("table.txt").c_str() : dir.File("absent").c_str()), c.result);
-    EXPECT_EQ(std::tie(filter.rowCount, filter.coefficientCount, filter.referenceRadius), std::tie(c.rows, c.coefficients, c.radius));
-    for (const auto& cell : c.cells) {
-      const int row = static_cast<int>(cell[0]), slot = static_cast<int>(cell[1]);
-      EXPECT_EQ(slot < 0 ? filter.rowKeys[row] : filter.polynomialRows[row][slot], cell[2]) << row << "," << slot;
-    }
+    std::fill(&filter.polynomialRows[0][0], &filter.polynomialRows[0][0] + sizeof(filter.polynomialRows) / sizeof(float), kSentinel);
+    std::fill(std::begin(filter.rowKeys), std::end(filter.rowKeys), filter.referenceRadius = kSentinel);
+    if (c[0] != "-") WriteFile(dir.File("table.txt"), c[0]);
+    const int result = filter.LoadDistortionTable(dir.File(c[0] != "-" ? "table.txt" : "absent").c_str());
+    std::istringstream expected(c[1]), cells(c[2]);
+    int32_t rows = 0, coefficients = 0, row = 0, slot = 0;
+    float radius = 0.0f, value = 0.0f;
+    char comma = 0, equals = 0;
+    expected >> row >> rows >> coefficients >> radius;
+    EXPECT_EQ(std::tie(result, filter.rowCount, filter.coefficientCount, filter.referenceRadius), std::tie(row, rows, coefficients, radius));
+    while (cells >> row >> comma >> slot >> equals >> value)
+      EXPECT_EQ(slot < 0 ? filter.rowKeys[row] : filter.polynomialRows[row][slot], value) << row << "," << slot;
     // Rows past the capacity must not spill into the next member.
     EXPECT_EQ(std::memcmp(filter.radialRows, noRadialRows, sizeof(noRadialRows)), 0);
     EXPECT_EQ(filter.LoadDistortionTable(nullptr), 0);
   }
 }
 
-// Both lookups clamp to the table; an x on a node comes from the first interval that brackets it (the one
-// ending there, even where the next interval has zero width); nothing brackets a NaN. The reciprocal lookup
-// also searches the interval that ends at the slack entry.
+// Lookups clamp; an x on a node takes the first interval bracketing it (the one ending there, even before one of
+// zero width); nothing brackets a NaN. The reciprocal lookup also searches the interval ending at the slack entry.
 TEST(CDistortionFilter, CurveLookupBoundariesAndFirstBracket) {
   CurveTable xs{}, ys{};
   for (int i = 0; i < kCurveSize; ++i) xs[i] = 2.0f * i + 1.0f, ys[i] = 4.0f * i + 8.0f;
-  xs[7] = xs[6];
-  ys[7] = 99.0f;
+  xs[7] = xs[6], ys[7] = 99.0f;
   const float cases[][2] = {{-5, 8}, {1, 8}, {11, 28}, {12, 30}, {13, 32}, {2046, 4098}, {2047, 4100}, {5000, 4100}, {kNaN, 8}};
   for (const auto& c : cases) {
     EXPECT_EQ(CDistortionFilter::InterpolateCurve(xs, ys, c[0]), c[1]) << c[0];
@@ -118,9 +92,8 @@ TEST(CDistortionFilter, CurveLookupBoundariesAndFirstBracket) {
   EXPECT_EQ(CDistortionFilter::InterpolateCurveReciprocal(xs, ys, 2047.0f), 1.0f / 4100.0f);
 }
 
-// Nodes, fractions, every edge, NaN and infinities, on planes sized exactly so that a read past them is caught:
-// a 4 x 3 luma plane, and the chroma plane of a 5 x 5 image (two rows of two pairs). Planes without a sample
-// read nothing.
+// Nodes, fractions, edges, NaN and infinities on planes sized exactly (4 x 3 luma; the chroma of a 5 x 5 image,
+// two rows of two pairs), so a read past them is caught; planes without a sample read nothing.
 TEST(CDistortionFilter, SamplerEdgeCases) {
   std::vector<uint8_t> luma = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 121}, chroma = {10, 200, 30, 100, 50, 0, 70, 255};
   const float inf = std::numeric_limits<float>::infinity();
@@ -135,18 +108,15 @@ TEST(CDistortionFilter, SamplerEdgeCases) {
     uint8_t out[2] = {9, 9};
     if (c.height == 3) CDistortionFilter::SampleGrayBilinear(image, c.x, c.y, out);
     if (c.height == 5) CDistortionFilter::SampleChromaBilinear(image, c.x, c.y, out);
-    EXPECT_EQ(out[0], c.first) << c.width << " " << c.x << "," << c.y;
-    EXPECT_EQ(out[1], c.second) << c.width << " " << c.x << "," << c.y;
+    EXPECT_EQ(std::make_pair(int{out[0]}, int{out[1]}), std::make_pair(c.first, c.second)) << c.width << " " << c.x << "," << c.y;
   }
 }
 
-// The polynomial band is fixed at [0.95, 1.05]: about (1000, 750), radii 50, 100 and 10 give factors 1.045,
-// 1.09 and 1.009; the second stops the run, the third is left untouched. Factors down to 0.955 pass. (The
-// kernels' arithmetic and placements are pinned by tests/golden.)
+// The band is [0.95, 1.05]: radii 50, 100 and 10 give 1.045, 1.09 (stops the run) and 1.009 (left untouched);
+// factors down to 0.955 pass. The kernels' arithmetic and placements are pinned by tests/golden.
 TEST(CDistortionFilter, PolynomialBandStopsTheRun) {
   CDistortionFilter filter;
-  filter.coefficientCount = 1;
-  filter.referenceRadius = 100.0f, filter.currentPolynomial[0] = 0.09f;
+  filter.coefficientCount = 1, filter.referenceRadius = 100.0f, filter.currentPolynomial[0] = 0.09f;
   const float band[6] = {1050, 750, 1000, 850, 990, 750};
   float out[6] = {kSentinel, kSentinel, kSentinel, kSentinel, kSentinel, kSentinel};
   EXPECT_EQ(filter.UndistortPointsPolynomial(band, out, 3, kWidth, kHeight), 0);
@@ -156,9 +126,8 @@ TEST(CDistortionFilter, PolynomialBandStopsTheRun) {
   EXPECT_EQ(filter.UndistortPointsPolynomial(nullptr, nullptr, 0, kWidth, kHeight), 1);
 }
 
-// The three radial point kernels with both placements away from the identity, against OpenCV: the input is
-// placed by forwardTransform before the camera model, and the output placed back by it (undistortion) or by
-// sourceTransform (the mappings). Points lie where the radial table reaches.
+// The radial point kernels against OpenCV with both placements set: the input placed by forwardTransform, the
+// output by it (undistortion) or by sourceTransform (mappings); points lie where the radial table reaches.
 TEST(CDistortionFilter, RadialKernelsAgreeWithOpenCvUnderPlacement) {
   cv::Matx33d rotationD;
   cv::Rodrigues(cv::Vec3d(0.02, -0.03, 0.01), rotationD);

@@ -20,7 +20,6 @@ using Views = std::vector<std::vector<cv::Point2f>>;
 
 constexpr int kMainWidth = 1600, kMainHeight = 1200, kSecondWidth = 1200, kSecondHeight = 1000;
 
-// Four views of 24 corners scattered over the image with a fixed seed.
 Views RandomViews(int width, int height, unsigned seed) {
   std::mt19937 random(seed);
   std::uniform_real_distribution<float> x(0.0f, width - 1.0f), y(0.0f, height - 1.0f);
@@ -46,8 +45,7 @@ void ExpectView(const std::vector<cv::Point2f>& actual, const std::vector<cv::Po
   }
 }
 
-// The tests drive the library's two global filters: each test starts both with one linear term, and leaves them
-// without.
+// Each test starts the library's two global filters with one linear term, and leaves them without.
 class ChartCorners : public testing::Test {
  protected:
   void SetUp() override {
@@ -65,8 +63,7 @@ class ChartCorners : public testing::Test {
 
 }  // namespace
 
-// The first path goes to the main camera's filter (the second global), the second path to the first global; a
-// failure on the first path stops there.
+// The first path goes to the main camera's filter (the second global); a failure on it stops there.
 TEST_F(ChartCorners, TablesGoToTheirFiltersWithTheirCodes) {
   TempDir dir;
   const std::string main = dir.File("main.txt"), second = dir.File("second.txt"), absent = dir.File("absent.txt");
@@ -80,10 +77,9 @@ TEST_F(ChartCorners, TablesGoToTheirFiltersWithTheirCodes) {
   EXPECT_EQ(g_distortionFilter1.referenceRadius + g_distortionFilter1.polynomialRows[0][0], 200.25f);
 }
 
-// One run: each camera with its own filter and image size; every view processes as many points as view 0 of the
-// main camera has, at most its own; a main-camera corner out of the band stops that view only; a second-camera
-// one returns 0 at once, with that view untouched and the views before it done. 3000 px from the centre the
-// factors are 1.06 and 0.8875.
+// Each camera with its own filter and size; every view processes as many points as the main camera's view 0, at
+// most its own; a main-camera corner out of the band (3000 px out: 1.06, 0.8875) stops that view only, a
+// second-camera one returns 0 at once, that view untouched and the earlier ones done.
 TEST_F(ChartCorners, UndistortsBothCamerasAndStopsAtOutOfBandCorners) {
   SetLinearModel(g_distortionFilter1, -0.03f, 800.0f);
   engine->mImagePoints1[1][7] = cv::Point2f(kMainWidth / 2, kMainHeight / 2 - 3000.0f);
@@ -99,8 +95,7 @@ TEST_F(ChartCorners, UndistortsBothCamerasAndStopsAtOutOfBandCorners) {
   }
 }
 
-// The debug drawing runs on any images; empty views still succeed; fewer than four views change nothing and
-// return 0.
+// The debug drawing runs on any images; empty views succeed; fewer than four views change nothing and return 0.
 TEST_F(ChartCorners, DebugDrawingEmptyViewsAndShortLists) {
   engine->m_bSaveDebugInfo = 1, engine->m_nBoardWidth = 6, engine->m_nBoardHeight = 4;
   EXPECT_EQ(engine->undistortChartCorners(cv::Mat(120, 160, CV_8UC1, cv::Scalar(128)), cv::Mat(10, 10, CV_8UC3)), 1);

@@ -27,9 +27,8 @@ std::vector<float> ProbesOf(const CurveTable& xs) {
   std::vector<float> probes{std::numeric_limits<float>::quiet_NaN()};
   const float inf = std::numeric_limits<float>::infinity();
   for (int i = 0; i < kCurveSize; ++i) {
-    for (const float x : {xs[i], std::nextafter(xs[i], -inf), std::nextafter(xs[i], inf)}) {
+    for (const float x : {xs[i], std::nextafter(xs[i], -inf), std::nextafter(xs[i], inf)})
       if (x >= xs[0] && x <= xs[kCurveSize - 1]) probes.push_back(x);
-    }
     if (i + 1 < kCurveSize) probes.push_back(xs[i] + (xs[i + 1] - xs[i]) / 2.0f);
   }
   return probes;

@@ -24,23 +24,20 @@ namespace {
 constexpr uint8_t kUntouched = 0xA5;
 constexpr float kIdentity[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
 
-// A source whose bytes are value(x, y, plane): plane 0 is luma at pixel (x, y), planes 1 and 2 the two chroma
-// bytes at chroma sample (x, y).
+// Bytes value(x, y, plane): plane 0 luma at pixel (x, y), planes 1 and 2 the chroma bytes of sample (x, y).
 template <typename Value>
 YuvPlanes SourceOf(int width, int height, Value value) {
   YuvPlanes planes{width, height, std::vector<uint8_t>(static_cast<size_t>(width) * height),
                    std::vector<uint8_t>(static_cast<size_t>(width & ~1) * (height >> 1))};
   for (int i = 0; i < width * height; ++i) planes.luma[i] = static_cast<uint8_t>(value(i % width, i / width, 0));
-  for (size_t i = 0; i < planes.chroma.size(); ++i) {
+  for (size_t i = 0; i < planes.chroma.size(); ++i)
     planes.chroma[i] = static_cast<uint8_t>(value(i % (width & ~1) / 2, i / (width & ~1), 1 + i % 2));
-  }
   return planes;
 }
 
-// Random bytes; chroma in multiples of 4.
 YuvPlanes NoiseSource(int width, int height, unsigned seed) {
   std::mt19937 random(seed);
-  return SourceOf(width, height, [&](int, int, int plane) { return plane == 0 ? random() : random() & 0xFC; });
+  return SourceOf(width, height, [&](int, int, int plane) { return plane == 0 ? random() : random() & 0xFC; });  // chroma * 4
 }
 
 YuvPlanes Target(int width, int height) { return WarpTarget(width, height, kUntouched); }
@@ -55,15 +52,14 @@ std::unique_ptr<CDistortionFilter> RadialFilter(float k1, float k2, float k3) {
   return filter;
 }
 
-// The rotation of a Rodrigues vector, row major in single precision.
 std::array<float, 9> RotationFrom(const cv::Vec3d& vector) {
   cv::Matx33d rotation;
   cv::Rodrigues(vector, rotation);
-  const cv::Matx33f single(rotation);
-  return {single.val[0], single.val[1], single.val[2], single.val[3], single.val[4], single.val[5], single.val[6], single.val[7], single.val[8]};
+  std::array<float, 9> single;
+  std::copy(rotation.val, rotation.val + 9, single.begin());
+  return single;
 }
 
-// One random warp problem for the fast-against-reference comparison.
 struct RandomWarp {
   int sourceWidth, sourceHeight, targetWidth, targetHeight;
   std::array<float, 9> sourceCamera, targetCamera, rotation;
@@ -79,35 +75,30 @@ RandomWarp MakeRandomWarp(std::mt19937& random) {
   };
   RandomWarp w{};
   w.sourceWidth = size(random), w.sourceHeight = size(random), w.targetWidth = size(random) - 1, w.targetHeight = size(random) - 1;
-  w.sourceCamera = camera(w.sourceWidth, w.sourceHeight);
-  w.targetCamera = camera(w.targetWidth, w.targetHeight);
+  w.sourceCamera = camera(w.sourceWidth, w.sourceHeight), w.targetCamera = camera(w.targetWidth, w.targetHeight);
   w.rotation = RotationFrom(cv::Vec3d(0.3 * unit(random), 0.3 * unit(random), 0.3 * unit(random)));
   for (float& k : w.k) k = 0.3f * unit(random);
-  for (float* transform : {w.forward, w.place}) {
+  for (float* transform : {w.forward, w.place})
     for (int i = 0; i < 3; ++i) transform[i] = (i < 2 ? 0.0f : 1.0f) + (i < 2 ? 5.0f : 0.3f) * unit(random);
-  }
   return w;
 }
 
-// Ramp planes: each byte tells where it was sampled.
 YuvPlanes RampSource(int width, int height) {
   return SourceOf(width, height, [](int x, int y, int plane) { return plane == 0 ? 2 * x + 3 * y : plane == 1 ? 4 * x + 10 : 5 * y + 20; });
 }
 
-// The largest level difference of target from the ramp source (RampSource) sampled where sampled(x, y) says
-// each output pixel samples, clamped as the samplers clamp; chroma pairs hold the sample of their last writer,
-// and an odd width's last pair spills into the next row. NaN positions are skipped.
+// Largest level difference of target from RampSource sampled at sampled(x, y) (NaN: skipped), clamped as the
+// samplers clamp; a chroma pair holds its last writer's sample, an odd width's last pair spills into the next row.
 template <typename Sampled>
 double WorstRampLevels(const YuvPlanes& target, int sourceWidth, int sourceHeight, Sampled sampled) {
   std::vector<double> luma(target.luma.size(), NAN), chroma(target.chroma.size(), NAN);
-  for (int y = 0; y < target.height; ++y) {
-    for (int x = 0; x < target.width; ++x) {
-      const cv::Point2d p = sampled(x, y);
-      luma[y * target.width + x] = 2.0 * std::clamp(p.x, 0.0, sourceWidth - 1.0) + 3.0 * std::clamp(p.y, 0.0, sourceHeight - 1.0);
-      if ((x % 2 == 0 && x + 1 < target.width) || (y % 2 == 0 && y + 1 < target.height)) continue;  // not the last writer
-      chroma[(y / 2) * target.width + (x & ~1)] = 4.0 * std::clamp(p.x / 2, 0.0, sourceWidth / 2 - 1.0) + 10.0;
-      chroma[(y / 2) * target.width + (x & ~1) + 1] = 5.0 * std::clamp(p.y / 2, 0.0, sourceHeight / 2 - 1.0) + 20.0;
-    }
+  for (int i = 0; i < target.width * target.height; ++i) {
+    const int x = i % target.width, y = i / target.width;
+    const cv::Point2d p = sampled(x, y);
+    luma[i] = 2.0 * std::clamp(p.x, 0.0, sourceWidth - 1.0) + 3.0 * std::clamp(p.y, 0.0, sourceHeight - 1.0);
+    if ((x % 2 == 0 && x + 1 < target.width) || (y % 2 == 0 && y + 1 < target.height)) continue;  // not the last writer
+    chroma[(y / 2) * target.width + (x & ~1)] = 4.0 * std::clamp(p.x / 2, 0.0, sourceWidth / 2 - 1.0) + 10.0;
+    chroma[(y / 2) * target.width + (x & ~1) + 1] = 5.0 * std::clamp(p.y / 2, 0.0, sourceHeight / 2 - 1.0) + 20.0;
   }
   double worst = 0.0;
   for (size_t i = 0; i < luma.size(); ++i) worst = std::isnan(luma[i]) ? worst : std::max(worst, std::abs(target.luma[i] - luma[i]));
@@ -117,9 +108,8 @@ double WorstRampLevels(const YuvPlanes& target, int sourceWidth, int sourceHeigh
 
 }  // namespace
 
-// Zero distortion, identity rotation and one focal length: the border maps to itself shifted by the change of
-// centre, so each case puts one side of it, or all four, inside the frame; on a target as large as the source
-// the last column and row fall one pixel short of the far sides.
+// Without distortion or rotation the border maps to itself shifted by the change of centre: each case brings one
+// side, or all four, inside; on a target as large as the source the last column and row fall one pixel short.
 TEST(YuvWarp, KnownZooms) {
   const std::array<float, 9> camera = Camera(160.0f, 160.0f, 99.5f, 74.5f);
   const struct { std::array<float, 9> target; int width, height; double zoom; } cases[] = {  // all, left, right, top, bottom
@@ -136,12 +126,10 @@ TEST(YuvWarp, KnownZooms) {
   }
 }
 
-// A warp with distortion and a rotation on ramp planes (RampSource), so that each output byte tells where it
-// sampled. With the identity placements it is checked against OpenCV: the zoom against OpenCV's undistortion of
-// the source border, every position against initUndistortRectifyMap at that zoom (OpenCV's R is the transpose
-// of the stored rotation; the zoom scales the focal lengths). With both placements away from the identity it is
-// checked against the mapping in double: a = (x - cx') s' + ox' (sourceTransform), normalised by the zoom and
-// fx', rotated as stored, distorted, then placed by forwardTransform: sx = (cx + fx X f) / s - ox.
+// A distorting, rotating warp of RampSource. Identity placements: the zoom against OpenCV's undistortion of the
+// source border, every position against initUndistortRectifyMap at that zoom (R transposed, focal lengths times
+// the zoom). Both placements set: against the mapping in double, a = (x - cx') s' + ox' (sourceTransform),
+// divided by zoom and fx', rotated as stored, distorted, placed by forwardTransform: sx = (cx + fx X f) / s - ox.
 TEST(YuvWarp, SampledPositionsAgreeWithOpenCvAndThePlacements) {
   const int width = 60, height = 40, outWidth = 57, outHeight = 35;
   YuvPlanes source = RampSource(width, height);
@@ -186,9 +174,8 @@ TEST(YuvWarp, SampledPositionsAgreeWithOpenCvAndThePlacements) {
   }), 1.0);
 }
 
-// Every fast form this processor runs against the plain per-pixel loop, bit for bit, on random sizes (odd and
-// even, down to one pixel), cameras, rotations, models and placements, and on degenerate inputs: zero focal
-// lengths and a singular rotation give infinities and NaNs that the clamps turn into edge samples.
+// Random sizes (odd and even, down to one pixel), cameras, rotations, models and placements, and zero focal
+// lengths and a singular rotation, whose infinities and NaNs the clamps turn into edge samples.
 TEST(YuvWarp, EveryFastFormMatchesReferenceBitForBit) {
   const std::vector<WarpKernel> kernels = SupportedWarpKernels();
   const auto expectSameBits = [&](const CDistortionFilter& filter, YuvPlanes& source, int width, int height,
@@ -223,9 +210,8 @@ TEST(YuvWarp, EveryFastFormMatchesReferenceBitForBit) {
   for (const float* rotation : {kIdentity, singular}) expectSameBits(*filter, source, 17, 9, camera.data(), target.data(), rotation);
 }
 
-// The warp that chooses its model: without coefficients it is the radial warp; with a polynomial, each output
-// pixel at undistorted radius rho (in source pixels) samples at the distorted radius r with r / s(r) = rho,
-// which the model solves in double by bisection (on ramp planes, as above).
+// Without coefficients WarpYuvImage is the radial warp; with a polynomial, an output pixel at undistorted radius
+// rho samples at the r with r / s(r) = rho, solved here in double by bisection.
 TEST(YuvWarp, ModelChoiceAndPolynomialWarp) {
   const RandomWarp w = [] { std::mt19937 random(77); return MakeRandomWarp(random); }();
   YuvPlanes noise = NoiseSource(w.sourceWidth, w.sourceHeight, 1);
@@ -239,8 +225,7 @@ TEST(YuvWarp, ModelChoiceAndPolynomialWarp) {
   const std::array<float, 9> camera = Camera(48.0f, 48.0f, 30.0f, 20.0f);
   const double c[3] = {-0.03, 0.01, -0.004}, halfDiagonal = std::hypot(width, height) / 2;
   auto filter = std::make_unique<CDistortionFilter>();
-  filter->coefficientCount = 3;
-  filter->referenceRadius = 30.0f;
+  filter->coefficientCount = 3, filter->referenceRadius = 30.0f;
   std::copy(c, c + 3, filter->currentPolynomial);
   YuvPlanes source = RampSource(width, height), target = Target(width - 1, height - 1);
   float zoom = 0.0f;

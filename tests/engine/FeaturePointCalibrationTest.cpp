@@ -4,9 +4,9 @@
 
 #include <cmath>
 #include <cstring>
-#include <iterator>
-#include <limits>
+#include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -14,6 +14,7 @@
 #include "engine/dualCalibration.h"
 #include "synthetic/SyntheticScene.h"
 #include "tests/support/AndroidLog.h"
+#include "tests/support/TestFiles.h"
 
 using namespace testing::internal;
 
@@ -27,23 +28,17 @@ bool IsIdentity(const cv::Mat& m) { return m.type() == CV_64F && m.size() == kEy
 // The caller record holds hOtp, fOffsetX and nRefineCount 41; the file record nRefineCount 255.
 std::unique_ptr<dualCalibration> Engine(const RecordHomography& hOtp, float offsetX = 0.0f) {
   auto engine = std::make_unique<dualCalibration>();
-  SetRecordHOtp(engine->mCallerRecord, hOtp), SetRecordOffsetX(engine->mCallerRecord, offsetX);
-  SetRecordRefineCount(engine->mCallerRecord, 41);
+  SetRecordHOtp(engine->mCallerRecord, hOtp), SetRecordOffsetX(engine->mCallerRecord, offsetX), SetRecordRefineCount(engine->mCallerRecord, 41);
   SetRecordHOtp(engine->mFileRecord, kIdentity), SetRecordRefineCount(engine->mFileRecord, 255);
   return engine;
 }
 
-struct CapturedRun {
-  int rv = 0;
-  std::string out, log;
-  FeaturePointReport report;
-};
+struct CapturedRun { int rv = 0; std::string out, log; FeaturePointReport report; };
 
 CapturedRun Calibrate(dualCalibration& engine, const cv::Mat& mainImage, const cv::Mat& secondImage, bool keepImage = false) {
   CapturedRun run;
   run.report.keepMatchesImage = keepImage;
-  CaptureStdout();
-  CaptureStderr();
+  CaptureStdout(), CaptureStderr();
   run.rv = engine.calibrationDetectPoint(mainImage.data, secondImage.data, mainImage.cols, mainImage.rows,
                                          secondImage.cols, secondImage.rows, &run.report);
   run.log = StripAndroidLogPrefixes(GetCapturedStderr());
@@ -51,8 +46,13 @@ CapturedRun Calibrate(dualCalibration& engine, const cv::Mat& mainImage, const c
   return run;
 }
 
-cv::Mat Estimate(double a00, double a01, double a02, double a10, double a11, double a12) {
-  return cv::Mat(cv::Matx23d(a00, a01, a02, a10, a11, a12)).clone();
+// Six numbers as a 2 x 3 matrix of doubles; stod also reads nan and inf.
+cv::Mat Estimate(const std::string& text) {
+  std::istringstream numbers(text);
+  cv::Matx23d a;
+  std::string number;
+  for (double& value : a.val) numbers >> number, value = std::stod(number);
+  return cv::Mat(a).clone();
 }
 
 }  // namespace
@@ -62,120 +62,77 @@ TEST(SelectGoodMatches, KeepsNearestMatchesWhoseSinglePrecisionRatioIsBelowTwoTh
   const std::vector<std::vector<float>> distances = {{}, {5}, {0, 0}, {0, 1}, {19, 30}, {65, 98},
                                                      {20, 30}, {64, 96}, {10, 15, 1}, {12, 30, 31}};
   std::vector<std::vector<cv::DMatch>> knn(distances.size());
-  for (size_t q = 0; q < distances.size(); ++q) {
+  for (size_t q = 0; q < distances.size(); ++q)
     for (size_t i = 0; i < distances[q].size(); ++i) knn[q].emplace_back(int(q), int(i + 7), 2, distances[q][i]);
-  }
   std::string kept;
-  for (const cv::DMatch& m : SelectGoodMatches(knn)) {
-    kept += std::to_string(m.queryIdx) + ":" + std::to_string(m.trainIdx) + std::to_string(m.imgIdx) + "/" +
-            std::to_string(int(m.distance)) + " ";
-  }
+  for (const cv::DMatch& m : SelectGoodMatches(knn))
+    kept += std::to_string(m.queryIdx) + ":" + std::to_string(m.trainIdx) + std::to_string(m.imgIdx) + "/" + std::to_string(int(m.distance)) + " ";
   EXPECT_EQ(kept, "3:72/0 4:72/19 5:72/65 9:72/12 ");
 }
 
 TEST(RefineHomography, ConstraintsAreStrictAndTestedAsStated) {
-  const double nan = std::numeric_limits<double>::quiet_NaN();
-  const struct {
-    const char* name;
-    cv::Mat estimate;
-    float offsetX;
-    int32_t scale, limitX, limitY;
-    bool met;
-  } cases[] = {
-      {"within every limit", Estimate(1.01, -0.02, 5, 0.02, 0.99, -3), 0, 2, 10, 10, true},
-      {"|h02| at its limit", Estimate(1, 0, 5, 0, 1, 0), 0, 2, 5, 10, false},
-      {"|h12| at its limit", Estimate(1, 0, 0, 0, 1, -4), 0, 2, 10, 4, false},
-      {"h11 off by more than s", Estimate(1, 0, 0, 0, 0.97, 0), 0, 2, 10, 10, false},
-      {"h00 inside the binary32 s", Estimate(1.0099999997, 0, 0, 0, 1, 0), 0, 1, 10, 10, true},
-      {"h00 between binary32 s and 0.01", Estimate(1.0099999999, 0, 0, 0, 1, 0), 0, 1, 10, 10, false},
-      {"fOffsetX brings h02 inside", Estimate(1, 0, 1, 0, 1, 0), 250, 2, 2, 10, true},
-      {"fOffsetX takes h02 to the limit", Estimate(1, 0, 1, 0, 1, 0), 300, 2, 2, 10, false},
-      {"NaN in the estimate", Estimate(1, 0, nan, 0, 1, 0), 0, 2, 10, 10, false},
-      {"no estimate", cv::Mat(), 0, 2, 10, 10, false},
-      {"3x3", cv::Mat::eye(3, 3, CV_64F), 0, 2, 10, 10, false},
-      {"single precision", cv::Mat(cv::Matx23f(1, 0, 0, 0, 1, 0)), 0, 2, 10, 10, false},
-  };
-  for (const auto& c : cases) {
-    const HomographyRefinement r = RefineHomography(c.estimate, c.offsetX, c.scale, c.limitX, c.limitY);
-    EXPECT_EQ(r.constraintsMet, c.met) << c.name;
-    EXPECT_EQ(r.correctedH.empty(), c.estimate.type() != CV_64F || c.estimate.rows != 2) << c.name;
-    EXPECT_TRUE(c.met || IsIdentity(r.refinedH)) << c.name;
+  const std::map<std::string, cv::Mat> named = {
+      {"none", cv::Mat()}, {"eye3", cv::Mat::eye(3, 3, CV_64F)}, {"float", cv::Mat(cv::Matx23f(1, 0, 0, 0, 1, 0))}};
+  for (const auto& c : CaseRows("engine/RefineHomography.txt")) {
+    SCOPED_TRACE(c[3]);
+    const cv::Mat estimate = named.count(c[0]) ? named.at(c[0]) : Estimate(c[0]);
+    std::istringstream limits(c[1]);
+    float offsetX = 0.0f;
+    int32_t scale = 0, limitX = 0, limitY = 0;
+    limits >> offsetX >> scale >> limitX >> limitY;
+    const HomographyRefinement r = RefineHomography(estimate, offsetX, scale, limitX, limitY);
+    EXPECT_EQ(r.constraintsMet, c[2] == "1");
+    EXPECT_EQ(r.correctedH.empty(), estimate.type() != CV_64F || estimate.rows != 2);
+    EXPECT_TRUE(c[2] == "1" || IsIdentity(r.refinedH));
   }
 }
 
-// One run on a scene against itself: every printed matrix and log line, the report, fOffsetX taken from the
-// record and the refine count.
+// A scene against itself: every printed matrix (fOffsetX from the record) and log line, report and refine count.
 TEST(calibrationDetectPoint, IdenticalImagesPrintEveryStep) {
   const cv::Mat scene = RenderTexturedScene(cv::Size(2000, 1500), 11);
   auto engine = Engine(kIdentity, 50.0f);
   engine->m_nHomographyConstraintScale = engine->m_nHomographyConstraintOffsetX = engine->m_nHomographyConstraintOffsetY = 1;
   const CapturedRun run = Calibrate(*engine, scene, scene, true);
-  EXPECT_EQ(run.rv, 1);
-  EXPECT_EQ(run.out, "H_OTP=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\nH_OTP_INV=[1, 0, 0;\n 0, 1, 0;\n 0, 0, 1]\n"
-                     "RANSAC  Refine H:[1, -0, 0;\n 0, 1, 0]\nORG H=[1, -0, -0.5;\n 0, 1, 0;\n 0, 0, 1]\n"
-                     "refine H=[1, 0, -0.5;\n 0, 1, 0;\n 0, 0, 1]\n");
-  EXPECT_EQ(run.log, LibraryLogLines({"calibrationDetectPoint  \n", "keypoints_1.size()=500\n",
-                                      "keypoints_2.size()=500\n", "m_nFeaturePointsNumThreshold=0", "Match \n"}));
-  EXPECT_EQ(std::make_tuple(run.report.goodMatches, run.report.matchesImage.size(), run.report.matchesImage.type(),
+  ExpectGolden("stdout:\n" + run.out + "log:\n" + run.log, "engine/IdenticalImages.golden");
+  EXPECT_EQ(std::make_tuple(run.rv, run.report.goodMatches, run.report.matchesImage.size(), run.report.matchesImage.type(),
                             RecordRefineCount(engine->mResultRecord)),
-            std::make_tuple(500, cv::Size(4000, 1500), CV_8UC3, uint8_t{42}));
+            std::make_tuple(1, 500, cv::Size(4000, 1500), CV_8UC3, uint8_t{42}));
 }
 
-// Each count passes at its threshold and fails one above it; the result is the selected record, its
-// nRefineCount advanced once the estimate is done. An H_OTP that aligns nothing leaves the aligned image black.
+// Each count passes at its threshold and fails one above it; the result is the selected record, its nRefineCount
+// advanced once the estimate is done.
 TEST(calibrationDetectPoint, CountsAgainstTheirThresholdsDecideTheRun) {
-  const cv::Mat scene = RenderTexturedScene(cv::Size(1000, 1000), 4), black = cv::Mat::zeros(1000, 1000, CV_8UC1);
-  const cv::Mat periodic = RenderPeriodicTexture(cv::Size(2000, 1500), 4, 1);  // some 175,000 tied keypoints
-  const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
-  const struct {
-    const cv::Mat *mainImage, *secondImage;
-    RecordHomography hOtp;
-    int32_t keypoints, goodMatches, recordSelect, rv, keypoints1, keypoints2;
-    std::vector<std::string> tail;
-    int refineCount;
-  } cases[] = {
-      {&black, &scene, kIdentity, 1, 9, 0, 0, 0, 500, {"ERROR 1 \n"}, 41},
-      {&scene, &black, kIdentity, 1, 9, 0, 0, 500, 0, {"ERROR 2 \n"}, 41},
-      {&scene, &scene, kIdentity, 501, 500, 0, 0, 500, 500, {"ERROR 1 \n"}, 41},
-      {&scene, &scene, kIdentity, 500, 501, 0, 0, 500, 500, {"Match \n", "ERROR 3 \n"}, 41},
-      {&periodic, &periodic, kIdentity, 0, 1, 0, 0, 500, 500, {"Match \n", "ERROR 3 \n"}, 41},
-      {&scene, &scene, kIdentity, 500, 500, 1, 1, 500, 500, {"Match \n"}, 0},
-      {&black, &black, kIdentity, 0, 0, 0, 1, 0, 0, {"Match \n"}, 42},
-      {&scene, &scene, RecordHomography{}, 0, 0, 0, 1, 500, 0, {"Match \n"}, 42},
-      {&scene, &scene, RecordHomography{1, 2, 3, 2, 4, 6, 3, 6, 9}, 0, 0, 0, 1, 500, 0, {"Match \n"}, 42},
-      {&scene, &scene, RecordHomography{1, 0, nan, 0, 1, 0, 0, 0, 1}, 0, 0, 0, 1, 500, 0, {"Match \n"}, 42},
-      {&scene, &scene, RecordHomography{inf, 0, 0, 0, 1, 0, 0, 0, 1}, 0, 0, 0, 1, 500, 0, {"Match \n"}, 42},
-      {&scene, &scene, RecordHomography{1e30f, 0, 0, 0, 1e30f, 0, 0, 0, 1}, 0, 0, 0, 1, 500, 0, {"Match \n"}, 42},
-  };
-  for (size_t i = 0; i < std::size(cases); ++i) {
-    SCOPED_TRACE(i);
-    const auto& c = cases[i];
-    auto engine = Engine(c.hOtp);
-    engine->m_nFeaturePointsNumThreshold = c.keypoints, engine->m_nRefineFeaturePointsNumThreshold = c.goodMatches;
-    engine->mRecordSelect = c.recordSelect;
-    const CapturedRun run = Calibrate(*engine, *c.mainImage, *c.secondImage);
-    EXPECT_EQ(run.rv, c.rv);
+  const std::map<std::string, cv::Mat> images = {{"scene", RenderTexturedScene(cv::Size(1000, 1000), 4)},
+      {"black", cv::Mat::zeros(1000, 1000, CV_8UC1)}, {"periodic", RenderPeriodicTexture(cv::Size(2000, 1500), 4, 1)}};
+  for (const auto& c : CaseRows("engine/DetectPointCounts.txt")) {
+    SCOPED_TRACE(c[0] + " | " + c[1] + " | " + c[2]);
+    std::istringstream names(c[0]), homography(c[1]), thresholds(c[2]), results(c[3]);
+    std::string mainName, secondName, number;
+    RecordHomography hOtp{};
+    int rv = 0, refineCount = 0;
+    names >> mainName >> secondName, results >> rv >> refineCount;
+    for (float& h : hOtp) homography >> number, h = std::stof(number);
+    auto engine = Engine(hOtp);
+    thresholds >> engine->m_nFeaturePointsNumThreshold >> engine->m_nRefineFeaturePointsNumThreshold >> engine->mRecordSelect;
+    const cv::Mat &mainImage = images.at(mainName), &secondImage = images.at(secondName);
+    const CapturedRun run = Calibrate(*engine, mainImage, secondImage);
+    EXPECT_EQ(run.rv, rv);
     EXPECT_EQ(cv::Rect(engine->mMainWidth, engine->mMainHeight, engine->mSecondWidth, engine->mSecondHeight),
-              cv::Rect(cv::Point(c.mainImage->size()), c.secondImage->size()));
-    std::vector<std::string> log = {"calibrationDetectPoint  \n", "keypoints_1.size()=" + std::to_string(c.keypoints1) + "\n",
-                                    "keypoints_2.size()=" + std::to_string(c.keypoints2) + "\n",
-                                    "m_nFeaturePointsNumThreshold=" + std::to_string(c.keypoints)};
-    log.insert(log.end(), c.tail.begin(), c.tail.end());
-    EXPECT_EQ(run.log, LibraryLogLines(log));
-    CalibrationRecord expected = c.recordSelect ? engine->mFileRecord : engine->mCallerRecord;
-    SetRecordRefineCount(expected, static_cast<uint8_t>(c.refineCount));
+              cv::Rect(cv::Point(mainImage.size()), secondImage.size()));
+    EXPECT_EQ(run.log, LibraryLogLines({c.begin() + 4, c.end()}));
+    CalibrationRecord expected = engine->mRecordSelect ? engine->mFileRecord : engine->mCallerRecord;
+    SetRecordRefineCount(expected, static_cast<uint8_t>(refineCount));
     EXPECT_EQ(std::memcmp(engine->mResultRecord.bytes, expected.bytes, kCalibrationRecordSize), 0);
-    EXPECT_TRUE(c.rv == 0 || c.keypoints2 > 0 || (run.report.estimate.empty() && IsIdentity(run.report.refinedH)));
+    EXPECT_TRUE(rv == 0 || run.report.keypoints2 > 0 || (run.report.estimate.empty() && IsIdentity(run.report.refinedH)));
   }
 }
 
 TEST(calibrationDetectPoint, EstimateRecoversAKnownSimilarity) {
-  // Targets: translation (of the image centre) within 0.1 px and scale within 2e-4 as RMS over the pairs. ORB
-  // keypoints sit on whole pixels of their pyramid level, so single pairs may miss by up to about 0.2 px and
-  // 3e-4 (seen over 100 rendered pairs); the translation at the origin also carries the scale and rotation
-  // error times the distance to the origin.
-  constexpr double kTranslationRmsPx = 0.1, kScaleRms = 2e-4;
-  constexpr double kTranslationPerPairPx = 0.25, kScalePerPair = 4e-4, kOriginPerPairPx = 0.5;
+  // RMS targets: the image centre's translation within 0.1 px, scale within 2e-4. ORB keypoints sit on whole pixels
+  // of their pyramid level, so single pairs miss by up to about 0.2 px and 3e-4 (seen over 100 rendered pairs); the
+  // translation at the origin also carries the scale and rotation error times the distance to the origin.
+  constexpr double kTranslationRmsPx = 0.1, kScaleRms = 2e-4, kTranslationPerPairPx = 0.25, kScalePerPair = 4e-4;
+  constexpr double kOriginPerPairPx = 0.5;
   const cv::Matx33d mainToSecond(1.02, 0.01, -30, -0.008, 0.99, 12, 1e-6, -2e-6, 1);
   const double cases[][5] = {{31, 1.01, 0.5, 20, -20}, {32, 0.99, -0.5, -20, 20},     {33, 1.01, -0.5, -20, -20},
                              {34, 0.99, 0.5, 20, 20},  {35, 1.006, -0.3, 12.5, 7.25}, {36, 0.995, 0.4, -8, -17}};

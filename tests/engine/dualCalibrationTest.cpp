@@ -6,11 +6,9 @@
 
 #include "tests/support/TestFiles.h"
 
-TEST(dualCalibration, ConstructsWithTheDefaultSection) {
-  TempDir dir;
+// The default section itself is pinned by ExportsTest (a failed load saves it).
+TEST(dualCalibration, ConstructsWithIdentityCamerasAndNoDistortion) {
   auto engine = std::make_unique<dualCalibration>();
-  ASSERT_EQ(SaveParametersToFile(*engine, dir.File("default.txt").c_str()), 1);
-  ExpectGolden(ReadFile(dir.File("default.txt")), "dualCalibration/default_section.golden");
   for (const cv::Mat* k : {&engine->K1, &engine->K2, &engine->mSecondResult.K1, &engine->mSecondResult.K2})
     EXPECT_EQ(cv::norm(*k, cv::Mat::eye(3, 3, CV_64F), cv::NORM_INF), 0.0);
   for (const cv::Mat* d : {&engine->D1, &engine->D2, &engine->mSecondResult.D1, &engine->mSecondResult.D2})

@@ -11,7 +11,6 @@ namespace {
 class SmallFilter final : public CFilter {
  public:
   explicit SmallFilter(const char* name) { SetName(name); }
-  ~SmallFilter() = default;
   bool Initialize() override {
     return mParameterList.AddParameter("nGain", &gain, 0, 10, nullptr) && mParameterList.AddParameter("nBias", &bias, -10, 10, "offset");
   }

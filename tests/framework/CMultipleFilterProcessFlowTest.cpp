@@ -11,7 +11,6 @@ namespace {
 class Stage final : public CFilter {
  public:
   Stage() { SetName("Stage"); }
-  ~Stage() = default;
   bool Initialize() override { return mParameterList.AddParameter("nGain", &gain, 0, 10, "g") == 1; }
   int32_t gain = 1;
 };
@@ -20,7 +19,6 @@ class Stage final : public CFilter {
 class Flow final : public CMultipleFilterProcessFlow {
  public:
   explicit Flow(bool setupSucceeds) : mSetupSucceeds(setupSucceeds) { SetNameAndSetup("Flow"); }
-  ~Flow() = default;
   bool Initialize() override { return mParameterList.AddParameter("nStages", &stages, 0, 9, nullptr) == 1; }
   bool SetupFilters() override {
     return mSetupSucceeds && AddFilter(&stage[0], nullptr) && AddFilter(&stage[1], "_2") && AddFilter(&stage[2], "_3");
@@ -36,8 +34,7 @@ class Flow final : public CMultipleFilterProcessFlow {
 
 TEST(CMultipleFilterProcessFlow, SavesOwnSectionThenEachMemberAndLoadsItBack) {
   Flow saved(true);
-  saved.stages = 9;
-  saved.stage[1].gain = 5;
+  saved.stages = 9, saved.stage[1].gain = 5;
   const std::string text = TextWrittenBy([&](FILE* stream) { EXPECT_TRUE(saved.SaveParameters(stream)); });
   EXPECT_EQ(text, "\nFlow\nnStages=9;\t\tRange=[0,9] \n\nStage\nnGain=1;\t\tRange=[0,10] g\n"
                   "\nStage_2\nnGain=5;\t\tRange=[0,10] g\n\nStage_3\nnGain=1;\t\tRange=[0,10] g\n");
@@ -47,8 +44,7 @@ TEST(CMultipleFilterProcessFlow, SavesOwnSectionThenEachMemberAndLoadsItBack) {
 }
 
 TEST(CMultipleFilterProcessFlow, FailuresStopAndListTheMembersNotLoaded) {
-  const std::string missing23 =
-      "Filter Stage_2 is missing to load parameters!!!\nFilter Stage_3 is missing to load parameters!!!\n";
+  const std::string missing23 = "Filter Stage_2 is missing to load parameters!!!\nFilter Stage_3 is missing to load parameters!!!\n";
   Flow flow(true);
   const std::string damaged = "\nFlow\nnStages=2\n\nStage\nnGain=4\n\nStage_2\nnGain\n\nStage_3\nnGain=4\n";
   EXPECT_EQ(PrintedWhileLoading(flow, damaged, false),

@@ -1,8 +1,6 @@
-// The library's own arithmetic must give the same bits on x86-64 and AArch64. Each case feeds fixed inputs to
-// one group of kernels and compares every output, floats printed as %a, with a golden file written on x86-64
-// and committed. The inputs are exact binary values built from integers, so they are the same on every machine.
-// OpenCV's own results enter only as integer counts and a rounded estimate (FeaturePair). Regenerate with
-// QLM_UPDATE_GOLDEN=1 only after a deliberate change of the arithmetic, and review the diff.
+// The library's arithmetic gives the same bits on x86-64 and AArch64: each case feeds exact binary inputs to one
+// group of kernels and compares every output (floats as %a) with a golden file written on x86-64. OpenCV enters
+// only as counts and a rounded estimate (FeaturePair). Regenerate with QLM_UPDATE_GOLDEN=1, and review the diff.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -37,16 +35,12 @@ struct GoldenText {
   void Floats(const std::string& label, const float* values, size_t count) {
     for (size_t i = 0; i < count; ++i) Float(label + "[" + std::to_string(i) + "]", values[i]);
   }
-  // Hexadecimal bytes, 40 to a line.
   void Bytes(const std::string& label, const std::vector<uint8_t>& bytes) {
-    for (size_t start = 0; start < bytes.size(); start += 40) {
-      text += label + "[" + std::to_string(start) + "]";
-      char hex[4];
-      for (size_t i = start; i < bytes.size() && i < start + 40; ++i) {
-        std::snprintf(hex, sizeof(hex), " %02x", bytes[i]);
-        text += hex;
-      }
-      text += "\n";
+    char hex[4];
+    for (size_t i = 0; i < bytes.size(); ++i) {
+      if (i % 40 == 0) text += label + "[" + std::to_string(i) + "]";
+      std::snprintf(hex, sizeof(hex), " %02x", bytes[i]);
+      text += hex + std::string(i % 40 == 39 || i + 1 == bytes.size() ? "\n" : "");
     }
   }
   void Points(const std::string& label, const std::vector<cv::Point2f>& points) {
@@ -60,18 +54,14 @@ struct GoldenText {
   }
 };
 
-// A 2000 x 1500 camera with an off-centre principal point, and a small rotation about all three axes (rows of a
-// near-orthonormal matrix).
+// A 2000 x 1500 camera with an off-centre principal point; a small rotation about all three axes, row major.
 constexpr int kWidth = 2000, kHeight = 1500;
 constexpr float kCamera[9] = {1600.0f, 0.0f, 1003.5f, 0.0f, 1590.0f, 748.25f, 0.0f, 0.0f, 1.0f};
 constexpr float kTargetCamera[9] = {1500.0f, 0.0f, 1010.0f, 0.0f, 1495.0f, 740.0f, 0.0f, 0.0f, 1.0f};
-constexpr float kRotation[9] = {0.99984771f,  -0.01745241f, 0.00174524f, 0.01744975f, 0.99983245f,
-                                0.00523596f,  -0.00183652f, -0.00520461f, 0.99998477f};
-const double kRotationD[9] = {0.99984771,  -0.01745241, 0.00174524, 0.01744975, 0.99983245,
-                              0.00523596, -0.00183652, -0.00520461, 0.99998477};
+constexpr float kRotation[9] = {0.99984771f, -0.01745241f, 0.00174524f, 0.01744975f, 0.99983245f, 0.00523596f, -0.00183652f, -0.00520461f, 0.99998477f};
+const double kRotationD[9] = {0.99984771, -0.01745241, 0.00174524, 0.01744975, 0.99983245, 0.00523596, -0.00183652, -0.00520461, 0.99998477};
 
-// A filter with a three-row polynomial table, a barrel radial model and both placement transforms away from the
-// identity.
+// A polynomial, a barrel radial model and both placement transforms away from the identity.
 void Configure(CDistortionFilter& filter) {
   filter.rowCount = 3, filter.coefficientCount = 4, filter.referenceRadius = 1250.0f;
   const float polynomial[4] = {0.031f, -0.012f, 0.0043f, -0.0007f}, radial[3] = {-0.12f, 0.05f, -0.01f}, forward[3] = {3.25f, -2.5f, 1.0009765625f};
@@ -116,16 +106,14 @@ TEST(ArchitectureGolden, Curves) {
   // The slack entry after the last node is 0 in every table.
   EXPECT_EQ(std::vector<float>({radialRadius.back(), radialScale.back(), polyRadius.back(), polyScale.back()}), std::vector<float>(4, 0.0f));
   GoldenText out;
-  out.Floats("radialRadius", radialRadius.data(), kCurveSize);
-  out.Floats("radialScale", radialScale.data(), kCurveSize);
-  out.Floats("polyRadius", polyRadius.data(), kCurveSize);
-  out.Floats("polyScale", polyScale.data(), kCurveSize);
+  for (const auto& [label, table] : {std::pair("radialRadius", &radialRadius), {"radialScale", &radialScale},
+                                     {"polyRadius", &polyRadius}, {"polyScale", &polyScale}})
+    out.Floats(label, table->data(), kCurveSize);
   for (int i = 0; i < 40; ++i) {
     // Queries from below the first node to past the last one of each table.
     const std::string index = "[" + std::to_string(i) + "]";
     out.Float("interpolate" + index, CDistortionFilter::InterpolateCurve(polyRadius, polyScale, i * 33.5f - 2.0f));
-    out.Float("reciprocal" + index, CDistortionFilter::InterpolateCurveReciprocal(
-                                        radialRadius, radialScale, i * 0.021484375f - 0.015625f));
+    out.Float("reciprocal" + index, CDistortionFilter::InterpolateCurveReciprocal(radialRadius, radialScale, i * 0.021484375f - 0.015625f));
   }
   ExpectGolden(out.text, "golden/Curves.golden");
 }
@@ -160,7 +148,6 @@ TEST(ArchitectureGolden, YuvWarpRadial) {
   Configure(filter);
   constexpr float kSourceCamera[9] = {90.0f, 0.0f, 47.5f, 0.0f, 89.0f, 31.75f, 0.0f, 0.0f, 1.0f};
   constexpr float kWarpTargetCamera[9] = {85.0f, 0.0f, 40.25f, 0.0f, 84.5f, 29.5f, 0.0f, 0.0f, 1.0f};
-  // A 96 x 64 source whose luma and chroma vary at every pixel.
   YuvPlanes source{96, 64, std::vector<uint8_t>(96 * 64), std::vector<uint8_t>(32 * 96)};
   for (int i = 0; i < 96 * 64; ++i) source.luma[i] = static_cast<uint8_t>((i % 96 * 7 + i / 96 * 13 + i % 96 * (i / 96) % 31) & 255);
   for (size_t i = 0; i < source.chroma.size(); ++i) source.chroma[i] = static_cast<uint8_t>((i * 37 + i / 11) & 255);
@@ -174,11 +161,7 @@ TEST(ArchitectureGolden, YuvWarpRadial) {
 
 TEST(ArchitectureGolden, HomographyRefinement) {
   // Rotations, scales and translations around the limits, met and not met.
-  const struct {
-    double a[6];
-    float offsetX;
-    int32_t scaleHundredths, offsetXLimitPx, offsetYLimitPx;
-  } cases[] = {
+  const struct { double a[6]; float offsetX; int32_t scaleHundredths, offsetXLimitPx, offsetYLimitPx; } cases[] = {
       {{1.0123456789, -0.0234567891, 3.456789, 0.0198765432, 0.9876543219, -2.345678}, 250.0f, 5, 10, 10},
       {{0.9987654321, 0.0012345678, -7.654321, -0.0011223344, 1.0011223344, 4.321098}, -137.0f, 1, 8, 5},
       {{1.0499999999, 0.0312500001, 9.999999, -0.0312499999, 1.0400000001, 9.999999}, 0.0f, 5, 10, 10},
@@ -192,8 +175,7 @@ TEST(ArchitectureGolden, HomographyRefinement) {
     const HomographyRefinement refinement = RefineHomography(cv::Mat(2, 3, CV_64F, const_cast<double*>(c.a)), c.offsetX,
                                                              c.scaleHundredths, c.offsetXLimitPx, c.offsetYLimitPx);
     const std::string prefix = "case" + std::to_string(i) + ".";
-    out.Matrix(prefix + "correctedH", refinement.correctedH);
-    out.Int(prefix + "constraintsMet", refinement.constraintsMet);
+    out.Matrix(prefix + "correctedH", refinement.correctedH), out.Int(prefix + "constraintsMet", refinement.constraintsMet);
     out.Matrix(prefix + "refinedH", refinement.refinedH);
   }
   ExpectGolden(out.text, "golden/HomographyRefinement.golden");
@@ -206,9 +188,8 @@ TEST(ArchitectureGolden, CornerMatching) {
   std::vector<cv::Point2f> reversed;
   for (auto it = main.rbegin(); it != main.rend(); ++it) reversed.emplace_back(it->x * 0.875f + 37.5f, it->y * 0.875f - 12.25f);
   // Two corners of the first list nearest to the same one of the second.
-  std::vector<cv::Point2f> crowded = main;
+  std::vector<cv::Point2f> crowded = main, matched1, matched2;
   crowded[10] = crowded[11];
-  std::vector<cv::Point2f> matched1, matched2;
   GoldenText out;
   testing::internal::CaptureStdout();
   out.Int("reversedResult", engine.matchCornerOrder(main, reversed, matched1, matched2));
@@ -238,8 +219,7 @@ TEST(ArchitectureGolden, EulerAngles) {
 
 TEST(ArchitectureGolden, ResidueFit) {
   dualCalibration engine;
-  dualCalibration::MainCameraFilter().ResetDistortion();
-  dualCalibration::SecondCameraFilter().ResetDistortion();
+  dualCalibration::MainCameraFilter().ResetDistortion(), dualCalibration::SecondCameraFilter().ResetDistortion();
   const double k1[9] = {1650.5, 0.0, 1001.25, 0.0, 1648.75, 751.5, 0.0, 0.0, 1.0};
   const double k2[9] = {1490.25, 0.0, 902.5, 0.0, 1489.5, 676.75, 0.0, 0.0, 1.0};
   engine.K1 = Matrix3x3(k1), engine.K2 = Matrix3x3(k2), engine.R = Matrix3x3(kRotationD);
@@ -259,11 +239,9 @@ TEST(ArchitectureGolden, ResidueFit) {
   ExpectGolden(out.text, "golden/ResidueFit.golden");
 }
 
-// One pair through calibrationDetectPoint pins OpenCV's steps as the library sets them up: ORB's FAST threshold
-// and pyramid, the H_OTP warp's interpolation and RANSAC's iteration limit. The scene's contrast is low enough
-// that the keypoint counts stay below ORB's caps. The second image is the main one with its 7 x 7 tiles
-// permuted, each by its own shift, and H_OTP a half-pixel shift (exact in any arithmetic), so most good matches
-// are outliers to any one similarity and RANSAC runs to its limit. The estimate is rounded to 1/100.
+// One pair pins OpenCV's steps as the library sets them up: ORB's FAST threshold and pyramid, the H_OTP warp's
+// interpolation, RANSAC's iteration limit. Low contrast keeps the keypoint counts below ORB's caps; permuted 7 x 7
+// tiles and a half-pixel H_OTP make most matches outliers to any one similarity, so RANSAC runs to its limit.
 TEST(ArchitectureGolden, FeaturePair) {
   cv::Mat scene, second;
   RenderTexturedScene(cv::Size(1000, 1000), 7).convertTo(scene, CV_8U, 0.1875, 112.0);
@@ -275,8 +253,7 @@ TEST(ArchitectureGolden, FeaturePair) {
   auto engine = std::make_unique<dualCalibration>();
   SetRecordHOtp(engine->mCallerRecord, RecordHomography{1, 0, 0.5f, 0, 1, 0.5f, 0, 0, 1});
   FeaturePointReport report;
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
+  testing::internal::CaptureStdout(), testing::internal::CaptureStderr();
   const int rv = engine->calibrationDetectPoint(scene.data, second.data, 1000, 1000, 1000, 1000, &report);
   testing::internal::GetCapturedStderr(), testing::internal::GetCapturedStdout();
   ASSERT_EQ(report.estimate.size(), cv::Size(3, 2));

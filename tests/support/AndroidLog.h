@@ -5,8 +5,7 @@
 #include <string>
 #include <vector>
 
-// Replaces every "<tag> <priority> <date> <time> <pid> <tid> " prefix with "<tag> <priority> ", leaving the
-// messages byte for byte.
+// Replaces every "<tag> <priority> <date> <time> <pid> <tid> " prefix with "<tag> <priority> ".
 std::string StripAndroidLogPrefixes(const std::string& stderrText);
 
 // The library's INFO lines for these messages, prefixes stripped: each one "Tarnweather I QLM LOG:<message>\n".

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -74,6 +75,41 @@ void ExpectGolden(const std::string& actual, const std::string& relativePath) {
       out << (side ? "  actual   " : "  expected ") << i + 1 << ": " << (i < lines[side].size() ? lines[side][i] : "<end>") << "\n";
   }
   ADD_FAILURE() << relativePath << ": first difference at line " << first + 1 << "\n" << out.str();
+}
+
+namespace {
+
+std::string Unescaped(const std::string& field) {
+  std::string text;
+  for (size_t i = 0; i < field.size(); ++i) {
+    if (field[i] != '\\' || i + 1 == field.size()) {
+      text += field[i];
+    } else if (std::isdigit(static_cast<unsigned char>(field[++i]))) {
+      size_t digits = 0;
+      const int copies = std::stoi(field.substr(i), &digits);
+      text.append(static_cast<size_t>(copies), field.at(i += digits));
+    } else {
+      text += field[i] == 'n' ? '\n' : field[i] == 't' ? '\t' : field[i];
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+std::vector<std::vector<std::string>> CaseRows(const std::string& relativePath) {
+  std::istringstream lines(ReadFile(std::string(QLM_TEST_DATA_DIR) + "/" + relativePath));
+  std::vector<std::vector<std::string>> rows;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    rows.emplace_back();
+    for (size_t start = 0, end = 0; end != std::string::npos; start = end + 3) {
+      end = line.find(" | ", start);
+      rows.back().push_back(Unescaped(line.substr(start, end - start)));
+    }
+  }
+  EXPECT_FALSE(rows.empty()) << "no cases in " << relativePath;
+  return rows;
 }
 
 uint64_t Fnv1a(const void* data, size_t size) {

@@ -9,9 +9,9 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <vector>
 
-// Creates a fresh directory under the system's temporary folder, points QLM_PICTURES_DIR at it, and removes it
-// with its files when destroyed.
+// A fresh directory under the system's temporary folder, also QLM_PICTURES_DIR, removed with its files.
 class TempDir {
  public:
   TempDir();
@@ -46,6 +46,9 @@ std::string PrintedWhileLoading(Filter& filter, const std::string& text, bool lo
 // Compares actual with tests/data/<relativePath>; on a difference the failure shows the first differing line
 // with its neighbours. With QLM_UPDATE_GOLDEN=1 in the environment the file is rewritten instead.
 void ExpectGolden(const std::string& actual, const std::string& relativePath);
+// The cases of the table tests/data/<relativePath>: one a line, fields split at " | ", blank and "#" lines
+// skipped. In a field \n and \t stand for newline and tab, and \<N><c> for N copies of c.
+std::vector<std::vector<std::string>> CaseRows(const std::string& relativePath);
 
 // FNV-1a over size bytes: pins exact bytes that must match on every platform in one literal.
 uint64_t Fnv1a(const void* data, size_t size);

@@ -2,14 +2,7 @@
 
 #include "distortion/YuvWarp.h"
 
-YuvImage YuvPlanes::Image() {
-  YuvImage image;
-  image.luma = luma.data();
-  image.chroma = chroma.data();
-  image.width = width;
-  image.height = height;
-  return image;
-}
+YuvImage YuvPlanes::Image() { return YuvImage{0, luma.data(), chroma.data(), width, height}; }
 
 YuvPlanes WarpTarget(int width, int height, uint8_t fill) {
   return YuvPlanes{width, height, std::vector<uint8_t>(static_cast<size_t>(WarpLumaBytes(width, height)), fill),

@@ -15,6 +15,5 @@ struct YuvPlanes {
   YuvImage Image();
 };
 
-// Planes of exactly the bytes a warp writes into a target of this size (WarpLumaBytes, WarpChromaBytes), every
-// byte set to fill.
+// Planes of exactly the bytes a warp writes into a target of this size, every byte set to fill.
 YuvPlanes WarpTarget(int width, int height, uint8_t fill);
