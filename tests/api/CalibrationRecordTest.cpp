@@ -1,11 +1,8 @@
 #include "api/CalibrationRecord.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/TestPrelude.h"
 
-#include <cstring>
 #include <new>
-#include <utility>
-#include <vector>
 
 // Little-endian binary32 fields and one byte at fixed offsets, read and written at any address; the count's
 // writer touches its own byte only.

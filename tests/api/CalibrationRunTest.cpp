@@ -1,15 +1,8 @@
 #include "api/CalibrationRun.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/TestPrelude.h"
 
 #include <climits>
-#include <cstdio>
-#include <cstring>
-#include <memory>
-#include <string>
-#include <vector>
-
-#include "tests/support/TestFiles.h"
 
 using namespace testing::internal;
 

@@ -1,18 +1,11 @@
 // The built shared library driven as a factory tool drives it: loaded with dlopen, called through the four
 // mangled symbols, judged by its codes, its files, its printed text and the result records it hands back.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <sstream>
-#include <string>
-#include <tuple>
-#include <vector>
+#include "tests/support/TestPrelude.h"
 
 #include "api/CalibrationRecord.h"
 #include "engine/dualCalibration.h"
 #include "tests/support/AndroidLog.h"
-#include "tests/support/TestFiles.h"
 
 using namespace testing::internal;
 

@@ -1,13 +1,6 @@
-#include <gtest/gtest.h>
+#include "tests/support/TestPrelude.h"
 
-#include <algorithm>
 #include <cfloat>
-#include <cmath>
-#include <cstdio>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <vector>
 
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
@@ -15,7 +8,6 @@
 #include "distortion/CDistortionFilter.h"
 #include "engine/dualCalibration.h"
 #include "synthetic/ChessboardRenderer.h"
-#include "tests/support/TestFiles.h"
 
 namespace {
 

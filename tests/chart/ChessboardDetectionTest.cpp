@@ -1,7 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <vector>
+#include "tests/support/TestPrelude.h"
 
 #include <opencv2/calib3d.hpp>
 

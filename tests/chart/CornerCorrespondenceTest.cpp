@@ -1,9 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <memory>
-#include <vector>
+#include "tests/support/TestPrelude.h"
 
 #include "engine/dualCalibration.h"
 
@@ -23,8 +18,7 @@ Corners Grid(int w, int h, const cv::Matx33d& H = cv::Matx33d::eye()) {
 
 }  // namespace
 
-// Both output lists are appended to: each case starts them with a marker. tests/golden pins a reversed list and a
-// crowded one ("multiple shoot").
+// Both output lists are appended to: each case starts them with a marker.
 TEST(CornerCorrespondence, NearestPairingByNormalisedPosition) {
   const Corners grid = Grid(9, 6), scaled = Grid(9, 6, {3, 0, 700, 0, 3, -40, 0, 0, 1});
   Corners shuffled = scaled;
@@ -65,31 +59,25 @@ TEST(CornerCorrespondence, NearestPairingByNormalisedPosition) {
 TEST(CornerCorrespondence, GridPairingUndoesEverySymmetricOrder) {
   const cv::Matx33d H(1.5 * std::cos(0.05), -1.5 * std::sin(0.05), 40.0, 1.5 * std::sin(0.05), 1.5 * std::cos(0.05),
                       -25.0, 2e-5, -1e-5, 1.0);
-  const struct {
-    int w, h;
-    bool bottom, right, alongColumns;  // where the second list starts, and its direction
-    int order;
-    const char* name;
-  } cases[] = {{9, 6, false, false, false, 0, "as found"},       {9, 6, true, true, false, 1, "reversed"},
-               {9, 6, true, false, false, 2, "rows reversed"},   {9, 6, false, true, false, 3, "columns reversed"},
-               {7, 7, false, false, true, 4, "transposed"},      {7, 7, false, true, true, 5, "transposed, rows reversed"},
-               {7, 7, true, false, true, 6, "transposed, columns reversed"},
-               {7, 7, true, true, true, 7, "transposed and reversed"},    {7, 7, true, true, false, 1, "reversed"}};
-  for (const auto& c : cases) {
-    const Corners truth = Grid(c.w, c.h, H);
+  for (const auto& c : CaseRows("chart/GridOrders.txt")) {
+    SCOPED_TRACE(c[3]);
+    const std::vector<double> board = Numbers(c[0]), start = Numbers(c[1]);
+    const int w = int(board[0]), h = int(board[1]);
+    const bool bottom = start[0] != 0, right = start[1] != 0, alongColumns = start[2] != 0;
+    const Corners truth = Grid(w, h, H);
     Corners listed, matched1, matched2;
-    for (int a = 0; a < c.w * c.h; ++a) {
-      const int row = c.alongColumns ? a % c.h : a / c.w, column = c.alongColumns ? a / c.h : a % c.w;
-      listed.push_back(truth[(c.bottom ? c.h - 1 - row : row) * c.w + (c.right ? c.w - 1 - column : column)]);
+    for (int a = 0; a < w * h; ++a) {
+      const int row = alongColumns ? a % h : a / w, column = alongColumns ? a / h : a % w;
+      listed.push_back(truth[(bottom ? h - 1 - row : row) * w + (right ? w - 1 - column : column)]);
     }
     auto engine = std::make_unique<dualCalibration>();
-    const GridPairing pairing = engine->matchCornerGridOrder(Grid(c.w, c.h), listed, {c.w, c.h}, matched1, matched2);
-    ASSERT_EQ(pairing.order, c.order) << c.name;
-    EXPECT_STREQ(kGridOrders[pairing.order].name, c.name);
-    EXPECT_EQ(matched1, Grid(c.w, c.h)) << c.name;
-    EXPECT_EQ(matched2, truth) << c.name;
-    EXPECT_LT(pairing.residualPx, 1e-3) << c.name;
-    EXPECT_NEAR(pairing.agreement, std::cos(0.05), 0.01) << c.name;
+    const GridPairing pairing = engine->matchCornerGridOrder(Grid(w, h), listed, {w, h}, matched1, matched2);
+    ASSERT_EQ(pairing.order, std::stoi(c[2]));
+    EXPECT_EQ(kGridOrders[pairing.order].name, c[3]);
+    EXPECT_EQ(matched1, Grid(w, h));
+    EXPECT_EQ(matched2, truth);
+    EXPECT_LT(pairing.residualPx, 1e-3);
+    EXPECT_NEAR(pairing.agreement, std::cos(0.05), 0.01);
   }
   auto engine = std::make_unique<dualCalibration>();
   Corners matched1, matched2;

@@ -1,9 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <memory>
-#include <vector>
+#include "tests/support/TestPrelude.h"
 
 #include <opencv2/calib3d.hpp>
 
@@ -53,16 +48,9 @@ TEST(MonoCalibration, SeedsTheCameraMatricesAndWarnsAboveTheLimit) {
   EXPECT_EQ(cv::norm(engine->K2, cv::Mat(cv::Matx33d(751, 0, 500, 0, 751, 375, 0, 0, 1)), cv::NORM_INF), 0.0);
   EXPECT_LT(engine->mMonoRMS1, 1e-3);
   EXPECT_GT(engine->mMonoRMS2, 0.2);
-  // The limit is hundredths in single precision: 1 / 100 lies just below 0.01.
-  const struct {
-    int32_t limit;
-    double rms;
-    bool exceeds;
-  } limits[] = {{50, 0.5, false}, {50, 0.50001, true}, {0, 1e-9, true},        {0, 0.0, false},
-                {1, 0.01, true},   {1, 0.0099999, false}, {3, 0.03, true}, {5000, 50.0, false}};
-  for (const auto& c : limits) {
-    engine->m_nMaxReprojectionERROR = c.limit;
-    EXPECT_EQ(engine->monoReprojectionExceeds(c.rms), c.exceeds) << c.limit << " " << c.rms;
+  for (const auto& c : CaseRows("chart/MonoLimits.txt")) {
+    engine->m_nMaxReprojectionERROR = std::stoi(c[0]);
+    EXPECT_EQ(engine->monoReprojectionExceeds(std::stod(c[1])), c[2] == "1") << c[0] << " " << c[1];
   }
 }
 
@@ -82,21 +70,18 @@ TEST(MonoCalibration, ReprojectionErrorsPerViewAndOverall) {
   EXPECT_TRUE(std::isnan(engine->computeReprojectionErrors({}, {}, {}, {}, K, cv::Mat())));
 }
 
-// Main 4000 x 3000 against 3990 x 2980, second 2000 x 1500 against 2001 x 1490.
 TEST(MonoCalibration, OffsetsFollowTheMode) {
   auto engine = std::make_unique<dualCalibration>();
   const int32_t sizes[8] = {4000, 3000, 2000, 1500, 3990, 2980, 2001, 1490};
   std::copy(sizes, sizes + 4, engine->chartImageSizes);
   std::copy(sizes + 4, sizes + 6, engine->mainReferenceSize), std::copy(sizes + 6, sizes + 8, engine->secondReferenceSize);
-  const struct {
-    int mode;
-    cv::Point2f main, second;
-  } cases[] = {{0, {1.5f, 2.5f}, {1.5f, 2.5f}},   {1, {11.5f, 2.5f}, {0.5f, 2.5f}}, {2, {1.5f, 22.5f}, {1.5f, 12.5f}},
-               {3, {11.5f, 22.5f}, {0.5f, 12.5f}}, {4, {1.5f, 2.5f}, {1.5f, 2.5f}},  {-1, {1.5f, 2.5f}, {1.5f, 2.5f}}};
-  for (auto c : cases) {
-    std::vector<cv::Point2f> mainPoints(2, {1.5f, 2.5f}), secondPoints = mainPoints;
-    engine->offsetMainPoints(mainPoints, c.mode), engine->offsetSecondPoints(secondPoints, c.mode);
-    EXPECT_EQ(mainPoints, std::vector<cv::Point2f>(2, c.main)) << c.mode;
-    EXPECT_EQ(secondPoints, std::vector<cv::Point2f>(2, c.second)) << c.mode;
+  for (const auto& c : CaseRows("chart/PointOffsets.txt")) {
+    std::vector<cv::Point2f> points[2] = {std::vector<cv::Point2f>(2, {1.5f, 2.5f}), std::vector<cv::Point2f>(2, {1.5f, 2.5f})};
+    int mode = std::stoi(c[0]);
+    engine->offsetMainPoints(points[0], mode), engine->offsetSecondPoints(points[1], mode);
+    for (int i = 0; i < 2; ++i) {
+      const std::vector<double> expected = Numbers(c[1 + i]);
+      EXPECT_EQ(points[i], std::vector<cv::Point2f>(2, cv::Point2f(float(expected[0]), float(expected[1])))) << c[0] << " " << i;
+    }
   }
 }

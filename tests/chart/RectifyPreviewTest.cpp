@@ -1,8 +1,5 @@
 // The rectification preview and the quarter turn of dualCalibration.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <memory>
+#include "tests/support/TestPrelude.h"
 
 #include <opencv2/imgproc.hpp>
 

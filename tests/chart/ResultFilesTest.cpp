@@ -1,14 +1,8 @@
-#include <gtest/gtest.h>
-
-#include <cstdlib>
-#include <map>
-#include <memory>
-#include <string>
+#include "tests/support/TestPrelude.h"
 
 #include <opencv2/core/persistence.hpp>
 
 #include "engine/dualCalibration.h"
-#include "tests/support/TestFiles.h"
 
 namespace {
 

@@ -1,9 +1,8 @@
 #include "chart/StepTimer.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/TestPrelude.h"
 
 #include <ctime>
-#include <sstream>
 
 // Two printouts of one step, the first after some processor time has passed: the second counts from the same start.
 TEST(StepTimer, PrintsTheSecondsSinceTheStart) {

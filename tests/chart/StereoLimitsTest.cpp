@@ -1,14 +1,8 @@
 #include "chart/StereoLimits.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <map>
-#include <memory>
-#include <string>
+#include "tests/support/TestPrelude.h"
 
 #include "engine/dualCalibration.h"
-#include "tests/support/TestFiles.h"
 
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
@@ -21,34 +15,19 @@ TEST(StereoLimits, WarningsFollowTheChecks) {
   const std::map<char, std::string> warnings = {
       {'X', "RX value"},           {'Y', "RY value"},           {'Z', "RZ value"}, {'x', "transition X value"},
       {'y', "transition Y value"}, {'z', "transition Z value"}, {'R', "dual camera reprojection"}};
-  const struct {
-    float rx, ry, rz;
-    int32_t limitY;
-    float rms;
-    cv::Vec3d T;
-    const char* warned;  // in the order printed
-  } cases[] = {
-      {0.0087f, 0.0087f, -0.0087f, 5, 0.5f, {1000.0, -1000.0, 1000.0}, ""},
-      {0.0088f, 0.0f, 0.0f, 5, 0.2f, {-60.0, 2.0, 1.0}, "X"},
-      {-0.0088f, 0.0f, 0.0f, 5, 0.51f, {49.0, -50.0, 50.0}, "XR"},
-      {0.0f, -0.0088f, 0.0f, 5, 0.0f, {}, "Y"},
-      {0.0f, -0.0088f, 0.0f, 6, 0.0f, {}, ""},
-      {0.0f, 0.0f, 0.0088f, 5, 0.51f, {-50.5, 0.0, 50.5}, "ZxzR"},
-      {0.0088f, -0.0088f, 0.0088f, 5, 0.51f, {0.0, 51.0, -51.0}, "XYZyzR"},
-      {NAN, 0.0087f, -0.0088f, 5, 3.0f, {-1000.0, 1000.0, 60.0}, "ZxyzR"},
-  };
   auto engine = std::make_unique<dualCalibration>();
   engine->m_nMaxRx = engine->m_nMaxRz = 5;
   engine->m_nMaxReprojectionERROR = engine->m_nMaxTransition = 50;
-  for (const auto& c : cases) {
-    engine->r_x = c.rx, engine->r_y = c.ry, engine->r_z = c.rz, engine->m_nMaxRy = c.limitY;
-    engine->mRMS = c.rms, engine->mT = c.T;
+  for (const auto& c : CaseRows("chart/StereoWarnings.txt")) {
+    const std::vector<double> angles = Numbers(c[0]), T = Numbers(c[3]);
+    engine->r_x = float(angles[0]), engine->r_y = float(angles[1]), engine->r_z = float(angles[2]);
+    engine->m_nMaxRy = std::stoi(c[1]), engine->mRMS = std::stof(c[2]), engine->mT = cv::Vec3d(T[0], T[1], T[2]);
     CaptureStdout();
     PrintRotationWarnings(engine->evaluateChartLimits());
     PrintReprojectionWarnings(engine->evaluateChartLimits());
     std::string expected;
-    for (const char* w = c.warned; *w != '\0'; ++w) expected += "ERROR: " + warnings.at(*w) + " is too big ! \n";
-    EXPECT_EQ(GetCapturedStdout(), expected) << c.warned;
+    for (const char w : c[4]) expected += w == '-' ? "" : "ERROR: " + warnings.at(w) + " is too big ! \n";
+    EXPECT_EQ(GetCapturedStdout(), expected) << c[4];
   }
   engine->m_nMaxReprojectionERROR = 37;
   engine->mRMS = 0.37f;  // just above 0.37 in single precision

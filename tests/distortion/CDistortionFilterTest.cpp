@@ -1,19 +1,8 @@
 #include "distortion/CDistortionFilter.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cmath>
-#include <cstring>
-#include <limits>
-#include <sstream>
-#include <string>
-#include <tuple>
-#include <vector>
+#include "tests/support/TestPrelude.h"
 
 #include <opencv2/calib3d.hpp>
-
-#include "tests/support/TestFiles.h"
 
 namespace {
 
@@ -96,19 +85,13 @@ TEST(CDistortionFilter, CurveLookupBoundariesAndFirstBracket) {
 // two rows of two pairs), so a read past them is caught; planes without a sample read nothing.
 TEST(CDistortionFilter, SamplerEdgeCases) {
   std::vector<uint8_t> luma = {10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110, 121}, chroma = {10, 200, 30, 100, 50, 0, 70, 255};
-  const float inf = std::numeric_limits<float>::infinity();
-  const struct { int width, height; float x, y; int first, second = 9; } cases[] = {
-      {4, 3, 1, 1, 60},      {4, 3, 1.5f, 0, 25},     {4, 3, 1.5f, 0.5f, 45}, {4, 3, 0.25f, 0, 13}, {4, 3, -3, -1, 10},
-      {4, 3, 3, 2, 121},     {4, 3, 9, 9, 121},       {4, 3, 3, 0.5f, 60},    {4, 3, 2.5f, 2, 116}, {4, 3, kNaN, 0, 40},
-      {4, 3, 0, kNaN, 90},   {4, 3, inf, -inf, 40},   {0, 3, 0, 0, 0},
-      {5, 5, 0, 0, 10, 200}, {5, 5, 2, 0, 30, 100},   {5, 5, 1, 0, 20, 150},  {5, 5, 1, 1, 40, 139}, {5, 5, 4, 4, 70, 255},
-      {5, 5, 99, 99, 70, 255}, {5, 5, -4, 3, 50, 0},  {5, 5, kNaN, kNaN, 70, 255}, {1, 5, 0, 0, 0, 0}};
-  for (const auto& c : cases) {
-    const YuvImage image{0, luma.data(), chroma.data(), c.width, c.height};
+  for (const auto& c : CaseRows("distortion/SamplerEdgeCases.txt")) {
+    const std::vector<double> plane = Numbers(c[0]), at = Numbers(c[1]), expected = Numbers(c[2]);
+    const YuvImage image{0, luma.data(), chroma.data(), int(plane[0]), int(plane[1])};
     uint8_t out[2] = {9, 9};
-    if (c.height == 3) CDistortionFilter::SampleGrayBilinear(image, c.x, c.y, out);
-    if (c.height == 5) CDistortionFilter::SampleChromaBilinear(image, c.x, c.y, out);
-    EXPECT_EQ(std::make_pair(int{out[0]}, int{out[1]}), std::make_pair(c.first, c.second)) << c.width << " " << c.x << "," << c.y;
+    if (plane[1] == 3) CDistortionFilter::SampleGrayBilinear(image, float(at[0]), float(at[1]), out);
+    if (plane[1] == 5) CDistortionFilter::SampleChromaBilinear(image, float(at[0]), float(at[1]), out);
+    EXPECT_EQ(std::vector<double>(out, out + 2), expected) << c[0] << " | " << c[1];
   }
 }
 

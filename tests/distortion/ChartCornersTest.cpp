@@ -1,15 +1,10 @@
 #include "distortion/ChartCorners.h"
 
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <random>
-#include <vector>
+#include "tests/support/TestPrelude.h"
 
 #include "api/Globals.h"
 #include "distortion/CDistortionFilter.h"
 #include "engine/dualCalibration.h"
-#include "tests/support/TestFiles.h"
 
 namespace {
 

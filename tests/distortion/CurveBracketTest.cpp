@@ -1,11 +1,6 @@
 #include "distortion/CurveBracket.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-#include <random>
-#include <vector>
+#include "tests/support/TestPrelude.h"
 
 namespace {
 

@@ -1,15 +1,6 @@
 #include "distortion/YuvWarp.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <cmath>
-#include <cstring>
-#include <memory>
-#include <random>
-#include <tuple>
-#include <vector>
+#include "tests/support/TestPrelude.h"
 
 #include <opencv2/calib3d.hpp>
 

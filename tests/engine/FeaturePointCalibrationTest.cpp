@@ -1,20 +1,10 @@
 #include "engine/FeaturePointCalibration.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstring>
-#include <map>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <tuple>
-#include <vector>
+#include "tests/support/TestPrelude.h"
 
 #include "engine/dualCalibration.h"
 #include "synthetic/SyntheticScene.h"
 #include "tests/support/AndroidLog.h"
-#include "tests/support/TestFiles.h"
 
 using namespace testing::internal;
 
@@ -46,15 +36,6 @@ CapturedRun Calibrate(dualCalibration& engine, const cv::Mat& mainImage, const c
   return run;
 }
 
-// Six numbers as a 2 x 3 matrix of doubles; stod also reads nan and inf.
-cv::Mat Estimate(const std::string& text) {
-  std::istringstream numbers(text);
-  cv::Matx23d a;
-  std::string number;
-  for (double& value : a.val) numbers >> number, value = std::stod(number);
-  return cv::Mat(a).clone();
-}
-
 }  // namespace
 
 TEST(SelectGoodMatches, KeepsNearestMatchesWhoseSinglePrecisionRatioIsBelowTwoThirds) {
@@ -75,12 +56,9 @@ TEST(RefineHomography, ConstraintsAreStrictAndTestedAsStated) {
       {"none", cv::Mat()}, {"eye3", cv::Mat::eye(3, 3, CV_64F)}, {"float", cv::Mat(cv::Matx23f(1, 0, 0, 0, 1, 0))}};
   for (const auto& c : CaseRows("engine/RefineHomography.txt")) {
     SCOPED_TRACE(c[3]);
-    const cv::Mat estimate = named.count(c[0]) ? named.at(c[0]) : Estimate(c[0]);
-    std::istringstream limits(c[1]);
-    float offsetX = 0.0f;
-    int32_t scale = 0, limitX = 0, limitY = 0;
-    limits >> offsetX >> scale >> limitX >> limitY;
-    const HomographyRefinement r = RefineHomography(estimate, offsetX, scale, limitX, limitY);
+    const cv::Mat estimate = named.count(c[0]) ? named.at(c[0]) : cv::Mat(Numbers(c[0]), true).reshape(1, 2);
+    const std::vector<double> l = Numbers(c[1]);  // fOffsetX, scale, offset limits
+    const HomographyRefinement r = RefineHomography(estimate, float(l[0]), int32_t(l[1]), int32_t(l[2]), int32_t(l[3]));
     EXPECT_EQ(r.constraintsMet, c[2] == "1");
     EXPECT_EQ(r.correctedH.empty(), estimate.type() != CV_64F || estimate.rows != 2);
     EXPECT_TRUE(c[2] == "1" || IsIdentity(r.refinedH));

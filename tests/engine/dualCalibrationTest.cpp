@@ -1,10 +1,6 @@
 #include "engine/dualCalibration.h"
 
-#include <gtest/gtest.h>
-
-#include <memory>
-
-#include "tests/support/TestFiles.h"
+#include "tests/support/TestPrelude.h"
 
 // The default section itself is pinned by ExportsTest (a failed load saves it).
 TEST(dualCalibration, ConstructsWithIdentityCamerasAndNoDistortion) {

@@ -1,8 +1,6 @@
 #include "framework/CFilter.h"
 
-#include <gtest/gtest.h>
-
-#include "tests/support/TestFiles.h"
+#include "tests/support/TestPrelude.h"
 
 using namespace testing::internal;
 

@@ -1,10 +1,6 @@
 #include "framework/FilterParameterList.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
-#include "tests/support/TestFiles.h"
+#include "tests/support/TestPrelude.h"
 
 using namespace testing::internal;
 

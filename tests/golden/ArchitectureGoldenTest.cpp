@@ -1,16 +1,7 @@
 // The library's arithmetic gives the same bits on x86-64 and AArch64: each case feeds exact binary inputs to one
 // group of kernels and compares every output (floats as %a) with a golden file written on x86-64. OpenCV enters
 // only as counts and a rounded estimate (FeaturePair). Regenerate with QLM_UPDATE_GOLDEN=1, and review the diff.
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <cstdio>
-#include <iterator>
-#include <memory>
-#include <string>
-#include <vector>
+#include "tests/support/TestPrelude.h"
 
 #include <opencv2/core.hpp>
 
@@ -18,7 +9,6 @@
 #include "engine/FeaturePointCalibration.h"
 #include "engine/dualCalibration.h"
 #include "synthetic/SyntheticScene.h"
-#include "tests/support/TestFiles.h"
 #include "tests/support/YuvPlanes.h"
 
 namespace {
@@ -42,9 +32,6 @@ struct GoldenText {
       std::snprintf(hex, sizeof(hex), " %02x", bytes[i]);
       text += hex + std::string(i % 40 == 39 || i + 1 == bytes.size() ? "\n" : "");
     }
-  }
-  void Points(const std::string& label, const std::vector<cv::Point2f>& points) {
-    for (size_t i = 0; i < points.size(); ++i) Float(label + "[" + std::to_string(i) + "].x", points[i].x), Float(label + "[" + std::to_string(i) + "].y", points[i].y);
   }
   void Matrix(const std::string& label, const cv::Mat& matrix) {
     cv::Mat values;
@@ -160,43 +147,17 @@ TEST(ArchitectureGolden, YuvWarpRadial) {
 }
 
 TEST(ArchitectureGolden, HomographyRefinement) {
-  // Rotations, scales and translations around the limits, met and not met.
-  const struct { double a[6]; float offsetX; int32_t scaleHundredths, offsetXLimitPx, offsetYLimitPx; } cases[] = {
-      {{1.0123456789, -0.0234567891, 3.456789, 0.0198765432, 0.9876543219, -2.345678}, 250.0f, 5, 10, 10},
-      {{0.9987654321, 0.0012345678, -7.654321, -0.0011223344, 1.0011223344, 4.321098}, -137.0f, 1, 8, 5},
-      {{1.0499999999, 0.0312500001, 9.999999, -0.0312499999, 1.0400000001, 9.999999}, 0.0f, 5, 10, 10},
-      {{1.2, 0.1, 100.5, -0.1, 1.2, -50.25}, 33.0f, 30, 200, 100},
-      {{0.93, -0.07, 0.5, 0.07, 0.93, 0.25}, 1.0f, 0, 10, 10},
-      {{1.0009765625, 0.0, 2.5, 0.0, 0.9990234375, 6.0}, 50.0f, 1, 10, 6},
-  };
   GoldenText out;
-  for (size_t i = 0; i < std::size(cases); ++i) {
-    const auto& c = cases[i];
-    const HomographyRefinement refinement = RefineHomography(cv::Mat(2, 3, CV_64F, const_cast<double*>(c.a)), c.offsetX,
-                                                             c.scaleHundredths, c.offsetXLimitPx, c.offsetYLimitPx);
-    const std::string prefix = "case" + std::to_string(i) + ".";
+  int i = 0;
+  for (const auto& c : CaseRows("golden/HomographyRefinementCases.txt")) {
+    const std::vector<double> limits = Numbers(c[2]);
+    const HomographyRefinement refinement = RefineHomography(cv::Mat(Numbers(c[0]), true).reshape(1, 2), std::stof(c[1]),
+                                                             int32_t(limits[0]), int32_t(limits[1]), int32_t(limits[2]));
+    const std::string prefix = "case" + std::to_string(i++) + ".";
     out.Matrix(prefix + "correctedH", refinement.correctedH), out.Int(prefix + "constraintsMet", refinement.constraintsMet);
     out.Matrix(prefix + "refinedH", refinement.refinedH);
   }
   ExpectGolden(out.text, "golden/HomographyRefinement.golden");
-}
-
-TEST(ArchitectureGolden, CornerMatching) {
-  dualCalibration engine;
-  const std::vector<cv::Point2f> main = BoardCorners(412.25f, 300.5f, 61.0f);
-  // The second view: the same board from the opposite corner, scaled and shifted.
-  std::vector<cv::Point2f> reversed;
-  for (auto it = main.rbegin(); it != main.rend(); ++it) reversed.emplace_back(it->x * 0.875f + 37.5f, it->y * 0.875f - 12.25f);
-  // Two corners of the first list nearest to the same one of the second.
-  std::vector<cv::Point2f> crowded = main, matched1, matched2;
-  crowded[10] = crowded[11];
-  GoldenText out;
-  testing::internal::CaptureStdout();
-  out.Int("reversedResult", engine.matchCornerOrder(main, reversed, matched1, matched2));
-  out.Int("crowdedResult", engine.matchCornerOrder(crowded, main, matched1, matched2));
-  out.text += "stdout: " + testing::internal::GetCapturedStdout() + "\n";
-  out.Points("matched1", matched1), out.Points("matched2", matched2);
-  ExpectGolden(out.text, "golden/CornerMatching.golden");
 }
 
 TEST(ArchitectureGolden, EulerAngles) {

@@ -60,21 +60,8 @@ void ExpectGolden(const std::string& actual, const std::string& relativePath) {
     return WriteFile(path, actual);
   }
   ASSERT_TRUE(FileExists(path)) << "missing golden file " << path;
-  const std::string expected = ReadFile(path);
-  if (expected == actual) return;
-  // The first differing line with two lines of context either side.
-  std::istringstream want(expected), got(actual);
-  std::vector<std::string> lines[2];
-  for (std::string line; std::getline(want, line);) lines[0].push_back(line);
-  for (std::string line; std::getline(got, line);) lines[1].push_back(line);
-  size_t first = 0;
-  while (first < lines[0].size() && first < lines[1].size() && lines[0][first] == lines[1][first]) ++first;
-  std::ostringstream out;
-  for (size_t i = first >= 2 ? first - 2 : 0; i <= first + 2; ++i) {
-    for (int side = 0; side < 2; ++side)
-      out << (side ? "  actual   " : "  expected ") << i + 1 << ": " << (i < lines[side].size() ? lines[side][i] : "<end>") << "\n";
-  }
-  ADD_FAILURE() << relativePath << ": first difference at line " << first + 1 << "\n" << out.str();
+  // GoogleTest shows a multi-line difference as a unified diff with two lines of context.
+  EXPECT_EQ(ReadFile(path), actual) << relativePath;
 }
 
 namespace {
@@ -110,6 +97,14 @@ std::vector<std::vector<std::string>> CaseRows(const std::string& relativePath) 
   }
   EXPECT_FALSE(rows.empty()) << "no cases in " << relativePath;
   return rows;
+}
+
+std::vector<double> Numbers(const std::string& field) {
+  std::istringstream words(field);
+  std::vector<double> numbers;
+  for (std::string word; words >> word;)
+    if (word != "-") numbers.push_back(std::stod(word));
+  return numbers;
 }
 
 uint64_t Fnv1a(const void* data, size_t size) {

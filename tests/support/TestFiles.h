@@ -43,12 +43,14 @@ std::string PrintedWhileLoading(Filter& filter, const std::string& text, bool lo
   return testing::internal::GetCapturedStdout();
 }
 
-// Compares actual with tests/data/<relativePath>; on a difference the failure shows the first differing line
-// with its neighbours. With QLM_UPDATE_GOLDEN=1 in the environment the file is rewritten instead.
+// Compares actual with tests/data/<relativePath>; a difference fails with the differing lines and their
+// neighbours. With QLM_UPDATE_GOLDEN=1 in the environment the file is rewritten instead.
 void ExpectGolden(const std::string& actual, const std::string& relativePath);
 // The cases of the table tests/data/<relativePath>: one a line, fields split at " | ", blank and "#" lines
 // skipped. In a field \n and \t stand for newline and tab, and \<N><c> for N copies of c.
 std::vector<std::vector<std::string>> CaseRows(const std::string& relativePath);
+// The numbers of a field, split at white space; nan and inf are numbers too, and "-" stands for none.
+std::vector<double> Numbers(const std::string& field);
 
 // FNV-1a over size bytes: pins exact bytes that must match on every platform in one literal.
 uint64_t Fnv1a(const void* data, size_t size);

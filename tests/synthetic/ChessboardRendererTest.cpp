@@ -1,11 +1,9 @@
 #include "synthetic/ChessboardRenderer.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/TestPrelude.h"
 
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
-
-#include "tests/support/TestFiles.h"
 
 // A 5 x 4 board of 10 px squares whose corner (0, 0) lands on (cx, cy): pixels take their exact area shares of dark
 // 30, light 220, the light margin and the background 100; blur softens the edges only.

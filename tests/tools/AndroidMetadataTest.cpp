@@ -1,9 +1,6 @@
 // The metadata against the camera2 conventions: R and T rebuilt with the documented quaternion matrix and
 // p_camera = R * (p - t) match the calibration.
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <memory>
+#include "tests/support/TestPrelude.h"
 
 #include "engine/dualCalibration.h"
 #include "synthetic/ChessboardRenderer.h"

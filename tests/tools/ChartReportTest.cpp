@@ -1,9 +1,8 @@
-#include <gtest/gtest.h>
+#include "tests/support/TestPrelude.h"
 
 #include <opencv2/calib3d.hpp>
 
 #include "synthetic/ChessboardRenderer.h"
-#include "tests/support/TestFiles.h"
 #include "tools/ChartReport.h"
 #include "tools/ToolOutput.h"
 

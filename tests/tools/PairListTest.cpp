@@ -1,11 +1,6 @@
 #include "tools/PairList.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-#include <vector>
-
-#include "tests/support/TestFiles.h"
+#include "tests/support/TestPrelude.h"
 
 // The messages of bad lists and folders are checked through the tool (QlmCalib.BadInputs...).
 TEST(PairList, FolderPairsInNaturalOrderAndListFilesOnePairPerLine) {

@@ -1,22 +1,15 @@
 // End-to-end runs of the qlm-calib program on data it generates once per test program.
-#include <gtest/gtest.h>
+#include "tests/support/TestPrelude.h"
 
 #include <sys/wait.h>
 
-#include <cctype>
-#include <cmath>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <set>
-#include <sstream>
-#include <string>
+#include <regex>
 
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include "api/CalibrationRecord.h"
-#include "tests/support/TestFiles.h"
 
 namespace fs = std::filesystem;
 
@@ -68,24 +61,14 @@ class QlmCalib : public testing::Test {
   // Named text with each number that has a point or an exponent as #, -0 as 0 (the sign of a zero matrix entry
   // differs between platforms), and the log's time and process ids dropped: what stays is the same everywhere.
   std::string Portable(const std::string& text) const {
+    static const std::regex fraction(R"((^|[^[:alnum:]])-?[0-9]+(\.[0-9]+([eE][-+]?[0-9]+)?|[eE][-+]?[0-9]+))");
+    static const std::regex negativeZero(R"((^|[^[:alnum:]])-(0(?![0-9])))");
     std::istringstream lines(Named(text));
     std::string out;
-    for (std::string line; std::getline(lines, line); out += '\n') {
+    for (std::string line; std::getline(lines, line);) {
       const size_t log = line.find("QLM LOG:");
-      line.erase(0, log == std::string::npos ? 0 : log);
-      for (size_t i = 0; i < line.size();) {
-        const char* at = line.c_str() + i;
-        char *whole = nullptr, *end = nullptr;
-        const bool boundary = i == 0 || !std::isalnum(static_cast<unsigned char>(at[-1]));
-        if (boundary && std::isdigit(static_cast<unsigned char>(at[at[0] == '-']))) {
-          std::strtoll(at, &whole, 10);
-          std::strtod(at, &end);  // a point must have a digit after it
-        }
-        const bool masked = end > whole && (*whole != '.' || std::isdigit(static_cast<unsigned char>(whole[1])));
-        const std::string number = whole == nullptr ? std::string(1, *at) : std::string(at, static_cast<const char*>(whole));
-        out += masked ? "#" : number == "-0" ? "0" : number;
-        i = whole == nullptr ? i + 1 : static_cast<size_t>((masked ? end : whole) - line.c_str());
-      }
+      line = std::regex_replace(line.substr(log == std::string::npos ? 0 : log), fraction, "$1#");
+      out += std::regex_replace(line, negativeZero, "$1$2") + "\n";
     }
     return out;
   }

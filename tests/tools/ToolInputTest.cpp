@@ -1,14 +1,8 @@
 #include "tools/ToolInput.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdint>
-#include <functional>
-#include <string>
+#include "tests/support/TestPrelude.h"
 
 #include <opencv2/imgcodecs.hpp>
-
-#include "tests/support/TestFiles.h"
 
 namespace {
 

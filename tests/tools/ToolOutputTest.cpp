@@ -1,15 +1,13 @@
 #include "tools/ToolOutput.h"
 
-#include <gtest/gtest.h>
+#include "tests/support/TestPrelude.h"
 
-#include <cstdlib>
 #include <filesystem>
 #include <new>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "tests/support/TestFiles.h"
 #include "tools/ToolInput.h"
 
 namespace fs = std::filesystem;
