@@ -32,7 +32,7 @@ TEST(RectifyPreview, CanvasLayoutGuideLinesAndTheSecondRotation) {
     const double cx = 0.5 * (c.size.width - 1), cy = 0.5 * (c.size.height - 1);
     engine->K1 = engine->K2 = (cv::Mat_<double>(3, 3) << 500, 0, cx, 0, 500, cy, 0, 0, 1);
     engine->mSecondRotation = c.turned ? cv::Mat(cv::Matx33d(0, -1, 0, 1, 0, 0, 0, 0, 1)) : cv::Mat::eye(3, 3, CV_64F);
-    engine->mSecondResult.P2 = (cv::Mat_<double>(3, 4) << 500, 0, cx, c.p2x, 0, 500, cy, c.p2y, 0, 0, 1, 0);
+    engine->mSecondResult.P2 = (cv::Mat_<double>(2, 4) << 500, 0, cx, c.p2x, 0, 500, cy, c.p2y);  // the rows it reads
     engine->mChartImages = {Noise(c.size, 1), Noise(c.size, 2)};
     cv::Mat second = Noise(c.size, 2), expected;
     if (c.turned) cv::rotate(second, second, cv::ROTATE_90_COUNTERCLOCKWISE);

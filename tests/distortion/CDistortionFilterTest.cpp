@@ -102,7 +102,8 @@ TEST(CDistortionFilter, PolynomialBandStopsTheRun) {
   filter.coefficientCount = 1, filter.referenceRadius = 100.0f, filter.currentPolynomial[0] = 0.09f;
   const float band[6] = {1050, 750, 1000, 850, 990, 750};
   float out[6] = {kSentinel, kSentinel, kSentinel, kSentinel, kSentinel, kSentinel};
-  EXPECT_EQ(filter.UndistortPointsPolynomial(band, out, 3, kWidth, kHeight), 0);
+  EXPECT_EQ(filter.UndistortPointsPolynomial(band, out, 3, kWidth, kHeight) +
+                filter.UndistortPointsPolynomial(band + 2, out, 1, kWidth, kHeight), 0);  // one point stops it too
   EXPECT_EQ(std::vector<float>(out, out + 6), std::vector<float>({1000 + 50 / (1 + 0.09f * 0.5f), 750, kSentinel, kSentinel, kSentinel, kSentinel}));
   filter.currentPolynomial[0] = -0.045f;
   EXPECT_EQ(filter.UndistortPointsPolynomial(band, out, 3, kWidth, kHeight), 1);

@@ -90,8 +90,10 @@ TEST_F(ChartCorners, UndistortsBothCamerasAndStopsAtOutOfBandCorners) {
   }
 }
 
-// The debug drawing runs on any images; empty views succeed; fewer than four views change nothing and return 0.
+// 1 without and with the debug switch (which draws on any images) and for empty views; fewer than four views change
+// nothing and return 0.
 TEST_F(ChartCorners, DebugDrawingEmptyViewsAndShortLists) {
+  EXPECT_EQ(engine->undistortChartCorners(cv::Mat(), cv::Mat()), 1);
   engine->m_bSaveDebugInfo = 1, engine->m_nBoardWidth = 6, engine->m_nBoardHeight = 4;
   EXPECT_EQ(engine->undistortChartCorners(cv::Mat(120, 160, CV_8UC1, cv::Scalar(128)), cv::Mat(10, 10, CV_8UC3)), 1);
   for (auto& view : engine->mImagePoints1) view.clear();

@@ -201,8 +201,9 @@ TEST(ArchitectureGolden, ResidueFit) {
 }
 
 // One pair pins OpenCV's steps as the library sets them up: ORB's FAST threshold and pyramid, the H_OTP warp's
-// interpolation, RANSAC's iteration limit. Low contrast keeps the keypoint counts below ORB's caps; permuted 7 x 7
-// tiles and a half-pixel H_OTP make most matches outliers to any one similarity, so RANSAC runs to its limit.
+// interpolation and border fill (half of the aligned image's last column), RANSAC's iteration limit. Low contrast
+// keeps the keypoint counts below ORB's caps; permuted 7 x 7 tiles and a half-pixel H_OTP make most matches outliers
+// to any one similarity, so RANSAC runs to its limit.
 TEST(ArchitectureGolden, FeaturePair) {
   cv::Mat scene, second;
   RenderTexturedScene(cv::Size(1000, 1000), 7).convertTo(scene, CV_8U, 0.1875, 112.0);
@@ -214,13 +215,14 @@ TEST(ArchitectureGolden, FeaturePair) {
   auto engine = std::make_unique<dualCalibration>();
   SetRecordHOtp(engine->mCallerRecord, RecordHomography{1, 0, 0.5f, 0, 1, 0.5f, 0, 0, 1});
   FeaturePointReport report;
+  report.keepMatchesImage = true;
   testing::internal::CaptureStdout(), testing::internal::CaptureStderr();
   const int rv = engine->calibrationDetectPoint(scene.data, second.data, 1000, 1000, 1000, 1000, &report);
   testing::internal::GetCapturedStderr(), testing::internal::GetCapturedStdout();
   ASSERT_EQ(report.estimate.size(), cv::Size(3, 2));
   GoldenText out;
   out.Int("rv", rv), out.Int("keypoints1", report.keypoints1), out.Int("keypoints2", report.keypoints2);
-  out.Int("goodMatches", report.goodMatches);
+  out.Int("goodMatches", report.goodMatches), out.Int("lastColumn", cv::sum(report.matchesImage.col(1999))[0]);
   for (int i = 0; i < 6; ++i) {
     const std::string index = "(" + std::to_string(i / 3) + "," + std::to_string(i % 3) + ")";
     out.Int("estimate" + index + "x100", std::lround(report.estimate.at<double>(i / 3, i % 3) * 100.0));
