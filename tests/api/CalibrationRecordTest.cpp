@@ -20,9 +20,8 @@ TEST(CalibrationRecord, FieldsAtTheirOffsetsAtAnyAddress) {
     buffer[shift + 15222] = 0xFE;
     const std::vector<uint8_t> before = buffer;
     auto* record = std::launder(reinterpret_cast<CalibrationRecord*>(buffer.data() + shift));
-    EXPECT_EQ(RecordOffsetX(*record), 250.0f);
-    EXPECT_EQ(RecordHOtp(*record), (RecordHomography{1, 2, 3, 4, 5, 6, 7, 8, -1}));
-    EXPECT_EQ(RecordRefineCount(*record), 254);
+    EXPECT_EQ(std::make_tuple(RecordOffsetX(*record), RecordHOtp(*record), RecordRefineCount(*record)),
+              std::make_tuple(250.0f, RecordHomography{1, 2, 3, 4, 5, 6, 7, 8, -1}, uint8_t{254}));
     SetRecordRefineCount(*record, 0x81);
     EXPECT_EQ(std::exchange(buffer[shift + 15222], 0xFE), 0x81);
     EXPECT_TRUE(buffer == before);

@@ -104,8 +104,7 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   const ChartSummary summary = RunDriver(*engine, ExampleScene().pairs, {}, &printed);
   ASSERT_EQ(summary.status, kChartOk) << summary.failedStage << ": " << summary.message;
   EXPECT_EQ(summary.viewsFound, std::vector<int32_t>(8, 1));
-  ASSERT_EQ(engine->mImagePoints2.size(), 8u);
-  ASSERT_EQ(summary.viewErrors2.size(), 8u);
+  ASSERT_EQ(std::make_pair(engine->mImagePoints2.size(), summary.viewErrors2.size()), std::make_pair(size_t{8}, size_t{8}));
   EXPECT_GT(*std::min_element(summary.viewErrors1.begin(), summary.viewErrors1.end()), 0.0f);
   EXPECT_LT(*std::max_element(summary.viewErrors2.begin(), summary.viewErrors2.end()), 0.2f);
   ExpectAccurate(summary, *engine, ExampleScene().rig);
@@ -129,8 +128,7 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   const double stereoRms = cv::stereoCalibrate(engine->mObjectPoints, *views[0], *views[1], K[0], D[0], K[1], D[1],
                                                kImageSize, R, T, E, F, cv::CALIB_USE_INTRINSIC_GUESS,
                                                {cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 100, 1e-5});
-  EXPECT_EQ(summary.stereoRms, static_cast<float>(stereoRms));
-  EXPECT_EQ(summary.T, cv::Vec3d(T));
+  EXPECT_EQ(std::make_pair(summary.stereoRms, summary.T), std::make_pair(static_cast<float>(stereoRms), cv::Vec3d(T)));
   EXPECT_EQ(cv::norm(engine->K1, K[0], cv::NORM_INF) + cv::norm(engine->D2, D[1], cv::NORM_INF), 0.0);
   // The deviations in the order fx, fy, cx, cy, k1, k2, k3, p1, p2 from OpenCV's k1, k2, p1, p2, k3.
   for (int i = 0; i < 9; ++i) EXPECT_EQ(summary.mono2.stdDev[i], engine->mMonoStdDev2.at<double>("012345867"[i] - '0'));
@@ -144,8 +142,7 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   char line[64];
   std::snprintf(line, sizeof line, "r_y_1:%.6f\n", engine->r_y_1);
   EXPECT_NE(main.find(line), std::string::npos);
-  EXPECT_EQ(cv::norm(engine->mSecondResult.P2, engine->P2, cv::NORM_INF), 0.0);
-  EXPECT_EQ(cv::norm(engine->mSecondRotation, engine->R, cv::NORM_INF), 0.0);
+  EXPECT_EQ(cv::norm(engine->mSecondResult.P2, engine->P2, cv::NORM_INF) + cv::norm(engine->mSecondRotation, engine->R, cv::NORM_INF), 0.0);
   // The assembled matrix (M K1 R^T K2^-1)^-1 = K2 R K1^-1 M^-1, in single precision.
   cv::Mat residue, assembled;
   engine->mResidueMatrix.convertTo(residue, CV_64F), engine->m_assembleMatrix.convertTo(assembled, CV_64F);
@@ -229,8 +226,7 @@ TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
     EXPECT_EQ(printed.find("Starting stereo"), std::string::npos);
     std::vector<int32_t> found, quick;
     for (char r : progress) found.push_back(r == 'V'), quick.push_back(r == 'Q');
-    EXPECT_EQ(summary.viewsFound, found);
-    EXPECT_EQ(summary.quickRejected, quick);
+    EXPECT_EQ(std::tie(summary.viewsFound, summary.quickRejected), std::tie(found, quick));
     EXPECT_EQ(engine->mImagePoints1.size(), static_cast<size_t>(std::count(found.begin(), found.end(), 1)));
     EXPECT_EQ(engine->chartImageSizes[3], progress.empty() ? 0 : 1500);
     const cv::Mat kept = progress.empty() ? cv::Mat() : c.pairs[0].second;
@@ -266,8 +262,7 @@ TEST(ChartDriver, GridPairingHoldsOnAPhoneRigWhereNearestPairingFails) {
   std::string printed;
   const ChartSummary grid = RunDriver(*engine, scene.pairs, options, &printed);
   ASSERT_EQ(grid.status, kChartOk) << grid.message;
-  EXPECT_EQ(WronglyPairedViews(*engine, scene), std::vector<int32_t>{});
-  EXPECT_EQ(grid.repeatedCornerViews, std::vector<int32_t>{});
+  EXPECT_EQ(std::make_pair(WronglyPairedViews(*engine, scene), grid.repeatedCornerViews), std::make_pair(std::vector<int32_t>{}, std::vector<int32_t>{}));
   ASSERT_EQ(grid.gridPairings.size(), 14u);
   for (const GridPairing& pairing : grid.gridPairings) EXPECT_LT(pairing.residualPx, 0.1);
   ExpectAccurate(grid, *engine, scene.rig);

@@ -44,14 +44,12 @@ TEST(CornerCorrespondence, NearestPairingByNormalisedPosition) {
     EXPECT_EQ(testing::internal::GetCapturedStdout(), c.printed);
     expected1.insert(expected1.end(), c.first.begin(), c.first.end());
     expected2.insert(expected2.end(), c.expected.begin(), c.expected.end());
-    EXPECT_EQ(matched1, expected1) << c.printed;
-    EXPECT_EQ(matched2, expected2) << c.printed;
+    EXPECT_EQ(std::tie(matched1, matched2), std::tie(expected1, expected2)) << c.printed;
   }
   auto engine = std::make_unique<dualCalibration>();
   engine->mCorners1 = grid, engine->mCorners2 = shuffled;
   EXPECT_EQ(engine->matchStoredCornerOrder(), 1);
-  EXPECT_EQ(engine->mMatchedCorners1, grid);
-  EXPECT_EQ(engine->mMatchedCorners2, scaled);
+  EXPECT_EQ(std::tie(engine->mMatchedCorners1, engine->mMatchedCorners2), std::tie(grid, scaled));
 }
 
 // Every symmetric order in which a detector may list the second view (1.5 times larger, turned by 3 degrees, with
@@ -74,8 +72,7 @@ TEST(CornerCorrespondence, GridPairingUndoesEverySymmetricOrder) {
     const GridPairing pairing = engine->matchCornerGridOrder(Grid(w, h), listed, {w, h}, matched1, matched2);
     ASSERT_EQ(pairing.order, std::stoi(c[2]));
     EXPECT_EQ(kGridOrders[pairing.order].name, c[3]);
-    EXPECT_EQ(matched1, Grid(w, h));
-    EXPECT_EQ(matched2, truth);
+    EXPECT_EQ(std::make_pair(matched1, matched2), std::make_pair(Grid(w, h), truth));
     EXPECT_LT(pairing.residualPx, 1e-3);
     EXPECT_NEAR(pairing.agreement, std::cos(0.05), 0.01);
   }

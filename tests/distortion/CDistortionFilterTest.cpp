@@ -95,6 +95,18 @@ TEST(CDistortionFilter, SamplerEdgeCases) {
   }
 }
 
+// A blend writes t of row i and 1 - t of row j into the current set (row 1), every slot; a row outside the table
+// changes nothing. Initialize resets and succeeds.
+TEST(CDistortionFilter, BlendsRowsIntoTheCurrentSets) {
+  CDistortionFilter filter;
+  EXPECT_TRUE(filter.Initialize());
+  for (auto* rows : {filter.polynomialRows, filter.radialRows}) std::fill(rows[0], rows[1], 8.0f), std::fill(rows[2], rows[3], 4.0f);
+  filter.BlendPolynomialRows(0, 2, 0.25f), filter.BlendRadialRows(2, 0, 0.75f);
+  filter.BlendPolynomialRows(kDistortionRowCapacity, 0, 1.0f), filter.BlendRadialRows(0, -1, 1.0f);
+  EXPECT_EQ(std::vector<float>(filter.currentPolynomial, filter.polynomialRows[2]), std::vector<float>(10, 5.0f));
+  EXPECT_EQ(std::vector<float>(filter.radialCoefficients, filter.radialRows[2]), std::vector<float>({5, 5, 5, 0, 0, 0, 0, 0, 0, 0}));
+}
+
 // The band is [0.95, 1.05]: radii 50, 100 and 10 give 1.045, 1.09 (stops the run) and 1.009 (left untouched);
 // factors down to 0.955 pass. The kernels' arithmetic and placements are pinned by tests/golden.
 TEST(CDistortionFilter, PolynomialBandStopsTheRun) {
