@@ -95,8 +95,7 @@ TEST_F(Exports, InitLoadsTheRunAndTheSelectorPicksTheRecord) {
   WriteFile(dir.File("record.bin"), Bytes(fileRecord));
   const Captured init = Init(dir.File("params.txt"), dir.File("record.bin"), memoryRecord);
   EXPECT_EQ(std::tie(init.rv, init.out, init.log), std::make_tuple(1, "", "Tarnweather I QLM LOG:QLM_Calib_INIT= 1  \n\n"));
-  EXPECT_EQ(LogFile(), "QLM_Calib_INIT...   \n");
-  EXPECT_EQ(ReadFile(dir.File("defaultParameters.txt")), params);
+  EXPECT_EQ(std::make_pair(LogFile(), ReadFile(dir.File("defaultParameters.txt"))), std::make_pair(std::string("QLM_Calib_INIT...   \n"), params));
   EXPECT_TRUE(Result() == Bytes(CalibrationRecord{}) && ResultOfBlackPair(1) == Bytes(fileRecord));
   EXPECT_TRUE(ResultOfBlackPair(0) == Bytes(memoryRecord) && ResultOfBlackPair(-3) == Bytes(fileRecord));
 

@@ -43,8 +43,7 @@ TEST(RectifyPreview, CanvasLayoutGuideLinesAndTheSecondRotation) {
       (c.vertical ? expected.colRange(band) : expected.rowRange(band)).setTo(0);
     }
     const cv::Mat canvas = engine->buildRectifyCanvas();
-    ASSERT_EQ(canvas.size(), expected.size());
-    EXPECT_EQ(cv::norm(canvas, expected, cv::NORM_INF), 0.0);
+    EXPECT_EQ(canvas.size() == expected.size() ? cv::norm(canvas, expected, cv::NORM_INF) : -1.0, 0.0);
     EXPECT_EQ(cv::norm(engine->mChartImages[1], Noise(c.size, 2), cv::NORM_INF), 0.0);
     EXPECT_NO_THROW(engine->rectifyPreview());
     engine->mSecondResult.P2 = cv::Mat();

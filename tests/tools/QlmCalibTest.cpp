@@ -186,10 +186,9 @@ TEST_F(QlmCalib, BadInputsGiveOneMessageAndLeaveNoFile) {
       {"only-main/b_main.png", ""},     {"only-second/b_second.png", ""},     {"two-lines.txt", "m1.png s1.png\nm2.png\n"},
       {"three.txt", "m1.png s1.png extra.png\n"}, {"comment.txt", "# nothing\n"}, {"big.txt", std::string((1 << 20) + 1, 'x')}};
   for (const auto& [name, text] : files) WriteFile(Path(name), text);
-  ASSERT_TRUE(cv::imwrite(Path("a.png"), cv::Mat(30, 50, CV_8UC1, cv::Scalar(1))));
-  ASSERT_TRUE(cv::imwrite(Path("b.png"), cv::Mat(30, 40, CV_8UC1, cv::Scalar(1))));
-  ASSERT_TRUE(cv::imwrite(Path("narrow.png"), cv::Mat(1000, 999, CV_8UC1, cv::Scalar(9))));
-  ASSERT_TRUE(cv::imwrite(Path("deep.png"), cv::Mat(1000, 1000, CV_16UC1, cv::Scalar(1000))));
+  const std::pair<const char*, cv::Mat> images[] = {{"a.png", cv::Mat(30, 50, CV_8UC1, 1)}, {"b.png", cv::Mat(30, 40, CV_8UC1, 1)},
+      {"narrow.png", cv::Mat(1000, 999, CV_8UC1, 9)}, {"deep.png", cv::Mat(1000, 1000, CV_16UC1, 1000)}};
+  for (const auto& [name, image] : images) ASSERT_TRUE(cv::imwrite(Path(name), image));
   const std::set<std::string> before = FilesUnder(dir.Path());
   std::istringstream golden(ReadFile(std::string(QLM_TEST_DATA_DIR) + "/tools/BadInputs.golden"));
   std::string transcript;
