@@ -59,7 +59,7 @@ TEST(ChessboardDetection, FindsPairsAndRefinesRenderedBoardsWithinTheirBand) {
     }
   }
   const double rms = std::sqrt(squaredSum / count);  // measured 0.0385
-  EXPECT_NEAR(rms, 0.0385, 0.0015);
+  EXPECT_TRUE(rms > 0.0370 && rms < 0.0400) << rms;
 }
 
 // A view is appended when both images show the board (with the debug switch, a view index outside the lists draws
