@@ -13,8 +13,10 @@
 
 #if defined(__SSE2__)
 #include <immintrin.h>
-#elif defined(__ARM_NEON)
+#elif defined(__aarch64__) && defined(__ARM_NEON)
 #include <arm_neon.h>
+#else
+#error "Float4.h is written for x86-64 (SSE2) and AArch64 (NEON)"
 #endif
 
 namespace float4 {
@@ -42,10 +44,8 @@ inline F4 Load4(const float* values) {
 inline F4 Sqrt(F4 value) {
 #if defined(__SSE2__)
   return reinterpret_cast<F4>(_mm_sqrt_ps(reinterpret_cast<__m128>(value)));
-#elif defined(__ARM_NEON)
-  return reinterpret_cast<F4>(vsqrtq_f32(reinterpret_cast<float32x4_t>(value)));
 #else
-  return F4{std::sqrt(value[0]), std::sqrt(value[1]), std::sqrt(value[2]), std::sqrt(value[3])};
+  return reinterpret_cast<F4>(vsqrtq_f32(reinterpret_cast<float32x4_t>(value)));
 #endif
 }
 
@@ -81,12 +81,10 @@ inline void StoreBytes(I4 values, uint8_t* out) {
   const __m128i words = _mm_packs_epi32(reinterpret_cast<__m128i>(values), reinterpret_cast<__m128i>(values));
   const int32_t bytes = _mm_cvtsi128_si32(_mm_packus_epi16(words, words));
   std::memcpy(out, &bytes, sizeof(bytes));
-#elif defined(__ARM_NEON)
+#else
   const uint16x4_t words = vmovn_u32(reinterpret_cast<uint32x4_t>(values));
   const uint8x8_t bytes = vmovn_u16(vcombine_u16(words, words));
   vst1_lane_u32(reinterpret_cast<uint32_t*>(out), vreinterpret_u32_u8(bytes), 0);
-#else
-  for (int lane = 0; lane < 4; ++lane) out[lane] = static_cast<uint8_t>(values[lane]);
 #endif
 }
 
@@ -97,14 +95,9 @@ inline void StoreBytePairs(I4 first, I4 second, uint8_t* out) {
   const __m128i words = _mm_packs_epi32(reinterpret_cast<__m128i>(first), reinterpret_cast<__m128i>(second));
   const __m128i bytes = _mm_packus_epi16(words, words);
   _mm_storel_epi64(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(bytes, _mm_srli_si128(bytes, 4)));
-#elif defined(__ARM_NEON)
+#else
   const uint16x4_t pairs = vmovn_u32(reinterpret_cast<uint32x4_t>(first | (second << 8)));
   vst1_u16(reinterpret_cast<uint16_t*>(out), pairs);
-#else
-  for (int lane = 0; lane < 4; ++lane) {
-    out[2 * lane] = static_cast<uint8_t>(first[lane]);
-    out[2 * lane + 1] = static_cast<uint8_t>(second[lane]);
-  }
 #endif
 }
 
@@ -112,10 +105,8 @@ inline void StoreBytePairs(I4 first, I4 second, uint8_t* out) {
 inline bool AnyLaneSet(I4 mask) {
 #if defined(__SSE2__)
   return _mm_movemask_epi8(reinterpret_cast<__m128i>(mask != 0)) != 0;
-#elif defined(__ARM_NEON)
-  return vmaxvq_u32(reinterpret_cast<uint32x4_t>(mask)) != 0;
 #else
-  return (mask[0] | mask[1] | mask[2] | mask[3]) != 0;
+  return vmaxvq_u32(reinterpret_cast<uint32x4_t>(mask)) != 0;
 #endif
 }
 
