@@ -10,7 +10,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <memory>
 #include <utility>
@@ -31,8 +30,8 @@ constexpr float kK[3] = {-0.11f, 0.04f, -0.006f};
 constexpr float kSourceCamera4000[4] = {3200.0f, 3190.0f, 2006.0f, 1497.0f};
 constexpr float kTargetCamera4000[4] = {3150.0f, 3150.0f, 2000.0f, 1500.0f};
 
-std::array<float, 9> ScaledCamera(const float camera[4], float scale) {
-  return {camera[0] * scale, 0.0f, camera[2] * scale, 0.0f, camera[1] * scale, camera[3] * scale, 0.0f, 0.0f, 1.0f};
+cv::Matx33f ScaledCamera(const float (&camera)[4], float scale) {
+  return cv::Matx33f(camera[0] * scale, 0.0f, camera[2] * scale, 0.0f, camera[1] * scale, camera[3] * scale, 0.0f, 0.0f, 1.0f);
 }
 
 // The frame, the filter, the cameras and the rotation of one frame size.
@@ -40,7 +39,7 @@ struct Scene {
   int width, height;
   cv::Mat luma, chroma, outLuma, outChroma;
   CDistortionFilter filter;
-  std::array<float, 9> sourceCamera, targetCamera, rotation{};
+  cv::Matx33f sourceCamera, targetCamera, rotation;
 
   Scene(int frameWidth, int frameHeight)
       : width(frameWidth),
@@ -57,7 +56,7 @@ struct Scene {
     for (int i = 0; i < 3; ++i) filter.radialCoefficients[i] = kK[i];
     cv::Matx33d r;
     cv::Rodrigues(cv::Vec3d(-0.012, 0.018, 0.007), r);
-    for (int i = 0; i < 9; ++i) rotation[i] = static_cast<float>(r.val[i]);
+    rotation = cv::Matx33f(r);
   }
 
   YuvImage Source() { return Image(luma, chroma); }
@@ -92,12 +91,12 @@ struct OpenCvMaps {
 void BuildMaps(const Scene& scene, float zoom, OpenCvMaps& maps) {
   cv::Matx33d transposed;
   for (int r = 0; r < 3; ++r) {
-    for (int c = 0; c < 3; ++c) transposed(r, c) = scene.rotation[c * 3 + r];
+    for (int c = 0; c < 3; ++c) transposed(r, c) = scene.rotation(c, r);
   }
   const cv::Mat distortion = (cv::Mat_<double>(1, 5) << kK[0], kK[1], 0.0, 0.0, kK[2]);
   for (const double factor : {1.0, 0.5}) {
-    const std::array<float, 9>& s = scene.sourceCamera;
-    const std::array<float, 9>& t = scene.targetCamera;
+    const float* s = scene.sourceCamera.val;
+    const float* t = scene.targetCamera.val;
     const cv::Matx33d source(s[0] * factor, 0, s[2] * factor, 0, s[4] * factor, s[5] * factor, 0, 0, 1);
     const cv::Matx33d target(t[0] * zoom * factor, 0, t[2] * factor, 0, t[4] * zoom * factor, t[5] * factor, 0, 0, 1);
     const cv::Size size(static_cast<int>(scene.width * factor), static_cast<int>(scene.height * factor));
@@ -114,8 +113,8 @@ void RemapBoth(Scene& scene, const OpenCvMaps& maps) {
 
 float WarpZoom(Scene& scene) {
   float zoom = 1.0f;
-  scene.filter.WarpYuvImageRadial(scene.Source(), scene.Target(), scene.sourceCamera.data(),
-                                  scene.targetCamera.data(), scene.rotation.data(), &zoom);
+  scene.filter.WarpYuvImageRadial(scene.Source(), scene.Target(), scene.sourceCamera.val,
+                                  scene.targetCamera.val, scene.rotation.val, &zoom);
   return zoom;
 }
 
@@ -136,8 +135,8 @@ void BM_WarpYuvKernel(benchmark::State& state) {
   }
   for (auto _ : state) {
     float zoom = 1.0f;
-    WarpYuvImageRadialWith(kernel, scene.filter, scene.Source(), scene.Target(), scene.sourceCamera.data(),
-                           scene.targetCamera.data(), scene.rotation.data(), &zoom);
+    WarpYuvImageRadialWith(kernel, scene.filter, scene.Source(), scene.Target(), scene.sourceCamera.val,
+                           scene.targetCamera.val, scene.rotation.val, &zoom);
     benchmark::DoNotOptimize(zoom);
   }
   state.SetItemsProcessed(state.iterations() * scene.width * scene.height);
@@ -147,8 +146,8 @@ void BM_WarpYuvImageRadialReference(benchmark::State& state) {
   Scene& scene = SharedScene(state);
   for (auto _ : state) {
     float zoom = 1.0f;
-    scene.filter.WarpYuvImageRadialReference(scene.Source(), scene.Target(), scene.sourceCamera.data(),
-                                             scene.targetCamera.data(), scene.rotation.data(), &zoom);
+    scene.filter.WarpYuvImageRadialReference(scene.Source(), scene.Target(), scene.sourceCamera.val,
+                                             scene.targetCamera.val, scene.rotation.val, &zoom);
     benchmark::DoNotOptimize(zoom);
   }
   state.SetItemsProcessed(state.iterations() * scene.width * scene.height);

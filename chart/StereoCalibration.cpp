@@ -31,7 +31,7 @@ void GatherResiduePoints(const std::vector<std::vector<cv::Point2f>>& mainViews,
   }
 }
 
-void ToFloat9(const cv::Mat& matrix, float out[9]) {
+void ToFloat9(const cv::Mat& matrix, float (&out)[9]) {
   CV_Assert(matrix.rows == 3 && matrix.cols == 3 && matrix.channels() == 1);
   cv::Mat single;
   matrix.convertTo(single, CV_32F);

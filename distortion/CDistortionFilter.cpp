@@ -12,7 +12,7 @@
 
 namespace {
 
-void SetIdentityTransform(float transform[3]) {
+void SetIdentityTransform(float (&transform)[3]) {
   transform[0] = 0.0f;
   transform[1] = 0.0f;
   transform[2] = 1.0f;
@@ -92,7 +92,7 @@ float BilinearSum(const uint8_t* base, ptrdiff_t stride, ptrdiff_t step, float x
 }
 
 // (p * s + offset - centre) / focal, per axis, with forwardTransform (offset x, offset y, s).
-void NormalisePoint(const float* point, const float camera[9], const float transform[3],
+void NormalisePoint(const float* point, const float (&camera)[9], const float (&transform)[3],
                     float* u, float* v) {
   *u = (point[0] * transform[2] + transform[0] - camera[2]) / camera[0];
   *v = (point[1] * transform[2] + transform[1] - camera[5]) / camera[4];
@@ -100,8 +100,8 @@ void NormalisePoint(const float* point, const float camera[9], const float trans
 
 // Applies the transpose of rotation to (u, v, 1), projects with the target
 // camera and places the point with sourceTransform (offset x, offset y, s).
-void ProjectRotated(float u, float v, const float target[9], const float rotation[9],
-                    const float transform[3], float* out) {
+void ProjectRotated(float u, float v, const float (&target)[9], const float (&rotation)[9],
+                    const float (&transform)[3], float* out) {
   const float x = rotation[0] * u + rotation[3] * v + rotation[6];
   const float y = rotation[1] * u + rotation[4] * v + rotation[7];
   const float w = rotation[2] * u + rotation[5] * v + rotation[8];
@@ -175,7 +175,7 @@ float CDistortionFilter::InterpolateCurveReciprocal(const CurveTable& xs, const 
   return 1.0f / LookupCurve(xs, ys, x, kCurveSize);
 }
 
-void CDistortionFilter::BuildCurveFromRadialModel(const float camera[9], CurveTable& outRadius,
+void CDistortionFilter::BuildCurveFromRadialModel(const float (&camera)[9], CurveTable& outRadius,
                                                   CurveTable& outScale, float width,
                                                   float height) const {
   const float dx = std::max(camera[2], width - camera[2]);
@@ -247,7 +247,7 @@ void CDistortionFilter::SampleGrayBilinear(const YuvImage& image, float x, float
 }
 
 void CDistortionFilter::SampleChromaBilinear(const YuvImage& image, float x, float y,
-                                             uint8_t out[2]) {
+                                             uint8_t* out) {
   const int lastColumn = (image.width >> 1) - 1;
   const int lastRow = (image.height >> 1) - 1;
   if (lastColumn < 0 || lastRow < 0) {
@@ -283,7 +283,7 @@ int32_t CDistortionFilter::UndistortPointsPolynomial(const float* in, float* out
 
 void CDistortionFilter::DistortPointsPolynomial(const float* in, float* out, int32_t count,
                                                 int32_t width, int32_t height,
-                                                const float camera[9]) const {
+                                                const float (&camera)[9]) const {
   const float halfX = static_cast<float>(width * 0.5);
   const float halfY = static_cast<float>(height * 0.5);
   const float ox = forwardTransform[0], oy = forwardTransform[1], s = forwardTransform[2];
@@ -299,7 +299,7 @@ void CDistortionFilter::DistortPointsPolynomial(const float* in, float* out, int
 
 void CDistortionFilter::UndistortPointsRadial(const float* in, float* out, int32_t count,
                                               int32_t width, int32_t height,
-                                              const float camera[9]) const {
+                                              const float (&camera)[9]) const {
   CurveTable radius;
   CurveTable scale;
   BuildCurveFromRadialModel(camera, radius, scale, static_cast<float>(width),
@@ -316,8 +316,8 @@ void CDistortionFilter::UndistortPointsRadial(const float* in, float* out, int32
 }
 
 void CDistortionFilter::MapPointsRadial(const float* in, float* out, int32_t count,
-                                        const float sourceCamera[9], const float targetCamera[9],
-                                        const float rotation[9], const CurveTable& radius,
+                                        const float (&sourceCamera)[9], const float (&targetCamera)[9],
+                                        const float (&rotation)[9], const CurveTable& radius,
                                         const CurveTable& scale) const {
   const bool bisectable = Bisectable(radius);
   for (int32_t i = 0; i < count; ++i) {
@@ -329,8 +329,8 @@ void CDistortionFilter::MapPointsRadial(const float* in, float* out, int32_t cou
 }
 
 void CDistortionFilter::MapPointsLinear(const float* in, float* out, int32_t count,
-                                        const float sourceCamera[9], const float targetCamera[9],
-                                        const float rotation[9]) const {
+                                        const float (&sourceCamera)[9], const float (&targetCamera)[9],
+                                        const float (&rotation)[9]) const {
   for (int32_t i = 0; i < count; ++i) {
     float u = 0.0f, v = 0.0f;
     NormalisePoint(in + 2 * i, sourceCamera, forwardTransform, &u, &v);

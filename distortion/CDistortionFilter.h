@@ -59,7 +59,7 @@ class CDistortionFilter final : public CFilter {
   static float InterpolateCurveReciprocal(const CurveTable& xs, const CurveTable& ys, float x);
   // Samples the radial model: outScale = f(r), outRadius = f(r) * r, with r
   // in normalised units up to 1.023 times the image's corner radius.
-  void BuildCurveFromRadialModel(const float camera[9], CurveTable& outRadius, CurveTable& outScale,
+  void BuildCurveFromRadialModel(const float (&camera)[9], CurveTable& outRadius, CurveTable& outScale,
                                  float width, float height) const;
   // Samples the current polynomial over the half-diagonal in 1024 steps:
   // outScale = s(r), outRadius = r / s(r), in pixels.
@@ -72,8 +72,8 @@ class CDistortionFilter final : public CFilter {
   void BlendRadialRows(int32_t i, int32_t j, float t);
   // Bilinear luma sample at (x, y), clamped to the plane.
   static void SampleGrayBilinear(const YuvImage& image, float x, float y, uint8_t* out);
-  // Bilinear sample of both chroma bytes; x and y in luma pixels.
-  static void SampleChromaBilinear(const YuvImage& image, float x, float y, uint8_t out[2]);
+  // Bilinear sample of both chroma bytes into out[0] and out[1]; x and y in luma pixels.
+  static void SampleChromaBilinear(const YuvImage& image, float x, float y, uint8_t* out);
 
   // ---- Point kernels ----
 
@@ -84,18 +84,18 @@ class CDistortionFilter final : public CFilter {
                                     int32_t height) const;
   // out = camera centre + centred point / polynomial factor; no range check.
   void DistortPointsPolynomial(const float* in, float* out, int32_t count, int32_t width,
-                               int32_t height, const float camera[9]) const;
+                               int32_t height, const float (&camera)[9]) const;
   // Removes the radial model with a table built from camera, width and height.
   void UndistortPointsRadial(const float* in, float* out, int32_t count, int32_t width,
-                             int32_t height, const float camera[9]) const;
+                             int32_t height, const float (&camera)[9]) const;
   // Undistorts with the given radial tables, applies the transpose of
   // rotation and projects with targetCamera.
-  void MapPointsRadial(const float* in, float* out, int32_t count, const float sourceCamera[9],
-                       const float targetCamera[9], const float rotation[9],
+  void MapPointsRadial(const float* in, float* out, int32_t count, const float (&sourceCamera)[9],
+                       const float (&targetCamera)[9], const float (&rotation)[9],
                        const CurveTable& radius, const CurveTable& scale) const;
   // MapPointsRadial without the distortion correction.
-  void MapPointsLinear(const float* in, float* out, int32_t count, const float sourceCamera[9],
-                       const float targetCamera[9], const float rotation[9]) const;
+  void MapPointsLinear(const float* in, float* out, int32_t count, const float (&sourceCamera)[9],
+                       const float (&targetCamera)[9], const float (&rotation)[9]) const;
   // out = b[0] * h / (a[0] * w).
   static void FocalRatio(const float a[], const float b[], float* out, float w, float h);
 
@@ -106,14 +106,14 @@ class CDistortionFilter final : public CFilter {
   // Undistorts and rectifies source into target with the radial model and
   // reports the zoom (at least 1) that keeps the source border outside the
   // output frame. Each chroma pair holds the sample of its last writer.
-  void WarpYuvImageRadial(const YuvImage& source, const YuvImage& target, const float sourceCamera[9],
-                          const float targetCamera[9], const float rotation[9], float* zoom) const;
+  void WarpYuvImageRadial(const YuvImage& source, const YuvImage& target, const float (&sourceCamera)[9],
+                          const float (&targetCamera)[9], const float (&rotation)[9], float* zoom) const;
   // The same bytes as WarpYuvImageRadial, computed the plain way: every
   // output pixel mapped one at a time and every chroma pair written by every
   // pixel in turn. The reference for the fast form.
   void WarpYuvImageRadialReference(const YuvImage& source, const YuvImage& target,
-                                   const float sourceCamera[9], const float targetCamera[9],
-                                   const float rotation[9], float* zoom) const;
+                                   const float (&sourceCamera)[9], const float (&targetCamera)[9],
+                                   const float (&rotation)[9], float* zoom) const;
   // The warp with the model chosen by coefficientCount: 1 or more uses the
   // loaded polynomial, below 1 the radial model. Its curve is built as
   // BuildCurveFromPolynomial or BuildCurveFromRadialModel does (polynomial
@@ -121,8 +121,8 @@ class CDistortionFilter final : public CFilter {
   // units about the camera centre); the border is mapped as in
   // MapPointsRadial and each output pixel's factor is InterpolateCurve over
   // the radius table at its undistorted radius.
-  void WarpYuvImage(const YuvImage& source, const YuvImage& target, const float sourceCamera[9],
-                    const float targetCamera[9], const float rotation[9], float* zoom) const;
+  void WarpYuvImage(const YuvImage& source, const YuvImage& target, const float (&sourceCamera)[9],
+                    const float (&targetCamera)[9], const float (&rotation)[9], float* zoom) const;
 
   float cameraMatrix[3][3];
   int32_t rowCount = 0;

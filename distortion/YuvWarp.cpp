@@ -11,8 +11,8 @@
 
 namespace {
 
-PixelMapping MakeMapping(const CDistortionFilter& filter, const float sourceCamera[9],
-                         const float targetCamera[9], const float rotation[9], float zoom) {
+PixelMapping MakeMapping(const CDistortionFilter& filter, const float (&sourceCamera)[9],
+                         const float (&targetCamera)[9], const float (&rotation)[9], float zoom) {
   PixelMapping mapping{};
   mapping.targetFx = targetCamera[0];
   mapping.targetFy = targetCamera[4];
@@ -68,7 +68,7 @@ float Smallest(const std::vector<float>& points, int axis, float start) {
 // returns the enlargement about the target centre that pushes every side of
 // it out of the frame, at least 1.
 float MappedBorderZoom(const CDistortionFilter& filter, const YuvImage& source, const YuvImage& target,
-                       const float sourceCamera[9], const float targetCamera[9], const float rotation[9],
+                       const float (&sourceCamera)[9], const float (&targetCamera)[9], const float (&rotation)[9],
                        const CurveTable& radius, const CurveTable& scale) {
   const int width = std::max(source.width, 0);
   const int height = std::max(source.height, 0);
@@ -102,7 +102,7 @@ float MappedBorderZoom(const CDistortionFilter& filter, const YuvImage& source, 
 // Step one of both radial warps: the radial tables of the source and the zoom
 // of the mapped border.
 float RadialBorderZoom(const CDistortionFilter& filter, const YuvImage& source, const YuvImage& target,
-                       const float sourceCamera[9], const float targetCamera[9], const float rotation[9]) {
+                       const float (&sourceCamera)[9], const float (&targetCamera)[9], const float (&rotation)[9]) {
   CurveTable radius, scale;
   filter.BuildCurveFromRadialModel(sourceCamera, radius, scale, static_cast<float>(source.width),
                                    static_cast<float>(source.height));
@@ -178,8 +178,8 @@ std::vector<WarpKernel> SupportedWarpKernels() {
 }
 
 void WarpYuvImageRadialWith(WarpKernel kernel, const CDistortionFilter& filter, const YuvImage& source,
-                            const YuvImage& target, const float sourceCamera[9], const float targetCamera[9],
-                            const float rotation[9], float* zoom) {
+                            const YuvImage& target, const float (&sourceCamera)[9], const float (&targetCamera)[9],
+                            const float (&rotation)[9], float* zoom) {
   *zoom = 1.0f;
   *zoom = RadialBorderZoom(filter, source, target, sourceCamera, targetCamera, rotation);
   if (target.height < 1) return;
@@ -193,15 +193,15 @@ void WarpYuvImageRadialWith(WarpKernel kernel, const CDistortionFilter& filter, 
 }
 
 void CDistortionFilter::WarpYuvImageRadial(const YuvImage& source, const YuvImage& target,
-                                           const float sourceCamera[9], const float targetCamera[9],
-                                           const float rotation[9], float* zoom) const {
+                                           const float (&sourceCamera)[9], const float (&targetCamera)[9],
+                                           const float (&rotation)[9], float* zoom) const {
   static const WarpKernel fastest = SupportedWarpKernels().front();
   WarpYuvImageRadialWith(fastest, *this, source, target, sourceCamera, targetCamera, rotation, zoom);
 }
 
 void CDistortionFilter::WarpYuvImageRadialReference(const YuvImage& source, const YuvImage& target,
-                                                    const float sourceCamera[9], const float targetCamera[9],
-                                                    const float rotation[9], float* zoom) const {
+                                                    const float (&sourceCamera)[9], const float (&targetCamera)[9],
+                                                    const float (&rotation)[9], float* zoom) const {
   *zoom = 1.0f;
   *zoom = RadialBorderZoom(*this, source, target, sourceCamera, targetCamera, rotation);
   if (target.height < 1) return;
@@ -209,8 +209,8 @@ void CDistortionFilter::WarpYuvImageRadialReference(const YuvImage& source, cons
                  RadialFactorOf(*this));
 }
 
-void CDistortionFilter::WarpYuvImage(const YuvImage& source, const YuvImage& target, const float sourceCamera[9],
-                                     const float targetCamera[9], const float rotation[9], float* zoom) const {
+void CDistortionFilter::WarpYuvImage(const YuvImage& source, const YuvImage& target, const float (&sourceCamera)[9],
+                                     const float (&targetCamera)[9], const float (&rotation)[9], float* zoom) const {
   *zoom = 1.0f;
   CurveTable radius, scale;
   const float width = static_cast<float>(source.width);

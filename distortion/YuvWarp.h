@@ -27,5 +27,5 @@ std::vector<WarpKernel> SupportedWarpKernels();
 // CDistortionFilter::WarpYuvImageRadial with the given form, one of
 // SupportedWarpKernels(); that function uses the first.
 void WarpYuvImageRadialWith(WarpKernel kernel, const CDistortionFilter& filter, const YuvImage& source,
-                            const YuvImage& target, const float sourceCamera[9], const float targetCamera[9],
-                            const float rotation[9], float* zoom);
+                            const YuvImage& target, const float (&sourceCamera)[9], const float (&targetCamera)[9],
+                            const float (&rotation)[9], float* zoom);

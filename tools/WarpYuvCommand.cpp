@@ -58,12 +58,12 @@ int64_t CountFrames(const WarpYuvOptions& options, size_t frameBytes) {
 struct FrameWarp {
   CDistortionFilter filter;
   cv::Size inputSize, outputSize;
-  std::vector<float> sourceCamera, targetCamera, rotation;
+  float sourceCamera[9] = {}, targetCamera[9] = {}, rotation[9] = {};
 
   float Run(std::vector<uint8_t>& input, std::vector<uint8_t>& output) const {
     float zoom = 1.0f;
-    filter.WarpYuvImageRadial(FrameOf(input, inputSize), FrameOf(output, outputSize), sourceCamera.data(),
-                              targetCamera.data(), rotation.data(), &zoom);
+    filter.WarpYuvImageRadial(FrameOf(input, inputSize), FrameOf(output, outputSize), sourceCamera,
+                              targetCamera, rotation, &zoom);
     return zoom;
   }
 };
@@ -159,9 +159,9 @@ int RunWarpYuv(const WarpYuvOptions& options) {
   FrameWarp warp;
   warp.inputSize = ParseFrameSize(options.inputSize, "--size");
   warp.outputSize = ParseFrameSize(options.outputSize, "--out-size");
-  warp.sourceCamera = ParseCamera(options.sourceCamera, "--source-camera");
-  warp.targetCamera = ParseCamera(options.targetCamera, "--target-camera");
-  warp.rotation = ParseFloatList(options.rotation, 9, "--rotation");
+  CopyValues(ParseCamera(options.sourceCamera, "--source-camera"), warp.sourceCamera);
+  CopyValues(ParseCamera(options.targetCamera, "--target-camera"), warp.targetCamera);
+  CopyValues(ParseFloatList(options.rotation, 9, "--rotation"), warp.rotation);
   CopyValues(ParseFloatList(options.radial, 3, "--radial"), warp.filter.radialCoefficients);
   CopyValues(ParseFloatList(options.forward, 3, "--forward"), warp.filter.forwardTransform);
   CopyValues(ParseFloatList(options.source, 3, "--source"), warp.filter.sourceTransform);

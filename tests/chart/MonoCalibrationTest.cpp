@@ -51,8 +51,8 @@ TEST(MonoCalibration, SeedsTheCameraMatricesAndWarnsAboveTheLimit) {
   engine->m_nMonoCalibUseIntrinsicGuess = engine->m_nMonoCalibFixFocalLength = engine->m_nMonoCalibFixPrincipalPoint = 0;
   engine->mImagePoints2 = ProjectViews(751.0, {500.0, 375.0}, 0.0f, {-0.45, 0.1, 0.0, 0.0}, 0.25);
   testing::internal::CaptureStdout();
-  engine->monoCalibration();
-  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(engine->monoCalibration(), 1);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "\nStarting mono calibration ...\nMono calibration done.\n \n");
   EXPECT_LT(std::fabs(engine->K2.at<double>(0, 0) / 751.0 - 1.0) + std::fabs(engine->D2.at<double>(0) + 0.45), 1e-4);
   for (const auto& c : CaseRows("chart/MonoLimits.txt")) {
     engine->m_nMaxReprojectionERROR = std::stoi(c[0]);

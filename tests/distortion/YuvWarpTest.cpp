@@ -33,9 +33,9 @@ YuvPlanes NoiseSource(int width, int height, unsigned seed) {
 
 YuvPlanes Target(int width, int height) { return WarpTarget(width, height, kUntouched); }
 
-std::array<float, 9> Camera(float fx, float fy, float cx, float cy) { return {fx, 0, cx, 0, fy, cy, 0, 0, 1}; }
+cv::Matx33f Camera(float fx, float fy, float cx, float cy) { return cv::Matx33f(fx, 0, cx, 0, fy, cy, 0, 0, 1); }
 
-cv::Matx33d CameraOf(const std::array<float, 9>& camera) { return cv::Matx33d(cv::Matx33f(camera.data())); }
+cv::Matx33d CameraOf(const cv::Matx33f& camera) { return cv::Matx33d(camera); }
 
 std::unique_ptr<CDistortionFilter> RadialFilter(float k1, float k2, float k3) {
   auto filter = std::make_unique<CDistortionFilter>();
@@ -43,17 +43,15 @@ std::unique_ptr<CDistortionFilter> RadialFilter(float k1, float k2, float k3) {
   return filter;
 }
 
-std::array<float, 9> RotationFrom(const cv::Vec3d& vector) {
+cv::Matx33f RotationFrom(const cv::Vec3d& vector) {
   cv::Matx33d rotation;
   cv::Rodrigues(vector, rotation);
-  std::array<float, 9> single;
-  std::copy(rotation.val, rotation.val + 9, single.begin());
-  return single;
+  return cv::Matx33f(rotation);
 }
 
 struct RandomWarp {
   int sourceWidth, sourceHeight, targetWidth, targetHeight;
-  std::array<float, 9> sourceCamera, targetCamera, rotation;
+  cv::Matx33f sourceCamera, targetCamera, rotation;
   float k[3], forward[3], place[3];
 };
 
@@ -102,8 +100,8 @@ double WorstRampLevels(const YuvPlanes& target, int sourceWidth, int sourceHeigh
 // Without distortion or rotation the border maps to itself shifted by the change of centre: each case brings one
 // side, or all four, inside; on a target as large as the source the last column and row fall one pixel short.
 TEST(YuvWarp, KnownZooms) {
-  const std::array<float, 9> camera = Camera(160.0f, 160.0f, 99.5f, 74.5f);
-  const struct { std::array<float, 9> target; int width, height; double zoom; } cases[] = {  // all, left, right, top, bottom
+  const cv::Matx33f camera = Camera(160.0f, 160.0f, 99.5f, 74.5f);
+  const struct { cv::Matx33f target; int width, height; double zoom; } cases[] = {  // all, left, right, top, bottom
       {Camera(128.0f, 128.0f, 99.5f, 74.5f), 199, 149, 1.25},     {Camera(160.0f, 160.0f, 119.5f, 74.5f), 199, 149, 119.5 / 99.5},
       {Camera(160.0f, 160.0f, 79.5f, 74.5f), 199, 149, 119.5 / 99.5}, {Camera(160.0f, 160.0f, 99.5f, 84.5f), 199, 149, 84.5 / 74.5},
       {Camera(160.0f, 160.0f, 99.5f, 64.5f), 199, 149, 84.5 / 74.5},  {camera, 200, 150, std::max(100.5 / 99.5, 75.5 / 74.5)}};
@@ -112,8 +110,8 @@ TEST(YuvWarp, KnownZooms) {
   for (const auto& c : cases) {
     YuvPlanes target = Target(c.width, c.height);
     float zoom = 0.0f;
-    filter->WarpYuvImageRadial(source.Image(), target.Image(), camera.data(), c.target.data(), kIdentity, &zoom);
-    EXPECT_NEAR(zoom, c.zoom, 1e-5) << c.target[2] << "," << c.target[5];
+    filter->WarpYuvImageRadial(source.Image(), target.Image(), camera.val, c.target.val, kIdentity, &zoom);
+    EXPECT_NEAR(zoom, c.zoom, 1e-5) << c.target(0, 2) << "," << c.target(1, 2);
   }
 }
 
@@ -124,17 +122,17 @@ TEST(YuvWarp, KnownZooms) {
 TEST(YuvWarp, SampledPositionsAgreeWithOpenCvAndThePlacements) {
   const int width = 60, height = 40, outWidth = 57, outHeight = 35;
   YuvPlanes source = RampSource(width, height);
-  const std::array<float, 9> camera = Camera(70.0f, 68.0f, 31.5f, 18.25f), targetCamera = Camera(66.0f, 67.0f, 27.0f, 18.5f);
-  const std::array<float, 9> m = RotationFrom(cv::Vec3d(0.03, -0.02, 0.04));
+  const cv::Matx33f camera = Camera(70.0f, 68.0f, 31.5f, 18.25f), targetCamera = Camera(66.0f, 67.0f, 27.0f, 18.5f);
+  const cv::Matx33f m = RotationFrom(cv::Vec3d(0.03, -0.02, 0.04));
   const float k[3] = {-0.08f, 0.02f, 0.005f}, forward[3] = {1.75f, -1.25f, 1.08f}, place[3] = {-2.5f, 1.5f, 0.9f};
   const cv::Mat distortion = (cv::Mat_<double>(1, 5) << k[0], k[1], 0, 0, k[2]);
-  const cv::Matx33d transposed = cv::Matx33f(m.data()).t();
+  const cv::Matx33d transposed = m.t();
   std::vector<cv::Point2f> border, mapped;
   for (int x = 0; x < width; ++x) border.insert(border.end(), {{x * 1.0f, 0.0f}, {x * 1.0f, height - 1.0f}});
   for (int y = 0; y < height; ++y) border.insert(border.end(), {{0.0f, y * 1.0f}, {width - 1.0f, y * 1.0f}});
   cv::undistortPoints(border, mapped, CameraOf(camera), distortion, transposed, CameraOf(targetCamera),
                       cv::TermCriteria(cv::TermCriteria::COUNT | cv::TermCriteria::EPS, 200, 1e-12));
-  const double cx = targetCamera[2], cy = targetCamera[5];
+  const double cx = targetCamera(0, 2), cy = targetCamera(1, 2);
   double zoom = 1.0;
   for (size_t i = 0; i < mapped.size(); ++i) {
     if (border[i].y == 0.0f) zoom = std::max(zoom, cy / (cy - mapped[i].y));
@@ -146,22 +144,22 @@ TEST(YuvWarp, SampledPositionsAgreeWithOpenCvAndThePlacements) {
   auto filter = RadialFilter(k[0], k[1], k[2]);
   YuvPlanes target = Target(outWidth, outHeight);
   float actualZoom = 0.0f;
-  filter->WarpYuvImageRadial(source.Image(), target.Image(), camera.data(), targetCamera.data(), m.data(), &actualZoom);
+  filter->WarpYuvImageRadial(source.Image(), target.Image(), camera.val, targetCamera.val, m.val, &actualZoom);
   EXPECT_NEAR(actualZoom, zoom, 1e-4);
   cv::Mat mapX, mapY;
-  const cv::Matx33d zoomed(targetCamera[0] * zoom, 0, cx, 0, targetCamera[4] * zoom, cy, 0, 0, 1);
+  const cv::Matx33d zoomed(targetCamera(0, 0) * zoom, 0, cx, 0, targetCamera(1, 1) * zoom, cy, 0, 0, 1);
   cv::initUndistortRectifyMap(CameraOf(camera), distortion, transposed, zoomed, cv::Size(outWidth, outHeight), CV_32FC1, mapX, mapY);
   EXPECT_LE(WorstRampLevels(target, width, height, [&](int x, int y) { return cv::Point2d(mapX.at<float>(y, x), mapY.at<float>(y, x)); }), 1.0);
 
   std::copy(forward, forward + 3, filter->forwardTransform);
   std::copy(place, place + 3, filter->sourceTransform);
-  filter->WarpYuvImageRadial(source.Image(), target.Image(), camera.data(), targetCamera.data(), m.data(), &actualZoom);
+  filter->WarpYuvImageRadial(source.Image(), target.Image(), camera.val, targetCamera.val, m.val, &actualZoom);
   EXPECT_LE(WorstRampLevels(target, width, height, [&](int x, int y) {
-    const double xn = ((x - cx) * place[2] + place[0]) / actualZoom / targetCamera[0];
-    const double yn = ((y - cy) * place[2] + place[1]) / actualZoom / targetCamera[4];
-    const double d = m[6] * xn + m[7] * yn + m[8], X = (m[0] * xn + m[1] * yn + m[2]) / d, Y = (m[3] * xn + m[4] * yn + m[5]) / d;
-    const double r2 = X * X + Y * Y, f = 1.0 + r2 * (k[0] + r2 * (k[1] + r2 * k[2]));
-    return cv::Point2d((camera[2] + camera[0] * X * f) / forward[2] - forward[0], (camera[5] + camera[4] * Y * f) / forward[2] - forward[1]);
+    const double xn = ((x - cx) * place[2] + place[0]) / actualZoom / targetCamera(0, 0);
+    const double yn = ((y - cy) * place[2] + place[1]) / actualZoom / targetCamera(1, 1);
+    const cv::Vec3d ray = cv::Matx33d(m) * cv::Vec3d(xn, yn, 1.0);
+    const double X = ray[0] / ray[2], Y = ray[1] / ray[2], r2 = X * X + Y * Y, f = 1.0 + r2 * (k[0] + r2 * (k[1] + r2 * k[2]));
+    return cv::Point2d((camera(0, 2) + camera(0, 0) * X * f) / forward[2] - forward[0], (camera(1, 2) + camera(1, 1) * Y * f) / forward[2] - forward[1]);
   }), 1.0);
 }
 
@@ -170,7 +168,7 @@ TEST(YuvWarp, SampledPositionsAgreeWithOpenCvAndThePlacements) {
 TEST(YuvWarp, EveryFastFormMatchesReferenceBitForBit) {
   const std::vector<WarpKernel> kernels = SupportedWarpKernels();
   const auto expectSameBits = [&](const CDistortionFilter& filter, YuvPlanes& source, int width, int height,
-                                  const float* sourceCamera, const float* targetCamera, const float* rotation) {
+                                  const float (&sourceCamera)[9], const float (&targetCamera)[9], const float (&rotation)[9]) {
     YuvPlanes reference = Target(width, height);
     float referenceZoom = 0.0f;
     filter.WarpYuvImageRadialReference(source.Image(), reference.Image(), sourceCamera, targetCamera, rotation, &referenceZoom);
@@ -192,13 +190,13 @@ TEST(YuvWarp, EveryFastFormMatchesReferenceBitForBit) {
     std::copy(w.forward, w.forward + 3, filter->forwardTransform);
     std::copy(w.place, w.place + 3, filter->sourceTransform);
     if (trial % 3 == 0) filter->forwardTransform[2] = 1.0f;
-    expectSameBits(*filter, source, w.targetWidth, w.targetHeight, w.sourceCamera.data(), w.targetCamera.data(), w.rotation.data());
+    expectSameBits(*filter, source, w.targetWidth, w.targetHeight, w.sourceCamera.val, w.targetCamera.val, w.rotation.val);
   }
   YuvPlanes source = NoiseSource(33, 21, 4);
-  const std::array<float, 9> camera = Camera(0.0f, 30.0f, 16.0f, 10.0f), target = Camera(30.0f, 0.0f, 16.0f, 10.0f);
+  const cv::Matx33f camera = Camera(0.0f, 30.0f, 16.0f, 10.0f), target = Camera(30.0f, 0.0f, 16.0f, 10.0f);
   const float singular[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0};
   auto filter = RadialFilter(0.1f, 0.0f, 0.0f);
-  for (const float* rotation : {kIdentity, singular}) expectSameBits(*filter, source, 17, 9, camera.data(), target.data(), rotation);
+  for (const auto* rotation : {&kIdentity, &singular}) expectSameBits(*filter, source, 17, 9, camera.val, target.val, *rotation);
 }
 
 // Without coefficients WarpYuvImage is the radial warp; with a polynomial, an output pixel at undistorted radius
@@ -209,18 +207,18 @@ TEST(YuvWarp, ModelChoiceAndPolynomialWarp) {
   YuvPlanes chosen = Target(w.targetWidth, w.targetHeight), radial = Target(w.targetWidth, w.targetHeight);
   float chosenZoom = 0.0f, radialZoom = 0.0f;
   auto flat = RadialFilter(0.0f, 0.0f, 0.0f);
-  flat->WarpYuvImage(noise.Image(), chosen.Image(), w.sourceCamera.data(), w.targetCamera.data(), w.rotation.data(), &chosenZoom);
-  flat->WarpYuvImageRadial(noise.Image(), radial.Image(), w.sourceCamera.data(), w.targetCamera.data(), w.rotation.data(), &radialZoom);
+  flat->WarpYuvImage(noise.Image(), chosen.Image(), w.sourceCamera.val, w.targetCamera.val, w.rotation.val, &chosenZoom);
+  flat->WarpYuvImageRadial(noise.Image(), radial.Image(), w.sourceCamera.val, w.targetCamera.val, w.rotation.val, &radialZoom);
   EXPECT_EQ(std::tie(chosenZoom, chosen.luma, chosen.chroma), std::tie(radialZoom, radial.luma, radial.chroma));
   const int width = 60, height = 40;
-  const std::array<float, 9> camera = Camera(48.0f, 48.0f, 30.0f, 20.0f);
+  const cv::Matx33f camera = Camera(48.0f, 48.0f, 30.0f, 20.0f);
   const double c[3] = {-0.03, 0.01, -0.004}, halfDiagonal = std::hypot(width, height) / 2;
   auto filter = std::make_unique<CDistortionFilter>();
   filter->coefficientCount = 3, filter->referenceRadius = 30.0f;
   std::copy(c, c + 3, filter->currentPolynomial);
   YuvPlanes source = RampSource(width, height), target = Target(width - 1, height - 1);
   float zoom = 0.0f;
-  filter->WarpYuvImage(source.Image(), target.Image(), camera.data(), camera.data(), kIdentity, &zoom);
+  filter->WarpYuvImage(source.Image(), target.Image(), camera.val, camera.val, kIdentity, &zoom);
   EXPECT_GE(zoom, 1.0f);
   const auto factor = [&](double r) { return 1.0 + r / 30.0 * (c[0] + r / 30.0 * (c[1] + r / 30.0 * c[2])); };
   const double lastRadius = halfDiagonal * 1023.0 / 1024.0;  // the curve's last sample

@@ -2,8 +2,6 @@
 
 #include "distortion/YuvWarp.h"
 
-YuvImage YuvPlanes::Image() { return YuvImage{0, luma.data(), chroma.data(), width, height}; }
-
 YuvPlanes WarpTarget(int width, int height, uint8_t fill) {
   return YuvPlanes{width, height, std::vector<uint8_t>(static_cast<size_t>(WarpLumaBytes(width, height)), fill),
                    std::vector<uint8_t>(static_cast<size_t>(WarpChromaBytes(width, height)), fill)};

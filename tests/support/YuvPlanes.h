@@ -12,7 +12,7 @@ struct YuvPlanes {
   int width = 0, height = 0;
   std::vector<uint8_t> luma, chroma;
 
-  YuvImage Image();
+  YuvImage Image() { return YuvImage{0, luma.data(), chroma.data(), width, height}; }
 };
 
 // Planes of exactly the bytes a warp writes into a target of this size, every byte set to fill.
