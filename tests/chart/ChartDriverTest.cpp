@@ -139,9 +139,7 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
   engine->rotationToEulerAngles(engine->R2, x, y, z);
   EXPECT_EQ(cv::Vec3f(engine->r_x_2, engine->r_y_2, engine->r_z_2), cv::Vec3f(x, y, z));
   const std::string main = ReadFile(dir.File("calibrationResult.txt"));
-  char line[64];
-  std::snprintf(line, sizeof line, "r_y_1:%.6f\n", engine->r_y_1);
-  EXPECT_NE(main.find(line), std::string::npos);
+  EXPECT_NE(main.find(cv::format("r_y_1:%.6f\n", engine->r_y_1)), std::string::npos);
   EXPECT_EQ(cv::norm(engine->mSecondResult.P2, engine->P2, cv::NORM_INF) + cv::norm(engine->mSecondRotation, engine->R, cv::NORM_INF), 0.0);
   // The assembled matrix (M K1 R^T K2^-1)^-1 = K2 R K1^-1 M^-1, in single precision.
   cv::Mat residue, assembled;
@@ -154,9 +152,8 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
 
   // The tables undistort views 0 to 3 only and the summary counts the two left; a rerun without views 0 and 5 keeps
   // the rest as they were.
-  WriteFile(dir.File("main.txt"), TableText(0.0));
-  WriteFile(dir.File("second.txt"), TableText(0.004));
   const std::string mainTable = dir.File("main.txt"), secondTable = dir.File("second.txt");
+  WriteFile(mainTable, TableText(0.0)), WriteFile(secondTable, TableText(0.004));
   ChartRunOptions options;
   options.mainTablePath = mainTable.c_str(), options.secondTablePath = secondTable.c_str();
   auto tables = ChartEngine();
@@ -184,16 +181,14 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
 // OpenCV error). Progress per pair: V a view, Q turned away by the quick check of the second image, N not found.
 TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
   TempDir dir;
-  WriteFile(dir.File("flat.txt"), TableText(0.0));
-  WriteFile(dir.File("steep.txt"), TableText(0.5));  // far outside the band at the corners
   const std::string flat = dir.File("flat.txt"), steep = dir.File("steep.txt"), missing = dir.File("missing.txt");
+  WriteFile(flat, TableText(0.0)), WriteFile(steep, TableText(0.5));  // steep: far outside the band at the corners
   const ImagePairs good = FirstPairs(4);
   const cv::Mat empty = RenderEmptyView(kImageSize, RenderOptions(), 5);
   RenderOptions faintOptions;  // a board the quick check's fast check rejects and the second image's search finds
   faintOptions.lightLevel = 60.0;
   const cv::Mat faint = RenderPair(ExampleScene().rig, {}, ExampleScene().rendered[2].pose, faintOptions, 7).secondImage;
-  cv::Mat colour;
-  cv::cvtColor(good[0].first, colour, cv::COLOR_GRAY2BGR);
+  const cv::Mat colour(kImageSize, CV_8UC3, cv::Scalar::all(0));
   const struct {
     ImagePairs pairs;
     const char *mainTable, *secondTable;

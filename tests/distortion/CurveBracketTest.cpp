@@ -45,16 +45,16 @@ TEST(CurveBracket, BisectionFindsTheScansIntervalOnEveryBisectableTable) {
 }
 
 // Tables the scan answers differently from bisection: a product of two positive differences that rounds to zero
-// brackets early; a repeated entry and a fold make the order wrong.
+// brackets early; a repeated entry and a fold make the order wrong; a NaN first entry never brackets.
 TEST(CurveBracket, RefusesTablesWhereTheScanDiffers) {
   CurveTable tiny{}, even{};
   for (int i = 0; i < kCurveSize; ++i) tiny[i] = 1e-30f * static_cast<float>(i), even[i] = static_cast<float>(i);
   EXPECT_EQ(FirstBracket(tiny, tiny[500], kCurveSize), 0);  // (5e-28 * 4.99e-28) rounds to 0
-  CurveTable flat = even, folded = even;
+  CurveTable flat = even, folded = even, nanFirst = even;
   flat[300] = flat[299];
-  folded[700] = 10.0f;
-  EXPECT_EQ(std::vector<bool>({Bisectable(tiny), Bisectable(flat), Bisectable(folded), Bisectable(even)}),
-            std::vector<bool>({false, false, false, true}));
+  folded[700] = 10.0f, nanFirst[0] = std::numeric_limits<float>::quiet_NaN();
+  EXPECT_EQ(std::vector<bool>({Bisectable(tiny), Bisectable(flat), Bisectable(folded), Bisectable(nanFirst), Bisectable(even)}),
+            std::vector<bool>({false, false, false, false, true}));
 }
 
 }  // namespace

@@ -197,6 +197,7 @@ TEST(YuvWarp, EveryFastFormMatchesReferenceBitForBit) {
   const float singular[9] = {0, 0, 0, 0, 0, 0, 0, 0, 0};
   auto filter = RadialFilter(0.1f, 0.0f, 0.0f);
   for (const auto* rotation : {&kIdentity, &singular}) expectSameBits(*filter, source, 17, 9, camera.val, target.val, *rotation);
+  EXPECT_EQ(WarpChromaBytes(17, 0), 0);  // no row, so no spill past it either
 }
 
 // Without coefficients WarpYuvImage is the radial warp; with a polynomial, an output pixel at undistorted radius

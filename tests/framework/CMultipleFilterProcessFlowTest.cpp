@@ -60,4 +60,6 @@ TEST(CMultipleFilterProcessFlow, FailuresStopAndListTheMembersNotLoaded) {
   EXPECT_EQ(PrintedWhileLoading(flow, "\nFlow\nnStages=4\n", true), "");
   Flow failing(false);
   EXPECT_EQ(std::string(failing.mName) + std::to_string(failing.mParameterList.Count()), "Flow0");
+  EXPECT_EQ(failing.AddFilter(&flow.stage[0], std::string(70, 'x').c_str()), 1);
+  EXPECT_EQ(std::string(flow.stage[0].mName), "Stage" + std::string(58, 'x'));  // a long suffix is cut at 63 characters
 }

@@ -50,6 +50,8 @@ TEST(FilterParameterList, SavesArraysInRegistrationOrderAndSetsDirectly) {
   EXPECT_EQ(p.list.Count(), 11);
   ExpectGolden(TextWrittenBy([&](FILE* f) { EXPECT_EQ(p.list.SaveList(f), 1); }), "framework/SavedArrays.golden");
   EXPECT_EQ(p.list.SaveList(nullptr), 0);
+  p.list.Clear();
+  EXPECT_EQ(p.list.Count(), 0);
   ThreeParameters q;
   CaptureStdout();
   EXPECT_EQ(q.list.SetParameterValue("nWidth", 100) * 10 + q.list.SetParameterValue("nwidth", 3), 10);

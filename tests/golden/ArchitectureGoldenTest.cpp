@@ -17,9 +17,7 @@ namespace {
 struct GoldenText {
   std::string text;
   void Float(const std::string& label, double value) {
-    char number[64];
-    std::snprintf(number, sizeof(number), "%a", value);
-    text += label + " " + number + "\n";
+    text += label + " " + cv::format("%a", value) + "\n";
   }
   void Int(const std::string& label, long long value) { text += label + " " + std::to_string(value) + "\n"; }
   void Floats(const std::string& label, const float* values, size_t count) {
