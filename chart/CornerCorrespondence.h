@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <iterator>
 
 // Which pairing detectChessboardCorners runs on a found board.
 enum class CornerPairing : int32_t {
@@ -36,7 +37,7 @@ constexpr GridOrder kGridOrders[] = {
     {"transposed and reversed", true, true, true},
 };
 constexpr int kGridOrdersRectangular = 4;
-constexpr int kGridOrdersSquare = 8;
+constexpr int kGridOrdersSquare = static_cast<int>(std::size(kGridOrders));
 
 // What the grid pairing chose for one view: the index into kGridOrders
 // (-1 when the lists do not hold one board), the RMS distance in pixels of

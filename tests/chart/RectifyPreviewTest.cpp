@@ -16,26 +16,28 @@ cv::Mat Noise(cv::Size size, uint64_t seed) {
 
 }  // namespace
 
-// Cameras centred on the images without distortion leave each half its image, the second turned by the inverse of
-// mSecondRotation; the larger translation in P2 sets the layout (a tie lies side by side).
+// Cameras without distortion leave each half its image, the second turned by the inverse of mSecondRotation and moved
+// left by its camera centre's shift, black where it leaves the image; the larger translation in P2 sets the layout.
 TEST(RectifyPreview, CanvasLayoutGuideLinesAndTheSecondRotation) {
   const struct {
     cv::Size size;
-    double p2x, p2y;
+    double p2x, p2y, shift;
     bool vertical, turned;
-  } cases[] = {{{400, 300}, -30000, 100, false, false}, {{400, 300}, 200, -200, false, false},
-               {{400, 300}, 100, -30000, true, false}, {{320, 320}, -100, 0, false, true}};
+  } cases[] = {{{400, 300}, -30000, 100, 0, false, false}, {{400, 300}, 200, -200, 8, false, false},  // a tie lies side by side
+               {{400, 300}, 100, -30000, 0, true, false}, {{320, 320}, -100, 0, 0, false, true}};
   for (const auto& c : cases) {
     SCOPED_TRACE(testing::Message() << c.p2x << " " << c.p2y);
     auto engine = std::make_unique<dualCalibration>();
     engine->chartImageSizes[0] = c.size.width, engine->chartImageSizes[1] = c.size.height;
     const double cx = 0.5 * (c.size.width - 1), cy = 0.5 * (c.size.height - 1);
-    engine->K1 = engine->K2 = (cv::Mat_<double>(3, 3) << 500, 0, cx, 0, 500, cy, 0, 0, 1);
+    engine->K1 = (cv::Mat_<double>(3, 3) << 500, 0, cx, 0, 500, cy, 0, 0, 1);
+    engine->K2 = (cv::Mat_<double>(3, 3) << 500, 0, cx + c.shift, 0, 500, cy, 0, 0, 1);
     engine->mSecondRotation = c.turned ? cv::Mat(cv::Matx33d(0, -1, 0, 1, 0, 0, 0, 0, 1)) : cv::Mat::eye(3, 3, CV_64F);
     engine->mSecondResult.P2 = (cv::Mat_<double>(2, 4) << 500, 0, cx, c.p2x, 0, 500, cy, c.p2y);  // the rows it reads
     engine->mChartImages = {Noise(c.size, 1), Noise(c.size, 2)};
     cv::Mat second = Noise(c.size, 2), expected;
     if (c.turned) cv::rotate(second, second, cv::ROTATE_90_COUNTERCLOCKWISE);
+    cv::warpAffine(second, second, cv::Matx23d(1, 0, -c.shift, 0, 1, 0), c.size);
     c.vertical ? cv::vconcat(engine->mChartImages[0], second, expected) : cv::hconcat(engine->mChartImages[0], second, expected);
     // Guide lines every 64 px across both halves; cv::line's 2 px thickness covers at - 1 to at + 1.
     for (int at = 0; at < (c.vertical ? expected.cols : expected.rows); at += 64) {
