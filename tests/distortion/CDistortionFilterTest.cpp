@@ -107,11 +107,11 @@ TEST(CDistortionFilter, BlendsRowsIntoTheCurrentSets) {
   EXPECT_EQ(std::vector<float>(filter.radialCoefficients, filter.radialRows[2]), std::vector<float>({5, 5, 5, 0, 0, 0, 0, 0, 0, 0}));
 }
 
-// The band is [0.95, 1.05]: radii 50, 100 and 10 give 1.045, 1.09 (stops the run) and 1.009 (left untouched);
-// factors down to 0.955 pass. The kernels' arithmetic and placements are pinned by tests/golden.
+// Band [0.95, 1.05]: radii 50, 100 and 10 give 1.045, 1.09 (stops the run) and 1.009 (untouched); 0.955 passes. Slot 1
+// lies past the count, as a reload with fewer coefficients leaves it, and is not read. Arithmetic: tests/golden.
 TEST(CDistortionFilter, PolynomialBandStopsTheRun) {
   CDistortionFilter filter;
-  filter.coefficientCount = 1, filter.referenceRadius = 100.0f, filter.currentPolynomial[0] = 0.09f;
+  filter.coefficientCount = 1, filter.referenceRadius = 100.0f, filter.currentPolynomial[0] = 0.09f, filter.currentPolynomial[1] = 7.0f;
   const float band[6] = {1050, 750, 1000, 850, 990, 750};
   float out[6] = {kSentinel, kSentinel, kSentinel, kSentinel, kSentinel, kSentinel};
   EXPECT_EQ(filter.UndistortPointsPolynomial(band, out, 3, kWidth, kHeight) +
