@@ -200,17 +200,18 @@ TEST(YuvWarp, EveryFastFormMatchesReferenceBitForBit) {
   EXPECT_EQ(WarpChromaBytes(17, 0), 0);  // no row, so no spill past it either
 }
 
-// Without coefficients WarpYuvImage is the radial warp; with a polynomial, an output pixel at undistorted radius
-// rho samples at the r with r / s(r) = rho, solved here in double by bisection.
+// Without coefficients WarpYuvImage is the radial warp, down to a one-row target; with a polynomial, an output pixel
+// at undistorted radius rho samples at the r with r / s(r) = rho, solved here in double by bisection.
 TEST(YuvWarp, ModelChoiceAndPolynomialWarp) {
   const RandomWarp w = [] { std::mt19937 random(77); return MakeRandomWarp(random); }();
   YuvPlanes noise = NoiseSource(w.sourceWidth, w.sourceHeight, 1);
-  YuvPlanes chosen = Target(w.targetWidth, w.targetHeight), radial = Target(w.targetWidth, w.targetHeight);
-  float chosenZoom = 0.0f, radialZoom = 0.0f;
+  YuvPlanes chosen = Target(w.targetWidth, 1), radial = Target(w.targetWidth, 1);
+  float chosenZoom = 0.0f, radialZoom = 0.0f, zoom = 0.0f;
   auto flat = RadialFilter(0.0f, 0.0f, 0.0f);
   flat->WarpYuvImage(noise.Image(), chosen.Image(), w.sourceCamera.val, w.targetCamera.val, w.rotation.val, &chosenZoom);
   flat->WarpYuvImageRadial(noise.Image(), radial.Image(), w.sourceCamera.val, w.targetCamera.val, w.rotation.val, &radialZoom);
   EXPECT_EQ(std::tie(chosenZoom, chosen.luma, chosen.chroma), std::tie(radialZoom, radial.luma, radial.chroma));
+  ASSERT_NE(chosen.luma, Target(w.targetWidth, 1).luma);
   const int width = 60, height = 40;
   const cv::Matx33f camera = Camera(48.0f, 48.0f, 30.0f, 20.0f);
   const double c[3] = {-0.03, 0.01, -0.004}, halfDiagonal = std::hypot(width, height) / 2;
@@ -218,7 +219,6 @@ TEST(YuvWarp, ModelChoiceAndPolynomialWarp) {
   filter->coefficientCount = 3, filter->referenceRadius = 30.0f;
   std::copy(c, c + 3, filter->currentPolynomial);
   YuvPlanes source = RampSource(width, height), target = Target(width - 1, height - 1);
-  float zoom = 0.0f;
   filter->WarpYuvImage(source.Image(), target.Image(), camera.val, camera.val, kIdentity, &zoom);
   EXPECT_GE(zoom, 1.0f);
   const auto factor = [&](double r) { return 1.0 + r / 30.0 * (c[0] + r / 30.0 * (c[1] + r / 30.0 * c[2])); };
