@@ -261,13 +261,11 @@ TEST(ChartDriver, GridPairingHoldsOnAPhoneRigWhereNearestPairingFails) {
   ASSERT_EQ(grid.gridPairings.size(), 14u);
   for (const GridPairing& pairing : grid.gridPairings) EXPECT_LT(pairing.residualPx, 0.1);
   ExpectAccurate(grid, *engine, scene.rig);
-  char residue[80];
-  std::snprintf(residue, sizeof residue, "m_residueScale==%f\nm_residueOffsetY==%f\n", engine->m_residueScale,
-                engine->m_residueOffsetY);
   std::ostringstream tail;
   tail << "Dual calibration RMS:" << engine->mRMS << "\nTransition vector:[" << engine->mT[0] << ", " << engine->mT[1]
        << ", " << engine->mT[2] << "]\nStereo calibration done \n \n"
-       << cv::Mat(cv::Matx21f(engine->m_residueScale, engine->m_residueOffsetY)) << "\n" << residue
+       << cv::Mat(cv::Matx21f(engine->m_residueScale, engine->m_residueOffsetY)) << "\n"
+       << cv::format("m_residueScale==%f\nm_residueOffsetY==%f\n", engine->m_residueScale, engine->m_residueOffsetY)
        << "ERROR: RX value is too big ! \nERROR: transition X value is too big ! \n"
        << "ERROR: dual camera reprojection is too big ! \n";
   EXPECT_EQ(printed.substr(printed.rfind("Dual calibration RMS:")), tail.str());

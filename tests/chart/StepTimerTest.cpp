@@ -9,8 +9,7 @@ TEST(StepTimer, PrintsTheSecondsSinceTheStart) {
   StepTimer timer;
   StartTimer(timer);
   const int64_t start = timer.start;
-  while (std::clock() - start < CLOCKS_PER_SEC / 50) {
-  }
+  while (std::clock() - start < CLOCKS_PER_SEC / 50) continue;
   testing::internal::CaptureStdout();
   PrintElapsed(timer, "Mono");
   const double first = timer.elapsed;

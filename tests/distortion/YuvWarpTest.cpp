@@ -107,12 +107,15 @@ TEST(YuvWarp, KnownZooms) {
       {Camera(160.0f, 160.0f, 99.5f, 64.5f), 199, 149, 84.5 / 74.5},  {camera, 200, 150, std::max(100.5 / 99.5, 75.5 / 74.5)}};
   YuvPlanes source = NoiseSource(200, 150, 5);
   auto filter = RadialFilter(0.0f, 0.0f, 0.0f);
+  float zoom = 0.0f;  // each warp sets it first
   for (const auto& c : cases) {
     YuvPlanes target = Target(c.width, c.height);
-    float zoom = 0.0f;
     filter->WarpYuvImageRadial(source.Image(), target.Image(), camera.val, c.target.val, kIdentity, &zoom);
     EXPECT_NEAR(zoom, c.zoom, 1e-5) << c.target(0, 2) << "," << c.target(1, 2);
   }
+  YuvPlanes empty = NoiseSource(0, 0, 5), black = Target(8, 6);  // a dropped capture: no pixel maps in, no zoom, black
+  filter->WarpYuvImageRadial(empty.Image(), black.Image(), Camera(160, 160, 2, 2).val, Camera(160, 160, 4, 3).val, kIdentity, &zoom);
+  EXPECT_EQ(std::tie(zoom, black.luma), std::make_tuple(1.0f, std::vector<uint8_t>(48, 0)));
 }
 
 // A distorting, rotating warp of RampSource. Identity placements: the zoom against OpenCV's undistortion of the
