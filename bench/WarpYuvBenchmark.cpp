@@ -89,10 +89,7 @@ struct OpenCvMaps {
 };
 
 void BuildMaps(const Scene& scene, float zoom, OpenCvMaps& maps) {
-  cv::Matx33d transposed;
-  for (int r = 0; r < 3; ++r) {
-    for (int c = 0; c < 3; ++c) transposed(r, c) = scene.rotation(c, r);
-  }
+  const cv::Matx33d transposed = scene.rotation.t();
   const cv::Mat distortion = (cv::Mat_<double>(1, 5) << kK[0], kK[1], 0.0, 0.0, kK[2]);
   for (const double factor : {1.0, 0.5}) {
     const float* s = scene.sourceCamera.val;
