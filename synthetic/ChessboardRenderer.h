@@ -1,7 +1,10 @@
 // Synthetic chessboard scenes for the chart tests, benchmarks and tools: a
-// planar board of W x H inner corners seen by two ideal pinhole cameras.
-// Images are rendered with exact pixel-area coverage of every board square,
-// so a corner's sub-pixel position carries no rendering bias.
+// planar board of W x H inner corners seen by two cameras, each a pinhole
+// behind a lens of OpenCV's radial-tangential model, then captured under
+// the given conditions. Images are rendered with exact pixel-area coverage
+// of every board square (through a lens, of its edges bent into chords
+// under a thousandth of a pixel from the curve), so a corner's sub-pixel
+// position carries no rendering bias.
 //
 // Conventions: the board lies in its own plane z = 0 with inner corner
 // (column j, row i) at (j * squareSize, i * squareSize, 0), the order of the
@@ -16,16 +19,20 @@
 
 #include <opencv2/core.hpp>
 
+#include "synthetic/CaptureConditions.h"
+#include "synthetic/LensDistortion.h"
+
 class dualCalibration;
 
-struct PinholeCamera {
+struct SyntheticCamera {
   cv::Matx33d K;
   cv::Size size;
+  DistortionCoefficients distortion{};  // none: an ideal pinhole
 };
 
 struct StereoRig {
-  PinholeCamera main;
-  PinholeCamera second;
+  SyntheticCamera main;
+  SyntheticCamera second;
   cv::Matx33d R;
   cv::Vec3d T;
 };
@@ -37,12 +44,11 @@ struct ChessboardLayout {
   double marginSquares = 1.0;  // white border around the outer squares
 };
 
-struct RenderOptions {
+// The board's radiance in grey levels and the capture's conditions.
+struct RenderOptions : CaptureConditions {
   double darkLevel = 30.0;
   double lightLevel = 220.0;
   double backgroundLevel = 100.0;
-  double blurSigmaPx = 0.0;   // Gaussian blur, none when 0
-  double noiseSigma = 0.0;    // additive Gaussian noise in grey levels, none when 0
 };
 
 // Board to main-camera transform: Rodrigues rotation and translation.
@@ -57,6 +63,8 @@ struct RenderedPair {
   BoardPose pose;
   std::vector<cv::Point2f> mainCorners;    // true corner positions, board order
   std::vector<cv::Point2f> secondCorners;
+  std::vector<uchar> mainJpeg;             // the JPEG files the images decode from; empty when lossless
+  std::vector<uchar> secondJpeg;
 };
 
 // A rig of two slightly different cameras at the given image sizes, a
@@ -78,14 +86,29 @@ StereoRig PhoneStereoRig(const cv::Size& mainSize, const cv::Size& secondSize);
 std::vector<BoardPose> RandomBoardPoses(const StereoRig& rig, const ChessboardLayout& layout, int count,
                                         uint64_t seed, double maxTiltDeg = 30.0, double maxRollDeg = 15.0);
 
-// Projects the inner corners in board order.
-std::vector<cv::Point2f> ProjectBoardCorners(const PinholeCamera& camera, const ChessboardLayout& layout,
+// The rotation matrix of a Rodrigues vector.
+cv::Matx33d RotationOf(const cv::Vec3d& rvec);
+
+// The shortest distance between two neighbouring corners of a board's
+// corner list (board order).
+double SmallestSquareSide(const std::vector<cv::Point2f>& corners, const ChessboardLayout& layout);
+
+// Projects the inner corners in board order, through the camera's lens.
+std::vector<cv::Point2f> ProjectBoardCorners(const SyntheticCamera& camera, const ChessboardLayout& layout,
                                              const cv::Matx33d& rotation, const cv::Vec3d& translation);
 
-// Renders one 8-bit grey view of the board; rotation and translation map
-// board coordinates into the camera's frame. noiseSeed seeds the noise.
-cv::Mat RenderBoardView(const PinholeCamera& camera, const ChessboardLayout& layout, const cv::Matx33d& rotation,
-                        const cv::Vec3d& translation, const RenderOptions& options, uint64_t noiseSeed);
+// The board's radiance as the camera sees it (CV_32F, grey levels);
+// rotation and translation map board coordinates into the camera's frame.
+// Parts of the board beyond the lens's monotonic radius are left out.
+cv::Mat RenderBoardRadiance(const SyntheticCamera& camera, const ChessboardLayout& layout,
+                            const cv::Matx33d& rotation, const cv::Vec3d& translation, const RenderOptions& options);
+
+// One 8-bit grey capture of the board by camera 0 (main) or 1 (second);
+// the JPEG bytes go to jpeg when the options ask for JPEG. noiseSeed seeds
+// the noise.
+cv::Mat RenderBoardView(const SyntheticCamera& camera, const ChessboardLayout& layout, const cv::Matx33d& rotation,
+                        const cv::Vec3d& translation, const RenderOptions& options, uint64_t noiseSeed,
+                        int cameraIndex = 0, std::vector<uchar>* jpeg = nullptr);
 
 // An image of the background level (plus noise) without a board.
 cv::Mat RenderEmptyView(const cv::Size& size, const RenderOptions& options, uint64_t noiseSeed);
@@ -94,9 +117,14 @@ cv::Mat RenderEmptyView(const cv::Size& size, const RenderOptions& options, uint
 RenderedPair RenderPair(const StereoRig& rig, const ChessboardLayout& layout, const BoardPose& pose,
                         const RenderOptions& options, uint64_t noiseSeed);
 
-// Writes pair_<k>_main.png and pair_<k>_second.png for every pair and
-// ground_truth.json (rig, layout, options, poses, true corners) into
-// directory, which must exist. Returns false when a file cannot be written.
+// File name of pair k's main (camera 0) or second image: pair_<k>_main.png,
+// or .jpg for a JPEG capture.
+std::string RenderedImageName(size_t k, int cameraIndex, bool jpeg);
+
+// Writes both images of every pair (PNG, or the JPEG files as captured)
+// and ground_truth.json (rig and lenses, layout, conditions, poses, true
+// corners of both images) into directory, which must exist. Returns false
+// when a file cannot be written.
 bool WriteRenderedPairs(const std::string& directory, const StereoRig& rig, const ChessboardLayout& layout,
                         const RenderOptions& options, const std::vector<RenderedPair>& pairs);
 

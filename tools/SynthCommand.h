@@ -9,11 +9,35 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
+#include "synthetic/BoardPlacement.h"
+
+// Slight blur and sensor noise, as a real chart shot has.
+constexpr double kChartBlurSigmaPx = 0.6;
+constexpr double kChartNoiseSigma = 1.5;
+
+// The chart generator's lenses and capture conditions as given on the
+// command line; empty strings keep the defaults.
+struct SynthChartConditions {
+  SynthChartConditions() {
+    render.blurSigmaPx = kChartBlurSigmaPx;
+    render.noiseSigma = kChartNoiseSigma;
+  }
+
+  std::string mainLens, secondLens;
+  std::string placement = "centre";
+  std::string squarePx;
+  std::string motionBlur;
+  std::string exposure, gain;
+  PlacementOptions placementOptions;
+  RenderOptions render;
+};
+
 struct SynthOptions {
   std::string out;
   std::string size;
   uint32_t seed = 1;
   int pairs = 8;
+  SynthChartConditions chart;
 };
 
 // Files written by the scene generator, relative to its output directory.

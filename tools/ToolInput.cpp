@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <type_traits>
 
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -30,14 +31,37 @@ bool ParseInt(const std::string& text, int* value) {
   return true;
 }
 
-bool ParseFloat(const std::string& text, float* value) {
+template <typename Number>
+bool ParseNumber(const std::string& text, Number* value) {
   if (!StartsWithNumber(text)) return false;
   char* end = nullptr;
   errno = 0;
-  const float parsed = std::strtof(text.c_str(), &end);
+  const Number parsed = std::is_same_v<Number, float> ? std::strtof(text.c_str(), &end) : std::strtod(text.c_str(), &end);
   if (*end != '\0' || errno == ERANGE || !std::isfinite(parsed)) return false;
   *value = parsed;
   return true;
+}
+
+// Comma-separated numbers, as many as one of counts allows.
+template <typename Number>
+std::vector<Number> ParseNumberList(const std::string& text, const std::vector<size_t>& counts,
+                                    const std::string& option) {
+  std::vector<Number> values;
+  size_t start = 0;
+  while (true) {
+    const size_t comma = text.find(',', start);
+    Number value = 0;
+    if (!ParseNumber(text.substr(start, comma - start), &value)) break;
+    values.push_back(value);
+    if (comma == std::string::npos) {
+      if (std::find(counts.begin(), counts.end(), values.size()) != counts.end()) return values;
+      break;
+    }
+    start = comma + 1;
+  }
+  std::string expected = std::to_string(counts[0]);
+  for (size_t k = 1; k < counts.size(); ++k) expected += (k + 1 == counts.size() ? " or " : ", ") + std::to_string(counts[k]);
+  throw ToolError(option + ": expected " + expected + " comma-separated numbers, got '" + text + "'");
 }
 
 uint32_t BigEndian32(const std::vector<unsigned char>& bytes, size_t at) {
@@ -125,21 +149,12 @@ cv::Size ParseSize(const std::string& text, const std::string& option) {
 }
 
 std::vector<float> ParseFloatList(const std::string& text, size_t count, const std::string& option) {
-  std::vector<float> values;
-  size_t start = 0;
-  while (true) {
-    const size_t comma = text.find(',', start);
-    float value = 0.0f;
-    if (!ParseFloat(text.substr(start, comma - start), &value)) break;
-    values.push_back(value);
-    if (comma == std::string::npos) {
-      if (values.size() == count) return values;
-      break;
-    }
-    start = comma + 1;
-  }
-  throw ToolError(option + ": expected " + std::to_string(count) +
-                  " comma-separated numbers, got '" + text + "'");
+  return ParseNumberList<float>(text, {count}, option);
+}
+
+std::vector<double> ParseDoubleList(const std::string& text, const std::vector<size_t>& counts,
+                                    const std::string& option) {
+  return ParseNumberList<double>(text, counts, option);
 }
 
 void RequireReadableFile(const std::string& path, uintmax_t maxBytes) { InputFileBytes(path, maxBytes); }

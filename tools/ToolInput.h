@@ -35,6 +35,9 @@ class ToolError : public std::runtime_error {
 cv::Size ParseSize(const std::string& text, const std::string& option);
 // Exactly count comma-separated finite numbers, e.g. "1000,1000,2000,1500".
 std::vector<float> ParseFloatList(const std::string& text, size_t count, const std::string& option);
+// As many comma-separated finite numbers as one of counts, at double precision.
+std::vector<double> ParseDoubleList(const std::string& text, const std::vector<size_t>& counts,
+                                    const std::string& option);
 // Throws unless path names a regular file of at most maxBytes bytes that can
 // be opened for reading.
 void RequireReadableFile(const std::string& path, uintmax_t maxBytes);

@@ -21,7 +21,7 @@ std::unique_ptr<dualCalibration> BoardEngine(int squareSize) {
 
 // A board facing the camera squarely, centred on the principal point.
 cv::Mat FrontalBoard(double squareSize, double distance, Corners* truth = nullptr, double lightLevel = 220.0) {
-  const PinholeCamera camera{{1600.0, 0.0, 999.5, 0.0, 1600.0, 749.5, 0.0, 0.0, 1.0}, kImageSize};
+  const SyntheticCamera camera{{1600.0, 0.0, 999.5, 0.0, 1600.0, 749.5, 0.0, 0.0, 1.0}, kImageSize};
   ChessboardLayout layout;
   layout.squareSize = squareSize;
   const cv::Vec3d translation(-4.0 * squareSize, -2.5 * squareSize, distance);

@@ -4,12 +4,15 @@
 
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "synthetic/BoardPlacement.h"
 
 // A 5 x 4 board of 10 px squares whose corner (0, 0) lands on (cx, cy): pixels take their exact area shares of dark
 // 30, light 220, the light margin and the background 100; blur softens the edges only.
 TEST(ChessboardRenderer, PixelsTakeTheirExactAreaShares) {
   const auto render = [](double cx, double cy, double blurSigmaPx) {
-    const PinholeCamera camera{{10.0, 0.0, cx, 0.0, 10.0, cy, 0.0, 0.0, 1.0}, cv::Size(200, 160)};
+    const SyntheticCamera camera{{10.0, 0.0, cx, 0.0, 10.0, cy, 0.0, 0.0, 1.0}, cv::Size(200, 160)};
     ChessboardLayout layout;
     layout.width = 5, layout.height = 4, layout.squareSize = 1.0;
     RenderOptions options;
@@ -46,4 +49,43 @@ TEST(ChessboardRenderer, WritesImagesAndGroundTruth) {
   EXPECT_EQ(truth["pairs"][1]["main_corners"][53][0], pairs[1].mainCorners[53].x);
   EXPECT_EQ(truth["pairs"][0]["tvec"][2], pairs[0].pose.tvec[2]);
   EXPECT_FALSE(WriteRenderedPairs(dir.File("missing"), rig, {}, {}, pairs));
+}
+
+// The pixels agree with the truth through every lens form: on noise-free renders (5 coefficients of a phone's
+// ultra-wide with decentring, the rational 8, and a pincushion tele), with boards 10 px from the edges and in the
+// image corners at any roll, cornerSubPix started at the true corners moves none by more than 0.05 px. The renders
+// carry a lens's blur of 1.5 px and cornerSubPix a 15 x 15 window: on sharp edges cornerSubPix itself errs by up to
+// 0.09 px (pinhole renders included, where every pixel is an exact area share), 0.06 px at 1 px blur.
+TEST(ChessboardRenderer, LensRendersPutEveryCornerWhereTheTruthSays) {
+  const DistortionCoefficients lenses[][2] = {
+      {{-0.36, 0.14, 0.0006, -0.0004, -0.01, 0.0, 0.0, 0.0}, {-0.40, 0.17, -0.0005, 0.0003, -0.012, 0.0, 0.0, 0.0}},
+      {{0.6, -0.05, 0.001, 0.0005, 0.002, 0.95, 0.1, 0.001}, {0.5, -0.04, -0.001, 0.0004, 0.0, 0.85, 0.08, 0.0}},
+      {{0.08, -0.02, 0.0, 0.0, 0.0, 0.0, 0.0, 0.0}, {0.06, 0.0, 0.0002, 0.0, 0.0, 0.0, 0.0, 0.0}}};
+  const ChessboardLayout layout;
+  for (const auto& lens : lenses) {
+    StereoRig rig = ExampleStereoRig({1600, 1200}, {1600, 1200});
+    rig.main.distortion = lens[0], rig.second.distortion = lens[1];
+    for (const Placement placement : {Placement::kBorder, Placement::kCorner}) {
+      PlacementOptions options;
+      options.placement = placement;
+      options.maxRollDeg = 180.0, options.borderPx = 10.0;
+      options.minSquarePx = 40.0, options.maxSquarePx = 100.0;
+      const std::vector<BoardPose> poses = PlaceBoards(rig, layout, 2, 11, options);
+      ASSERT_EQ(poses.size(), 2u);
+      for (const BoardPose& pose : poses) {
+        RenderOptions lensBlur;
+        lensBlur.blurSigmaPx = 1.5;
+        const RenderedPair pair = RenderPair(rig, layout, pose, lensBlur, 1);
+        for (const auto& [image, truth] : {std::pair(pair.mainImage, pair.mainCorners),
+                                           std::pair(pair.secondImage, pair.secondCorners)}) {
+          std::vector<cv::Point2f> refined = truth;
+          cv::cornerSubPix(image, refined, cv::Size(7, 7), cv::Size(-1, -1),
+                           cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 100, 1e-4));
+          double largest = 0.0;
+          for (size_t k = 0; k < truth.size(); ++k) largest = std::max(largest, cv::norm(refined[k] - truth[k]));
+          EXPECT_LT(largest, 0.05) << lens[0][0] << " " << PlacementName(placement);
+        }
+      }
+    }
+  }
 }
