@@ -53,6 +53,7 @@ void CoverageRaster::AddEdge(const cv::Point2d& from, const cv::Point2d& to, dou
 void CoverageRaster::AddInsideEdge(cv::Point2d from, cv::Point2d to, double direction) {
   if (from.y == to.y) return;
   if (from.y > to.y) std::swap(from, to), direction = -direction;
+  const double width = size_.width;
   const double slope = (to.x - from.x) / (to.y - from.y);
   const int firstRow = std::max(0, static_cast<int>(std::floor(from.y)));
   const int endRow = std::min(size_.height, static_cast<int>(std::ceil(to.y)));
@@ -62,11 +63,13 @@ void CoverageRaster::AddInsideEdge(cv::Point2d from, cv::Point2d to, double dire
     const double dy = std::min(y + 1.0, to.y) - std::max(static_cast<double>(y), from.y);
     const double xNext = x + slope * dy;
     const double d = dy * direction;
-    const double x0 = std::min(x, xNext), x1 = std::max(x, xNext);
+    // Both ends stay in [0, width] but for rounding, which must not reach a cell outside the row.
+    const double xa = std::clamp(x, 0.0, width), xb = std::clamp(xNext, 0.0, width);
+    const double x0 = std::min(xa, xb), x1 = std::max(xa, xb);
     const int x0i = static_cast<int>(std::floor(x0));
     const int x1i = static_cast<int>(std::ceil(x1));
     if (x1i <= x0i + 1) {
-      const double middle = 0.5 * (x + xNext) - x0i;
+      const double middle = 0.5 * (xa + xb) - x0i;
       row[x0i] += static_cast<float>(d - d * middle);
       row[x0i + 1] += static_cast<float>(d * middle);
     } else {

@@ -211,17 +211,18 @@ std::vector<std::string> WriteSyntheticChart(const SynthOptions& options) {
   PlacementOptions placement = options.chart.placementOptions;
   RenderOptions render = options.chart.render;
   ApplyChartConditions(options.chart, rig, placement, render);
-  CreateOutputDirectory(options.out);
   const ChessboardLayout layout;
+  const std::vector<BoardPose> poses = PlaceBoards(rig, layout, options.pairs, options.seed, placement);
+  if (poses.empty()) throw ToolError("synth chart: no board pose meets these placement options");
+  CreateOutputDirectory(options.out);
   std::vector<RenderedPair> pairs;
   std::vector<std::string> images;
-  for (const BoardPose& pose : PlaceBoards(rig, layout, options.pairs, options.seed, placement)) {
+  for (const BoardPose& pose : poses) {
     pairs.push_back(RenderPair(rig, layout, pose, render, options.seed * 1000 + pairs.size()));
     const bool jpeg = render.jpegQuality > 0;
     images.push_back(options.out + "/" + RenderedImageName(pairs.size() - 1, 0, jpeg));
     images.push_back(options.out + "/" + RenderedImageName(pairs.size() - 1, 1, jpeg));
   }
-  if (pairs.empty()) throw ToolError("synth chart: no board pose meets these placement options");
   if (!WriteRenderedPairs(options.out, rig, layout, render, pairs)) {
     throw ToolError(options.out + ": cannot write the chart images");
   }

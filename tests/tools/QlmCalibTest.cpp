@@ -156,6 +156,23 @@ TEST_F(QlmCalib, ChartRecoversTheKnownBaseline) {
 // Same camera: the last column and row map one pixel short of the far sides, so the zoom is max(32/31, 24/23) and the
 // centre pixel stays; a 250-character name is kept. Three frames, all the file holds, on two threads with a radial
 // term: the output's hash (the same on every platform) pins each frame's warp and their order.
+// A phone-like set: two different lenses, boards at the border at any roll, unequal exposure, JPEG captures; the
+// ground truth names the .jpg files and holds both lenses and the conditions as given.
+TEST_F(QlmCalib, SynthChartWritesLensCapturesAndTheirTruth) {
+  const ToolRun run = RunTool("synth chart --out " + Path("lens") + " --pairs 2 --size 1600x1200 --main-lens "
+                              "-0.36,0.14,0,0 --second-lens -0.4,0.17,0.001,0,-0.01 --placement border --border-px 30 "
+                              "--max-roll 180 --square-px 40,80 --jpeg 80 --exposure 1,0.5 --shot-noise 0.8");
+  ASSERT_EQ(run.status, 0) << run.out;
+  const nlohmann::json truth = ReadJson(Path("lens/ground_truth.json"));
+  EXPECT_EQ(truth["second_camera"]["distortion"], nlohmann::json({-0.4, 0.17, 0.001, 0.0, -0.01, 0.0, 0.0, 0.0}));
+  EXPECT_EQ(truth["render"]["exposure"], nlohmann::json({1.0, 0.5}));
+  EXPECT_EQ(truth["render"]["jpeg_quality"].dump() + truth["render"]["shot_noise"].dump(), "800.8");
+  ASSERT_EQ(truth["pairs"].size(), 2u);
+  EXPECT_EQ(truth["pairs"][1]["second_image"], "pair_1_second.jpg");
+  EXPECT_EQ(ReadFile(Path("lens/pair_1_second.jpg")).substr(0, 2), "\xFF\xD8");
+  EXPECT_EQ(cv::imread(Path("lens/pair_0_main.jpg"), cv::IMREAD_UNCHANGED).size(), cv::Size(1600, 1200));
+}
+
 TEST_F(QlmCalib, WarpYuvZoomsAndKeepsFrameOrder) {
   std::string frames(3 * 4608, '\0');  // 64 x 48 NV21
   for (size_t i = 0; i < frames.size(); ++i) frames[i] = static_cast<char>(i * 7 + i / 4608 * (13 + i / 64));
