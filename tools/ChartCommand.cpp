@@ -93,7 +93,7 @@ nlohmann::json DeviationsJson(const MonoIntrinsics& mono) {
   return json;
 }
 
-void PrintSummary(const ChartSummary& summary) {
+void PrintSummary(const ChartSummary& summary, bool strictTranslation) {
   std::printf("views:            %d of %zu\n", summary.viewCount, summary.viewsFound.size());
   PrintPairing(summary);
   if (summary.status != kChartOk) {
@@ -113,8 +113,11 @@ void PrintSummary(const ChartSummary& summary) {
   }
   std::printf("outlier limit:    main %.4f px, second %.4f px (%.0f x median)\n", ViewOutlierLimit(summary.viewErrors1),
               ViewOutlierLimit(summary.viewErrors2), kOutlierMedianFactor);
-  std::printf("T:                [%.4f, %.4f, %.4f] (%s %s %s)\n", summary.T[0], summary.T[1], summary.T[2],
-              PassFail(c.translationX), PassFail(c.translationY), PassFail(c.translationZ));
+  std::printf("T:                [%.4f, %.4f, %.4f] (%s %s %s)%s\n", summary.T[0], summary.T[1], summary.T[2],
+              PassFail(c.translationX), PassFail(c.translationY), PassFail(c.translationZ),
+              c.translationX && c.translationY && c.translationZ ? ""
+              : strictTranslation ? " counted (--strict-translation)"
+                                  : " not counted: the library checks it only with the stereo RMS over its limit");
   std::printf("angles (deg):     x %.4f (%s), y %.4f (%s), z %.4f (%s)\n", summary.r_x * kDegreesPerRadian,
               PassFail(c.rotationX), summary.r_y * kDegreesPerRadian, PassFail(c.rotationY),
               summary.r_z * kDegreesPerRadian, PassFail(c.rotationZ));
@@ -150,9 +153,10 @@ cv::Mat RectifiedSideBySide(const dualCalibration& engine, const std::pair<cv::M
 
 }  // namespace
 
-bool AllChartChecksPassed(const ChartLimitChecks& c) {
+bool AllChartChecksPassed(const ChartLimitChecks& c, bool strictTranslation) {
+  const bool translationWithin = c.translationX && c.translationY && c.translationZ;
   return c.monoReprojection && c.rotationX && c.rotationY && c.rotationZ && c.stereoReprojection &&
-         c.translationX && c.translationY && c.translationZ;
+         (translationWithin || !strictTranslation);
 }
 
 nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibration& engine) {
@@ -209,6 +213,9 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
       ->default_str("grid");
   command.add_flag("!--no-quick-check", options.quickCheck,
                    "Search the second image in full even when the quick board check finds no board");
+  command.add_flag("--strict-translation", options.strictTranslation,
+                   "Fail any translation over nMaxTransition (the library checks it only with the stereo RMS over "
+                   "its limit)");
   command.add_flag("--drop-outliers", options.dropOutliers,
                    "Calibrate again without the outlier views and report both runs");
   command.add_option("IMAGES", options.images, "MAIN1 SECOND1 [MAIN2 SECOND2 ...]");
@@ -253,16 +260,19 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
     throw ToolError(summary.failedStage + ": " + summary.message);
   }
   std::printf("\n== chart summary\n");
-  PrintSummary(summary);
+  PrintSummary(summary, options.strictTranslation);
   nlohmann::json json = ChartSummaryJson(summary, engine);
   if (options.dropOutliers && summary.status == kChartOk && !summary.outlierViews.empty()) {
     outcome.recalibrated = true;
     outcome.withoutOutliers = engine.recalibrateChartWithoutViews(summary, summary.outlierViews);
     std::cout.flush();
     std::printf("\n== chart summary without outlier views %s\n", OneBasedList(summary.outlierViews).c_str());
-    PrintSummary(outcome.withoutOutliers);
+    PrintSummary(outcome.withoutOutliers, options.strictTranslation);
     json["without_outliers"] = ChartSummaryJson(outcome.withoutOutliers, engine);
   }
+  json["strict_translation"] = options.strictTranslation;
+  json["checks_passed"] = outcome.Final().status == kChartOk &&
+                          AllChartChecksPassed(outcome.Final().checks, options.strictTranslation);
   if (!options.json.empty()) WriteJsonAtomically(options.json, json);
   if (!options.saveRectified.empty() && outcome.Final().status == kChartOk) {
     const cv::Mat canvas = RectifiedSideBySide(engine, pairs[0]);
@@ -283,5 +293,7 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
 
 int RunChart(const ChartOptions& options) {
   const ChartSummary summary = CalibrateChart(options).Final();
-  return summary.status == kChartOk && AllChartChecksPassed(summary.checks) ? kExitSuccess : kExitChecksFailed;
+  return summary.status == kChartOk && AllChartChecksPassed(summary.checks, options.strictTranslation)
+             ? kExitSuccess
+             : kExitChecksFailed;
 }

@@ -24,6 +24,9 @@ struct ChartOptions {
   CornerPairing pairing = CornerPairing::kGrid;
   bool quickCheck = true;
   bool dropOutliers = false;
+  // The library checks the translation only when the stereo RMS is over its
+  // limit; with this set the tool fails any translation over its limit.
+  bool strictTranslation = false;
 };
 
 // What a chart run hands back: the summary of the run, and with
@@ -44,8 +47,10 @@ ChartOutcome CalibrateChart(const ChartOptions& options);
 // the calibration ran but failed or a check did not pass.
 int RunChart(const ChartOptions& options);
 
-// True when every limit check of the summary passed.
-bool AllChartChecksPassed(const ChartLimitChecks& checks);
+// The library's verdict: every check passed, the translation counting only
+// when the stereo RMS is over its limit (so never on its own), or always
+// with strictTranslation.
+bool AllChartChecksPassed(const ChartLimitChecks& checks, bool strictTranslation);
 
 // The summary's JSON form (keys views_found, views_total, rms, T,
 // angles_deg, K1, K2, D1, D2, per_view_errors, mono_rms, intrinsic_std_dev,

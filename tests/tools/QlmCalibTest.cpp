@@ -153,6 +153,28 @@ TEST_F(QlmCalib, ChartRecoversTheKnownBaseline) {
   EXPECT_EQ(metadata["main"]["android.lens.intrinsicCalibration"][0], ReadJson(Path("chart.json"))["K1"][0][0]);
 }
 
+// A translation over nMaxTransition with the stereo RMS within its limit passes, as the library's own checks do; the
+// summary says it was not counted. --strict-translation fails it with status 3 and says so.
+TEST_F(QlmCalib, ChartVerdictCountsTheTranslationAsTheLibraryDoes) {
+  std::string params = ReadFile(Data("c/params.txt"));
+  const std::string limit = "nMaxTransition=50;";
+  ASSERT_NE(params.find(limit), std::string::npos);
+  WriteFile(Path("tight.txt"), params.replace(params.find(limit), limit.size(), "nMaxTransition=10;"));
+  const std::string run = "chart --params " + Path("tight.txt") + " --pairs-dir " + Data("c") + " --pictures-dir " +
+                          Path("pics") + " --json " + Path("verdict.json");
+  const std::pair<std::string, int> rows[] = {{"", 0}, {" --strict-translation", 3}};
+  for (const auto& [option, status] : rows) {
+    const ToolRun chart = RunTool(run + option);
+    EXPECT_EQ(chart.status, status) << chart.out;
+    const std::string tLine = chart.out.substr(chart.out.find("\nT: ") + 1);
+    EXPECT_EQ(Portable(tLine.substr(0, tLine.find('\n') + 1)),
+              option.empty() ? "T:                [#, #, #] (FAIL pass pass) not counted: the library checks it only "
+                               "with the stereo RMS over its limit\n"
+                             : "T:                [#, #, #] (FAIL pass pass) counted (--strict-translation)\n");
+    EXPECT_EQ(ReadJson(Path("verdict.json"))["checks_passed"], status == 0);
+  }
+}
+
 // Same camera: the last column and row map one pixel short of the far sides, so the zoom is max(32/31, 24/23) and the
 // centre pixel stays; a 250-character name is kept. Three frames, all the file holds, on two threads with a radial
 // term: the output's hash (the same on every platform) pins each frame's warp and their order.
