@@ -73,7 +73,9 @@ ChartPairResult CollectView(dualCalibration& engine, const std::pair<cv::Mat, cv
     return ChartPairResult::kNoBoardQuickCheck;
   }
   const int viewIndex = static_cast<int>(engine.mImagePoints1.size());
-  if (engine.findImagePoints(pair.first, pair.second, viewIndex) != 1) return ChartPairResult::kNoBoard;
+  if (engine.findImagePoints(pair.first, pair.second, viewIndex) != 1) {
+    return engine.mLastGridPairing.undecided ? ChartPairResult::kOrderUndecided : ChartPairResult::kNoBoard;
+  }
   if (engine.mCornerPairing == CornerPairing::kGrid) {
     summary.gridPairings.push_back(engine.mLastGridPairing);
   } else if (HasRepeatedPoint(engine.mImagePoints2.back())) {
@@ -102,6 +104,7 @@ void CollectViews(dualCalibration& engine, const std::vector<std::pair<cv::Mat, 
     const ChartPairResult result = CollectView(engine, pairs[k], options.quickCheck, summary);
     summary.viewsFound.push_back(result == ChartPairResult::kView);
     summary.quickRejected.push_back(result == ChartPairResult::kNoBoardQuickCheck);
+    summary.orderUndecided.push_back(result == ChartPairResult::kOrderUndecided);
     summary.viewCount += result == ChartPairResult::kView;
     if (options.onPair) options.onPair(k, result);
   }
@@ -261,6 +264,7 @@ ChartSummary dualCalibration::recalibrateChartWithoutViews(const ChartSummary& f
     ChartSummary summary;
     summary.viewsFound = first.viewsFound;
     summary.quickRejected = first.quickRejected;
+    summary.orderUndecided = first.orderUndecided;
     summary.viewCount = first.viewCount;
     summary.pairing = first.pairing;
     summary.gridPairings = first.gridPairings;

@@ -29,6 +29,7 @@ enum class ChartPairResult : int32_t {
   kView,               // the board was found in both images
   kNoBoard,            // the search did not find the board in both
   kNoBoardQuickCheck,  // the second image failed the quick board check; not searched
+  kOrderUndecided,     // found in both, but the grid pairing could not tell the board's order
 };
 
 // Told after each pair's chessboard search: the pair's index and its result.
@@ -80,6 +81,7 @@ struct ChartSummary {
   std::string message;      // why the driver stopped; empty when status is kChartOk
   std::vector<int32_t> viewsFound;  // per pair: 1 when it became a view, 0 otherwise
   std::vector<int32_t> quickRejected;  // per pair: 1 when the quick board check turned it away
+  std::vector<int32_t> orderUndecided;  // per pair: 1 when the grid pairing left the board's order open
   int32_t viewCount = 0;
   CornerPairing pairing = CornerPairing::kNearest;
   std::vector<GridPairing> gridPairings;     // per view, with the grid pairing

@@ -51,6 +51,7 @@ std::vector<cv::Point3f> BoardObjectPoints(int boardWidth, int boardHeight, floa
 bool dualCalibration::detectChessboardCorners(const cv::Mat& mainImage, const cv::Mat& secondImage, int label,
                                               cv::Size patternSize, std::vector<cv::Point2f>& corners1,
                                               std::vector<cv::Point2f>& corners2) {
+  mLastGridPairing = GridPairing();
   std::vector<cv::Point2f> found1, found2;
   const bool mainFound = FindCornersAtQuarterSize(mainImage, patternSize, kMainSearchFlags, found1);
   const bool secondFound = FindCornersAtQuarterSize(secondImage, patternSize, kSecondSearchFlags, found2);
@@ -61,7 +62,11 @@ bool dualCalibration::detectChessboardCorners(const cv::Mat& mainImage, const cv
     return false;
   }
   if (mCornerPairing == CornerPairing::kGrid) {
-    mLastGridPairing = matchCornerGridOrder(found1, found2, patternSize, corners1, corners2);
+    mLastGridPairing = matchCornerGridOrder(found1, found2, patternSize, mainImage, secondImage, corners1, corners2);
+    if (mLastGridPairing.order == -1) {
+      std::printf("ERROR: mask %d corner order not decided ! \n", label);
+      return false;
+    }
   } else {
     matchCornerOrder(found1, found2, corners1, corners2);
   }

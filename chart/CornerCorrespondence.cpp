@@ -5,14 +5,28 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <limits>
 #include <memory>
 #include <numeric>
 
 #include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "engine/dualCalibration.h"
 
 namespace {
+
+// Side of the patch whose mean grey level stands for a square's colour.
+constexpr int kColourPatchPx = 5;
+// Orders the handedness and the colouring leave open (the half turn of a
+// board of even W + H, the quarter turns of a square board) are told apart
+// by their agreement with an unturned mapping, the cosine of the turn
+// between the views: the best is taken when it is at least
+// kMinOpenAgreement (a turn within 45 degrees) and leads the next by
+// kAgreementMargin; otherwise the view is dropped. Such a board turned by
+// half between the views is taken as unturned, as a rig's cameras are.
+constexpr double kMinOpenAgreement = 0.7;
+constexpr double kAgreementMargin = 0.5;
 
 struct CloudStatistics {
   double meanX, meanY, spreadX, spreadY;
@@ -118,10 +132,40 @@ double ResidualPx(const cv::Matx33d& H, const std::vector<cv::Point2f>& from, co
   return std::sqrt(sum / static_cast<double>(to.size()));
 }
 
+// The sign of the area of the grid's outline (corners listed row by row):
+// both cameras see the board's front, so a pairing that flips it pairs the
+// board with its mirror image.
+bool CounterClockwise(const std::vector<cv::Point2f>& corners, cv::Size patternSize) {
+  const int w = patternSize.width, h = patternSize.height;
+  const cv::Point2f outline[4] = {corners[0], corners[w - 1], corners[h * w - 1], corners[(h - 1) * w]};
+  double twiceArea = 0.0;
+  for (int k = 0; k < 4; ++k) twiceArea += outline[k].cross(outline[(k + 1) % 4]);
+  return twiceArea > 0.0;
+}
+
+double PatchMean(const cv::Mat& image, const std::vector<cv::Point2f>& corners, int w, int row, int column) {
+  const cv::Point2f centre = 0.25f * (corners[row * w + column] + corners[row * w + column + 1] +
+                                      corners[(row + 1) * w + column] + corners[(row + 1) * w + column + 1]);
+  cv::Mat patch;
+  cv::getRectSubPix(image, cv::Size(kColourPatchPx, kColourPatchPx), centre, patch, CV_32F);
+  return cv::mean(patch)[0];
+}
+
+// Whether the grid's first square (between its first two rows and columns)
+// is darker than the square next to it: -1 for a board too small to tell.
+int FirstSquareDark(const cv::Mat& image, const std::vector<cv::Point2f>& corners, cv::Size patternSize) {
+  const int w = patternSize.width, h = patternSize.height;
+  if (w < 3 && h < 3) return -1;
+  const double first = PatchMean(image, corners, w, 0, 0);
+  const double next = w >= 3 ? PatchMean(image, corners, w, 0, 1) : PatchMean(image, corners, w, 1, 0);
+  return first < next ? 1 : 0;
+}
+
 }  // namespace
 
 GridPairing dualCalibration::matchCornerGridOrder(const std::vector<cv::Point2f>& corners1,
                                                   const std::vector<cv::Point2f>& corners2, cv::Size patternSize,
+                                                  const cv::Mat& image1, const cv::Mat& image2,
                                                   std::vector<cv::Point2f>& matched1,
                                                   std::vector<cv::Point2f>& matched2) const {
   GridPairing best;
@@ -130,18 +174,32 @@ GridPairing dualCalibration::matchCornerGridOrder(const std::vector<cv::Point2f>
     return best;
   }
   const cv::Point2f centre = std::accumulate(corners1.begin(), corners1.end(), cv::Point2f()) * (1.0f / count);
+  const bool handedness = CounterClockwise(corners1, patternSize);
+  const bool withColour = !image1.empty() && !image2.empty();
+  const int firstDark = withColour ? FirstSquareDark(image1, corners1, patternSize) : -1;
   const int orders = patternSize.width == patternSize.height ? kGridOrdersSquare : kGridOrdersRectangular;
   std::vector<cv::Point2f> bestOrder;
+  double runnerUp = -std::numeric_limits<double>::infinity();
   for (int k = 0; k < orders; ++k) {
     std::vector<cv::Point2f> candidate = Reordered(corners2, patternSize, kGridOrders[k]);
+    if (CounterClockwise(candidate, patternSize) != handedness) continue;
+    if (firstDark != -1 && FirstSquareDark(image2, candidate, patternSize) != firstDark) continue;
     const cv::Mat H = cv::findHomography(corners1, candidate, 0);
     if (H.empty()) continue;
     const double agreement = Agreement(cv::Matx33d(H), centre);
-    if (best.order != -1 && !(agreement > best.agreement)) continue;
-    best = {k, ResidualPx(cv::Matx33d(H), corners1, candidate), agreement};
+    if (best.order != -1 && !(agreement > best.agreement)) {
+      runnerUp = std::max(runnerUp, agreement);
+      continue;
+    }
+    if (best.order != -1) runnerUp = std::max(runnerUp, best.agreement);
+    best = {k, ResidualPx(cv::Matx33d(H), corners1, candidate), agreement, false};
     bestOrder = std::move(candidate);
   }
   if (best.order == -1) return best;
+  const bool open = runnerUp > -std::numeric_limits<double>::infinity();
+  if (open && (best.agreement < kMinOpenAgreement || best.agreement - runnerUp < kAgreementMargin)) {
+    return {-1, 0.0, best.agreement, true};
+  }
   matched1.insert(matched1.end(), corners1.begin(), corners1.end());
   matched2.insert(matched2.end(), bestOrder.begin(), bestOrder.end());
   return best;

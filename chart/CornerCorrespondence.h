@@ -48,4 +48,5 @@ struct GridPairing {
   int32_t order = -1;
   double residualPx = 0.0;
   double agreement = 0.0;
+  bool undecided = false;  // order -1: the board's colouring and the agreement left two orders open
 };

@@ -172,15 +172,20 @@ class dualCalibration final : public CFilter {
   int matchStoredCornerOrder();
   // Grid pairing: when both lists hold the patternSize board's corners row
   // by row, appends corners1 to matched1 and corners2 to matched2 in the
-  // symmetric order of the board (kGridOrders) under which the homography
-  // fitted from the main to the second list agrees best with a mapping that
-  // only scales and shifts: the two cameras of a rig look the same way, and
-  // a planar grid fits a homography equally well in every symmetric order,
-  // so the fit's residual cannot decide. Ties go to the earlier order. Lists
-  // of another length append nothing; the result's order is then -1.
+  // symmetric order of the board (kGridOrders) that keeps the grid's
+  // handedness (both cameras see the board's front, so no mirror order),
+  // gives its first square the colour it has in the main image (when both
+  // images are given) and, of the orders still open, agrees best with a
+  // mapping that only scales and shifts, clearly (kMinOpenAgreement,
+  // kAgreementMargin); a planar grid fits a homography equally well in every
+  // symmetric order, so the fit's residual cannot decide. A board of odd
+  // W + H is decided by its colouring at any roll between the views. Lists
+  // of another length append nothing (order -1); orders left open append
+  // nothing either (order -1, undecided).
   GridPairing matchCornerGridOrder(const std::vector<cv::Point2f>& corners1,
                                    const std::vector<cv::Point2f>& corners2, cv::Size patternSize,
-                                   std::vector<cv::Point2f>& matched1, std::vector<cv::Point2f>& matched2) const;
+                                   const cv::Mat& image1, const cv::Mat& image2, std::vector<cv::Point2f>& matched1,
+                                   std::vector<cv::Point2f>& matched2) const;
   // The pairing detectChessboardCorners runs, and what the grid pairing
   // chose for the last board it paired.
   CornerPairing mCornerPairing = CornerPairing::kNearest;
@@ -188,8 +193,8 @@ class dualCalibration final : public CFilter {
 
   // Searches both images at quarter size (the second without the fast
   // check), refines the corners on the full images and pairs them with
-  // mCornerPairing. True when the board was found in both; label appears in
-  // the messages only.
+  // mCornerPairing. True when the board was found in both and, with the grid
+  // pairing, its order decided; label appears in the messages only.
   bool detectChessboardCorners(const cv::Mat& mainImage, const cv::Mat& secondImage, int label,
                                cv::Size patternSize, std::vector<cv::Point2f>& corners1,
                                std::vector<cv::Point2f>& corners2);

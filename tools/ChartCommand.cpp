@@ -93,6 +93,21 @@ nlohmann::json DeviationsJson(const MonoIntrinsics& mono) {
   return json;
 }
 
+const char* PairResultText(ChartPairResult result) {
+  switch (result) {
+    case ChartPairResult::kView:
+      return "board found in both";
+    case ChartPairResult::kNoBoard:
+      return "board not found";
+    case ChartPairResult::kNoBoardQuickCheck:
+      return "board not found (quick check of the second image)";
+    case ChartPairResult::kOrderUndecided:
+      return "board found in both, its corner order not decided (a symmetric board turned between the views): "
+             "dropped";
+  }
+  return "";
+}
+
 void PrintSummary(const ChartSummary& summary, bool strictTranslation) {
   std::printf("views:            %d of %zu\n", summary.viewCount, summary.viewsFound.size());
   PrintPairing(summary);
@@ -177,6 +192,7 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
         {"translation_x", c.translationX}, {"translation_y", c.translationY}, {"translation_z", c.translationZ}}},
       {"pairing", PairingName(summary.pairing)},
       {"quick_rejected", summary.quickRejected},
+      {"order_undecided", summary.orderUndecided},
       {"outlier_views", summary.outlierViews},
       {"views_without_tables", summary.viewsWithoutTables},
   };
@@ -247,9 +263,7 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
   run.onPair = [&](size_t k, ChartPairResult result) {
     std::cout.flush();
     std::printf("pair %zu: %s %s: %s\n", k + 1, images[2 * k].c_str(), images[2 * k + 1].c_str(),
-                result == ChartPairResult::kView      ? "board found in both"
-                : result == ChartPairResult::kNoBoard ? "board not found"
-                                                      : "board not found (quick check of the second image)");
+                PairResultText(result));
     std::fflush(stdout);
   };
   ChartOutcome outcome;

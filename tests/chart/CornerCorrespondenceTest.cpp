@@ -1,6 +1,7 @@
 #include "tests/support/TestPrelude.h"
 
 #include "engine/dualCalibration.h"
+#include "synthetic/ChessboardRenderer.h"
 
 namespace {
 
@@ -69,7 +70,7 @@ TEST(CornerCorrespondence, GridPairingUndoesEverySymmetricOrder) {
       listed.push_back(truth[(bottom ? h - 1 - row : row) * w + (right ? w - 1 - column : column)]);
     }
     auto engine = std::make_unique<dualCalibration>();
-    const GridPairing pairing = engine->matchCornerGridOrder(Grid(w, h), listed, {w, h}, matched1, matched2);
+    const GridPairing pairing = engine->matchCornerGridOrder(Grid(w, h), listed, {w, h}, {}, {}, matched1, matched2);
     ASSERT_EQ(pairing.order, std::stoi(c[2]));
     EXPECT_EQ(kGridOrders[pairing.order].name, c[3]);
     EXPECT_EQ(std::make_pair(matched1, matched2), std::make_pair(Grid(w, h), truth));
@@ -78,6 +79,57 @@ TEST(CornerCorrespondence, GridPairingUndoesEverySymmetricOrder) {
   }
   auto engine = std::make_unique<dualCalibration>();
   Corners matched1, matched2;
-  EXPECT_EQ(engine->matchCornerGridOrder(Grid(9, 6), Corners(53, {1, 1}), {9, 6}, matched1, matched2).order, -1);
+  EXPECT_EQ(engine->matchCornerGridOrder(Grid(9, 6), Corners(53, {1, 1}), {9, 6}, {}, {}, matched1, matched2).order, -1);
   EXPECT_TRUE(matched1.empty() && matched2.empty());
+}
+
+// The second camera turned about its axis by 0 to 345 degrees in 15-degree steps, the board found by the engine in
+// both renders: a 9 x 6 board (odd W + H, its colouring tells a half turn) is paired right at every roll. A 7 x 5 board
+// (even W + H) looks the same turned by half: it is paired right up to 30 degrees of roll, left undecided from 60 to
+// 120, and turned by more it is taken as turned by 180 degrees less, every corner paired with its mirror through the
+// board's centre.
+TEST(CornerCorrespondence, GridPairingIsRightAtAnyRollBetweenTheViews) {
+  const double degToRad = CV_PI / 180.0;
+  for (const cv::Size board : {cv::Size(9, 6), cv::Size(7, 5)}) {
+    ChessboardLayout layout;
+    layout.width = board.width, layout.height = board.height;
+    const cv::Vec3d centre(0.5 * (board.width - 1) * layout.squareSize, 0.5 * (board.height - 1) * layout.squareSize, 0.0);
+    const cv::Matx33d tilt = RotationOf({0.2, -0.15, 0.3});
+    const BoardPose pose = {{0.2, -0.15, 0.3}, cv::Vec3d(0.0, 0.0, 640.0) - tilt * centre};
+    for (int rollDeg = 0; rollDeg < 360; rollDeg += 15) {
+      SCOPED_TRACE(std::to_string(board.width) + "x" + std::to_string(board.height) + " at " + std::to_string(rollDeg));
+      StereoRig rig = ExampleStereoRig({2000, 1500}, {2000, 1500});
+      const cv::Matx33d roll = RotationOf({0.0, 0.0, rollDeg * degToRad});
+      rig.R = roll * rig.R, rig.T = roll * rig.T;
+      const RenderedPair pair = RenderPair(rig, layout, pose, RenderOptions(), 1);
+      auto engine = std::make_unique<dualCalibration>();
+      engine->mCornerPairing = CornerPairing::kGrid;
+      Corners corners1, corners2;
+      testing::internal::CaptureStdout();
+      const bool paired = engine->detectChessboardCorners(pair.mainImage, pair.secondImage, 1, board, corners1, corners2);
+      testing::internal::GetCapturedStdout();
+      const int relativeDeg = std::min(rollDeg, 360 - rollDeg);
+      const bool symmetric = (board.width + board.height) % 2 == 0;
+      if (symmetric && relativeDeg >= 60 && relativeDeg <= 120) {
+        EXPECT_FALSE(paired);
+        EXPECT_TRUE(engine->mLastGridPairing.undecided);
+        continue;
+      }
+      ASSERT_TRUE(paired || (symmetric && relativeDeg == 45));
+      if (!paired) continue;
+      const bool halfTurned = symmetric && relativeDeg > 120;
+      if (halfTurned) std::reverse(corners2.begin(), corners2.end());
+      ASSERT_EQ(corners1.size(), corners2.size());
+      int right = 0;
+      for (size_t k = 0; k < corners1.size(); ++k) {
+        const auto nearest = [](const Corners& truth, const cv::Point2f& p) {
+          return std::min_element(truth.begin(), truth.end(), [&](const cv::Point2f& a, const cv::Point2f& b) {
+                   return cv::norm(a - p) < cv::norm(b - p);
+                 }) - truth.begin();
+        };
+        right += nearest(pair.mainCorners, corners1[k]) == nearest(pair.secondCorners, corners2[k]);
+      }
+      EXPECT_EQ(right, board.area());
+    }
+  }
 }
