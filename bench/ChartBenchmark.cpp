@@ -1,6 +1,6 @@
 // The chart calibration at full sensor size: the whole driver on eight
 // rendered 4000 x 3000 pairs, and on a pair without a board, with and
-// without the quick board check of the second image (without it, the second
+// without the quick board check of the main image (without it, the second
 // image is searched in full without the fast check). The stages print their
 // progress; the figures follow it.
 #include <benchmark/benchmark.h>

@@ -69,7 +69,7 @@ bool HasRepeatedPoint(std::vector<cv::Point2f> points) {
 ChartPairResult CollectView(dualCalibration& engine, const std::pair<cv::Mat, cv::Mat>& pair, bool quickCheck,
                             ChartSummary& summary) {
   const cv::Size patternSize(engine.m_nBoardWidth, engine.m_nBoardHeight);
-  if (quickCheck && !engine.passesQuickBoardCheck(pair.second, patternSize)) {
+  if (quickCheck && !engine.passesQuickBoardCheck(pair.first, patternSize)) {
     return ChartPairResult::kNoBoardQuickCheck;
   }
   const int viewIndex = static_cast<int>(engine.mImagePoints1.size());

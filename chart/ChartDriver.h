@@ -28,7 +28,7 @@ enum ChartStatus : int32_t {
 enum class ChartPairResult : int32_t {
   kView,               // the board was found in both images
   kNoBoard,            // the search did not find the board in both
-  kNoBoardQuickCheck,  // the second image failed the quick board check; not searched
+  kNoBoardQuickCheck,  // the main image failed the quick board check; the second not searched
   kOrderUndecided,     // found in both, but the grid pairing could not tell the board's order
 };
 
@@ -39,9 +39,9 @@ struct ChartRunOptions {
   const char* mainTablePath = nullptr;  // distortion tables: both or neither
   const char* secondTablePath = nullptr;
   CornerPairing pairing = CornerPairing::kNearest;
-  // Turns away a pair whose second image fails the quick board check before
-  // its full search, which would otherwise take seconds on a pair without a
-  // board; a board the check misses is then lost.
+  // Turns away a pair whose main image fails the quick board check before
+  // the search of its second image, which takes seconds on a pair without a
+  // board. The check is the main image's own search, so it loses no view.
   bool quickCheck = true;
   ChartPairProgress onPair;
 };

@@ -203,9 +203,9 @@ class dualCalibration final : public CFilter {
   // viewIndex names the stored view drawn while bSaveDebugInfo is set.
   int findImagePoints(const cv::Mat& mainImage, const cv::Mat& secondImage, int viewIndex);
   // The main image's quarter-size search, fast check included, on any
-  // image: true when it finds the board. Past the fast check it is the
-  // second image's own search, so a false answer for a second image loses
-  // only a board that the fast check misses.
+  // image: true when it finds the board. On a main image it is the first
+  // half of detectChessboardCorners, so a pair it turns away is one that
+  // search would not make a view.
   bool passesQuickBoardCheck(const cv::Mat& image, cv::Size patternSize) const;
 
   // Calibrates each camera from the view lists into K1/D1 and K2/D2 (the
@@ -265,8 +265,8 @@ class dualCalibration final : public CFilter {
   // The chart driver: takes the chart image pairs (main, second; 8-bit grey,
   // every pair of the same sizes), stores the sizes and the images of pair 0
   // as the chart images, collects the views into emptied view lists with
-  // the options' pairing (a pair whose second image fails the quick board
-  // check is not searched, unless the options turn the check off),
+  // the options' pairing (a pair whose main image fails the quick board
+  // check is not searched further, unless the options turn the check off),
   // undistorts their corners with the two distortion tables when both paths
   // are given (both null: no tables), runs the mono and the stereo stage and
   // fills mSecondResult and mSecondRotation from the first result set. With

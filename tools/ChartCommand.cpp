@@ -100,7 +100,7 @@ const char* PairResultText(ChartPairResult result) {
     case ChartPairResult::kNoBoard:
       return "board not found";
     case ChartPairResult::kNoBoardQuickCheck:
-      return "board not found (quick check of the second image)";
+      return "board not found (quick check of the main image)";
     case ChartPairResult::kOrderUndecided:
       return "board found in both, its corner order not decided (a symmetric board turned between the views): "
              "dropped";
@@ -228,7 +228,7 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
           std::map<std::string, CornerPairing>{{"grid", CornerPairing::kGrid}, {"nearest", CornerPairing::kNearest}}))
       ->default_str("grid");
   command.add_flag("!--no-quick-check", options.quickCheck,
-                   "Search the second image in full even when the quick board check finds no board");
+                   "Search the second image in full even when the main image's quick board check finds no board");
   command.add_flag("--strict-translation", options.strictTranslation,
                    "Fail any translation over nMaxTransition (the library checks it only with the stereo RMS over "
                    "its limit)");

@@ -178,14 +178,14 @@ TEST(ChartDriver, CalibratesEightRenderedPairs) {
 }
 
 // Each failure stops the run with the status, stage and message of chart/DriverFailures.golden (square size 0: an
-// OpenCV error). Progress per pair: V a view, Q turned away by the quick check of the second image, N not found.
+// OpenCV error). Progress per pair: V a view, Q turned away by the quick check of the main image, N not found.
 TEST(ChartDriver, FailuresStopTheRunWithTheirStageAndMessage) {
   TempDir dir;
   const std::string flat = dir.File("flat.txt"), steep = dir.File("steep.txt"), missing = dir.File("missing.txt");
   WriteFile(flat, TableText(0.0)), WriteFile(steep, TableText(0.5));  // steep: far outside the band at the corners
   const ImagePairs good = FirstPairs(4);
   const cv::Mat empty = RenderEmptyView(kImageSize, RenderOptions(), 5);
-  RenderOptions faintOptions;  // a board the quick check's fast check rejects and the second image's search finds
+  RenderOptions faintOptions;  // a board the fast check rejects and the second image's search finds: kept
   faintOptions.lightLevel = 60.0;
   const cv::Mat faint = RenderPair(ExampleScene().rig, {}, ExampleScene().rendered[2].pose, faintOptions, 7).secondImage;
   const cv::Mat colour(kImageSize, CV_8UC3, cv::Scalar::all(0));
