@@ -69,7 +69,9 @@ bool HasRepeatedPoint(std::vector<cv::Point2f> points) {
 ChartPairResult CollectView(dualCalibration& engine, const std::pair<cv::Mat, cv::Mat>& pair, bool quickCheck,
                             ChartSummary& summary) {
   const cv::Size patternSize(engine.m_nBoardWidth, engine.m_nBoardHeight);
-  if (quickCheck && !engine.passesQuickBoardCheck(pair.first, patternSize)) {
+  // The any-scale search looks at the second image only when the main image shows the board.
+  const bool quickChecked = quickCheck && engine.mCornerSearch == CornerSearch::kEngine;
+  if (quickChecked && !engine.passesQuickBoardCheck(pair.first, patternSize)) {
     return ChartPairResult::kNoBoardQuickCheck;
   }
   const int viewIndex = static_cast<int>(engine.mImagePoints1.size());
@@ -99,7 +101,9 @@ void CollectViews(dualCalibration& engine, const std::vector<std::pair<cv::Mat, 
   engine.mImagePoints1.clear();
   engine.mImagePoints2.clear();
   engine.mCornerPairing = options.pairing;
+  engine.mCornerSearch = options.search;
   summary.pairing = options.pairing;
+  summary.search = options.search;
   for (size_t k = 0; k < pairs.size(); ++k) {
     const ChartPairResult result = CollectView(engine, pairs[k], options.quickCheck, summary);
     summary.viewsFound.push_back(result == ChartPairResult::kView);
@@ -267,6 +271,7 @@ ChartSummary dualCalibration::recalibrateChartWithoutViews(const ChartSummary& f
     summary.orderUndecided = first.orderUndecided;
     summary.viewCount = first.viewCount;
     summary.pairing = first.pairing;
+    summary.search = first.search;
     summary.gridPairings = first.gridPairings;
     summary.repeatedCornerViews = first.repeatedCornerViews;
     summary.viewsWithoutTables = first.viewsWithoutTables;

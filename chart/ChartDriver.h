@@ -39,9 +39,12 @@ struct ChartRunOptions {
   const char* mainTablePath = nullptr;  // distortion tables: both or neither
   const char* secondTablePath = nullptr;
   CornerPairing pairing = CornerPairing::kNearest;
+  CornerSearch search = CornerSearch::kEngine;
   // Turns away a pair whose main image fails the quick board check before
   // the search of its second image, which takes seconds on a pair without a
   // board. The check is the main image's own search, so it loses no view.
+  // The any-scale search needs none: it searches the second image only
+  // after finding the board in the main image.
   bool quickCheck = true;
   ChartPairProgress onPair;
 };
@@ -84,6 +87,7 @@ struct ChartSummary {
   std::vector<int32_t> orderUndecided;  // per pair: 1 when the grid pairing left the board's order open
   int32_t viewCount = 0;
   CornerPairing pairing = CornerPairing::kNearest;
+  CornerSearch search = CornerSearch::kEngine;
   std::vector<GridPairing> gridPairings;     // per view, with the grid pairing
   std::vector<int32_t> repeatedCornerViews;  // views whose second list holds one corner twice
   int32_t viewsWithoutTables = 0;  // views the distortion tables left uncorrected (beyond the first four)

@@ -1,6 +1,8 @@
 // Chessboard corner detection and the collection of calibration views.
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
+#include <limits>
 
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
@@ -38,6 +40,61 @@ bool FindCornersAtQuarterSize(const cv::Mat& image, cv::Size patternSize, int fl
   return found;
 }
 
+// The any-scale search: the first pass at a scale that brings the longer
+// side to at most kAnyScaleFirstSidePx, then twice as fine after each miss
+// up to full size; normalised and fast-checked at every scale.
+constexpr int kAnyScaleFirstSidePx = 2000;
+constexpr int kAnyScaleFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_FAST_CHECK;
+// Refinement half-window: this share of the corner's shortest square side,
+// within [kMinHalfWindowPx, kMaxHalfWindowPx], and never reaching past the
+// image's edge.
+constexpr double kHalfWindowShare = 0.3;
+constexpr int kMinHalfWindowPx = 2;
+constexpr int kMaxHalfWindowPx = 10;
+
+// Shortest distance from corner k to its neighbours in the grid.
+float ShortestSide(const std::vector<cv::Point2f>& corners, cv::Size patternSize, int k) {
+  const int w = patternSize.width, row = k / w, column = k % w;
+  float shortest = std::numeric_limits<float>::max();
+  for (const cv::Point step : {cv::Point(1, 0), cv::Point(-1, 0), cv::Point(0, 1), cv::Point(0, -1)}) {
+    const int r = row + step.y, c = column + step.x;
+    if (r < 0 || r >= patternSize.height || c < 0 || c >= w) continue;
+    shortest = std::min(shortest, static_cast<float>(cv::norm(corners[r * w + c] - corners[k])));
+  }
+  return shortest;
+}
+
+// Each corner refined on the full image in its own window.
+void RefineInSquareWindows(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
+  const std::vector<cv::Point2f> found = corners;
+  for (size_t k = 0; k < corners.size(); ++k) {
+    const cv::Point2f& p = found[k];
+    const float toEdge = std::min({p.x, p.y, image.cols - 1 - p.x, image.rows - 1 - p.y});
+    int half = static_cast<int>(kHalfWindowShare * ShortestSide(found, patternSize, static_cast<int>(k)));
+    half = std::clamp(std::min(half, static_cast<int>(toEdge) - 1), kMinHalfWindowPx, kMaxHalfWindowPx);
+    std::vector<cv::Point2f> one = {p};
+    cv::cornerSubPix(image, one, cv::Size(half, half), cv::Size(-1, -1),
+                     cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 40, 0.001));
+    corners[k] = one[0];
+  }
+}
+
+bool FindCornersAtAnyScale(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
+  const int side = std::max(image.cols, image.rows);
+  for (double scale = std::min(1.0, static_cast<double>(kAnyScaleFirstSidePx) / side);;
+       scale = std::min(1.0, 2.0 * scale)) {
+    cv::Mat reduced = image;
+    if (scale < 1.0) cv::resize(image, reduced, cv::Size(), scale, scale, cv::INTER_AREA);
+    if (cv::findChessboardCorners(reduced, patternSize, corners, kAnyScaleFlags)) {
+      // Pixel centres of the reduced image at (x + 0.5) / scale - 0.5 of the full one.
+      for (cv::Point2f& corner : corners) corner = (corner + cv::Point2f(0.5f, 0.5f)) / scale - cv::Point2f(0.5f, 0.5f);
+      RefineInSquareWindows(image, patternSize, corners);
+      return true;
+    }
+    if (scale >= 1.0) return false;
+  }
+}
+
 std::vector<cv::Point3f> BoardObjectPoints(int boardWidth, int boardHeight, float squareSize) {
   std::vector<cv::Point3f> points;
   for (int i = 0; i < boardHeight; ++i) {
@@ -53,8 +110,14 @@ bool dualCalibration::detectChessboardCorners(const cv::Mat& mainImage, const cv
                                               std::vector<cv::Point2f>& corners2) {
   mLastGridPairing = GridPairing();
   std::vector<cv::Point2f> found1, found2;
-  const bool mainFound = FindCornersAtQuarterSize(mainImage, patternSize, kMainSearchFlags, found1);
-  const bool secondFound = FindCornersAtQuarterSize(secondImage, patternSize, kSecondSearchFlags, found2);
+  bool mainFound = false, secondFound = false;
+  if (mCornerSearch == CornerSearch::kAnyScale) {
+    mainFound = FindCornersAtAnyScale(mainImage, patternSize, found1);
+    secondFound = mainFound && FindCornersAtAnyScale(secondImage, patternSize, found2);
+  } else {
+    mainFound = FindCornersAtQuarterSize(mainImage, patternSize, kMainSearchFlags, found1);
+    secondFound = FindCornersAtQuarterSize(secondImage, patternSize, kSecondSearchFlags, found2);
+  }
   if (!mainFound) corners1 = found1;
   if (!secondFound) corners2 = found2;
   if (!(mainFound && secondFound)) {

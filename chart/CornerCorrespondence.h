@@ -13,6 +13,12 @@ enum class CornerPairing : int32_t {
   kGrid = 1,     // matchCornerGridOrder
 };
 
+// Which chessboard search detectChessboardCorners runs.
+enum class CornerSearch : int32_t {
+  kEngine = 0,    // quarter size, corners times 4, a (10, 10) refinement window: the library's own
+  kAnyScale = 1,  // a scale chosen from the image, finer where that fails, a window sized to each square
+};
+
 // The symmetric orders of a W x H grid as the detector may list it: the
 // second list's corner (row i, column j) of the main list's order is taken
 // from row r, column c of its own list after optional transposition (square

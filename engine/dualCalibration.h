@@ -186,14 +186,19 @@ class dualCalibration final : public CFilter {
                                    const std::vector<cv::Point2f>& corners2, cv::Size patternSize,
                                    const cv::Mat& image1, const cv::Mat& image2, std::vector<cv::Point2f>& matched1,
                                    std::vector<cv::Point2f>& matched2) const;
-  // The pairing detectChessboardCorners runs, and what the grid pairing
-  // chose for the last board it paired.
+  // The pairing and the search detectChessboardCorners runs, and what the
+  // grid pairing chose for the last board it paired.
   CornerPairing mCornerPairing = CornerPairing::kNearest;
+  CornerSearch mCornerSearch = CornerSearch::kEngine;
   GridPairing mLastGridPairing;
 
   // Searches both images at quarter size (the second without the fast
   // check), refines the corners on the full images and pairs them with
-  // mCornerPairing. True when the board was found in both and, with the grid
+  // mCornerPairing. With mCornerSearch kAnyScale each image is searched
+  // from a scale at which its longer side is at most 2000 px, twice as fine
+  // after each miss up to full size, the corners refined in windows sized
+  // to their squares, and the second image only when the main image shows
+  // the board. True when the board was found in both and, with the grid
   // pairing, its order decided; label appears in the messages only.
   bool detectChessboardCorners(const cv::Mat& mainImage, const cv::Mat& secondImage, int label,
                                cv::Size patternSize, std::vector<cv::Point2f>& corners1,

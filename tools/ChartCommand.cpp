@@ -50,6 +50,7 @@ std::string ViewLabel(size_t view, const char* what) {
 }
 
 const char* PairingName(CornerPairing pairing) { return pairing == CornerPairing::kGrid ? "grid" : "nearest"; }
+const char* SearchName(CornerSearch search) { return search == CornerSearch::kAnyScale ? "any-scale" : "engine"; }
 
 // "1, 4, 7" from 0-based indices.
 std::string OneBasedList(const std::vector<int32_t>& indices) {
@@ -64,6 +65,9 @@ bool IsOutlier(const ChartSummary& summary, size_t view) {
 }
 
 void PrintPairing(const ChartSummary& summary) {
+  std::printf("corners:          %s\n", summary.search == CornerSearch::kAnyScale
+                                             ? "any-scale (scale from the image, windows sized to the squares)"
+                                             : "engine (quarter size, window 21 x 21)");
   std::printf("pairing:          %s\n", PairingName(summary.pairing));
   for (size_t k = 0; k < summary.gridPairings.size(); ++k) {
     const GridPairing& pairing = summary.gridPairings[k];
@@ -191,6 +195,7 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
         {"rotation_z", c.rotationZ}, {"stereo_reprojection", c.stereoReprojection},
         {"translation_x", c.translationX}, {"translation_y", c.translationY}, {"translation_z", c.translationZ}}},
       {"pairing", PairingName(summary.pairing)},
+      {"corner_search", SearchName(summary.search)},
       {"quick_rejected", summary.quickRejected},
       {"order_undecided", summary.orderUndecided},
       {"outlier_views", summary.outlierViews},
@@ -227,6 +232,12 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
       ->transform(CLI::CheckedTransformer(
           std::map<std::string, CornerPairing>{{"grid", CornerPairing::kGrid}, {"nearest", CornerPairing::kNearest}}))
       ->default_str("grid");
+  command.add_option("--corners", options.search,
+                     "Corner search: any-scale (a scale chosen from the image, finer where it fails, windows sized to "
+                     "the squares) or engine (the library's quarter-size search)")
+      ->transform(CLI::CheckedTransformer(std::map<std::string, CornerSearch>{{"any-scale", CornerSearch::kAnyScale},
+                                                                              {"engine", CornerSearch::kEngine}}))
+      ->default_str("any-scale");
   command.add_flag("!--no-quick-check", options.quickCheck,
                    "Search the second image in full even when the main image's quick board check finds no board");
   command.add_flag("--strict-translation", options.strictTranslation,
@@ -260,6 +271,7 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
   run.secondTablePath = withTables ? options.tables[1].c_str() : nullptr;
   run.pairing = options.pairing;
   run.quickCheck = options.quickCheck;
+  run.search = options.search;
   run.onPair = [&](size_t k, ChartPairResult result) {
     std::cout.flush();
     std::printf("pair %zu: %s %s: %s\n", k + 1, images[2 * k].c_str(), images[2 * k + 1].c_str(),

@@ -22,6 +22,7 @@ struct ChartOptions {
   double squareMm = 0.0;             // 0: nSquareSize counts as millimetres
   int sensorOrientationDeg = 90;     // of the main camera, for its pose rotation
   CornerPairing pairing = CornerPairing::kGrid;
+  CornerSearch search = CornerSearch::kAnyScale;
   bool quickCheck = true;
   bool dropOutliers = false;
   // The library checks the translation only when the stereo RMS is over its
