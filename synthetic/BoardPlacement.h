@@ -32,10 +32,11 @@ const char* PlacementName(Placement placement);
 
 // Poses drawn from a generator seeded with seed: every inner corner at least
 // kMinCornerMarginPx inside both images and inside both lenses' monotonic
-// radius, every square side at least minSquarePx * 0.5 in both images, and the
-// placement met (to within a pixel, or a tenth of borderPx when that is more). kCentre is RandomBoardPoses. Returns fewer
-// than count poses only when the rig cannot see the board that way.
-// A corner nearer the edge leaves no room for a refinement window.
+// radius, every square side at least minSquarePx * 0.5 in both images, and
+// the placement met (to within a pixel, or a tenth of borderPx when that is
+// more). kCentre is RandomBoardPoses. Returns fewer than count poses only
+// when the rig cannot see the board that way. A corner nearer the edge than
+// kMinCornerMarginPx leaves no room for a refinement window.
 constexpr double kMinCornerMarginPx = 8.0;
 std::vector<BoardPose> PlaceBoards(const StereoRig& rig, const ChessboardLayout& layout, int count, uint64_t seed,
                                    const PlacementOptions& options);

@@ -106,7 +106,8 @@ cv::Mat CaptureImage(cv::Mat radiance, int marginPx, const cv::Point2d& principa
     cv::filter2D(radiance, radiance, -1, MotionKernel(conditions.motionBlurPx, conditions.motionBlurAngleDeg));
   }
   if (marginPx > 0) {
-    radiance = radiance(cv::Rect(marginPx, marginPx, radiance.cols - 2 * marginPx, radiance.rows - 2 * marginPx)).clone();
+    const cv::Rect image(marginPx, marginPx, radiance.cols - 2 * marginPx, radiance.rows - 2 * marginPx);
+    radiance = radiance(image).clone();
   }
   if (conditions.vignetting < 1.0) Vignette(radiance, principalPoint, conditions.vignetting);
   if (conditions.exposure[camera] != 1.0) radiance *= conditions.exposure[camera];
