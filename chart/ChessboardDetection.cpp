@@ -48,9 +48,9 @@ constexpr int kAnyScaleFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMA
 // Refinement half-window: this share of the corner's shortest square side,
 // within [kMinHalfWindowPx, kMaxHalfWindowPx], and never reaching past the
 // image's edge.
-constexpr double kHalfWindowShare = 0.3;
+constexpr double kHalfWindowShare = 0.5;
 constexpr int kMinHalfWindowPx = 2;
-constexpr int kMaxHalfWindowPx = 10;
+constexpr int kMaxHalfWindowPx = 11;
 
 // Shortest distance from corner k to its neighbours in the grid.
 float ShortestSide(const std::vector<cv::Point2f>& corners, cv::Size patternSize, int k) {
