@@ -30,16 +30,6 @@ constexpr int kMaxChordDepth = 20;
 // radius, that a board is cut to before it is drawn through the lens.
 constexpr int kLensConeSides = 256;
 
-double SignedArea(const Polygon& polygon) {
-  double twiceArea = 0.0;
-  for (size_t i = 0; i < polygon.size(); ++i) {
-    const cv::Point2d& a = polygon[i];
-    const cv::Point2d& b = polygon[(i + 1) % polygon.size()];
-    twiceArea += a.x * b.y - b.x * a.y;
-  }
-  return 0.5 * twiceArea;
-}
-
 // One edge of a convex polygon of positive signed area as the line
 // normal . p + offset = 0, the normal of unit length pointing inside.
 struct InnerHalfPlane {

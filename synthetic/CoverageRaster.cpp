@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cmath>
 
-namespace {
-
 double SignedArea(const std::vector<cv::Point2d>& polygon) {
   double twiceArea = 0.0;
   for (size_t i = 0; i < polygon.size(); ++i) {
@@ -14,8 +12,6 @@ double SignedArea(const std::vector<cv::Point2d>& polygon) {
   }
   return 0.5 * twiceArea;
 }
-
-}  // namespace
 
 CoverageRaster::CoverageRaster(cv::Size size) : size_(size), cells_(size.height, size.width + 2, CV_32F, 0.0f) {}
 

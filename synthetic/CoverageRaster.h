@@ -10,6 +10,10 @@
 
 #include <opencv2/core.hpp>
 
+// The area of a closed polygon, positive when its vertices run
+// counter-clockwise in x-right, y-up axes (clockwise on the image).
+double SignedArea(const std::vector<cv::Point2d>& polygon);
+
 class CoverageRaster {
  public:
   explicit CoverageRaster(cv::Size size);
