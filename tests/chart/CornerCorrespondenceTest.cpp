@@ -108,8 +108,7 @@ TEST(CornerCorrespondence, GridPairingIsRightAtAnyRollBetweenTheViews) {
       testing::internal::CaptureStdout();
       const bool paired = engine->detectChessboardCorners(pair.mainImage, pair.secondImage, 1, board, corners1, corners2);
       testing::internal::GetCapturedStdout();
-      const int relativeDeg = std::min(rollDeg, 360 - rollDeg);
-      const bool symmetric = (board.width + board.height) % 2 == 0;
+      const int relativeDeg = std::min(rollDeg, 360 - rollDeg), symmetric = (board.width + board.height) % 2 == 0;
       if (symmetric && relativeDeg >= 60 && relativeDeg <= 120) {
         EXPECT_FALSE(paired);
         EXPECT_TRUE(engine->mLastGridPairing.undecided);

@@ -35,8 +35,7 @@ TEST(BoardPlacement, BoardsReachTheEdgesAndCornersAtAnyRoll) {
   } rows[] = {{Placement::kBorder, 1}, {Placement::kCorner, 2}, {Placement::kAnywhere, 0}};
   for (const auto& row : rows) {
     PlacementOptions options;
-    options.placement = row.placement;
-    options.maxRollDeg = 180.0;
+    options.placement = row.placement, options.maxRollDeg = 180.0;
     options.minSquarePx = 30.0, options.maxSquarePx = 60.0;
     options.borderPx = 20.0;
     const std::vector<BoardPose> poses = PlaceBoards(rig, layout, 12, 5, options);
