@@ -14,7 +14,6 @@
 // standard error.
 #include <CLI/CLI.hpp>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -44,6 +43,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "bench/SilencedOutput.h"
 #include "engine/dualCalibration.h"
 #include "synthetic/BoardPlacement.h"
 #include "synthetic/ChessboardRenderer.h"
@@ -280,31 +280,6 @@ struct PairDetection {
 enum Detector { kTool, kEngine, kOpenCv, kSb, kDetectorCount };
 const char* const kDetectorNames[kDetectorCount] = {"tool", "engine", "opencv", "sb"};
 
-// Sends standard output to /dev/null while alive: the engine prints its
-// progress there.
-class StdoutSilenced {
- public:
-  StdoutSilenced() {
-    std::cout.flush();
-    std::fflush(stdout);
-    mSaved = dup(STDOUT_FILENO);
-    const int devNull = open("/dev/null", O_WRONLY);
-    dup2(devNull, STDOUT_FILENO);
-    close(devNull);
-  }
-  ~StdoutSilenced() {
-    std::cout.flush();
-    std::fflush(stdout);
-    dup2(mSaved, STDOUT_FILENO);
-    close(mSaved);
-  }
-  StdoutSilenced(const StdoutSilenced&) = delete;
-  StdoutSilenced& operator=(const StdoutSilenced&) = delete;
-
- private:
-  int mSaved = -1;
-};
-
 std::unique_ptr<dualCalibration> ChartEngine() {
   auto engine = std::make_unique<dualCalibration>();
   ApplyExampleChartSettings(*engine);
@@ -321,7 +296,7 @@ PairDetection EngineSearch(dualCalibration& engine, const ImagePair& pair) {
   PairDetection detection;
   bool found = false;
   {
-    StdoutSilenced silenced;
+    SilencedOutput silenced({STDOUT_FILENO});
     const double start = CpuSeconds();
     found = engine.detectChessboardCorners(pair.first, pair.second, 1, kPatternSize, corners[0], corners[1]);
     detection.seconds = CpuSeconds() - start;
@@ -361,7 +336,7 @@ struct ToolRun {
 ToolRun RunTool(dualCalibration& engine, const std::vector<ImagePair>& pairs) {
   ToolRun run;
   ChartRunOptions options = ToolRunOptions();
-  StdoutSilenced silenced;
+  SilencedOutput silenced({STDOUT_FILENO});
   double last = CpuSeconds();
   options.onPair = [&](size_t, ChartPairResult result) {
     PairDetection detection;

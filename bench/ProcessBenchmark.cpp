@@ -5,9 +5,7 @@
 // BM_ProcessPeriodic runs PROCESS on a periodic texture (tile of 4 or 8 px)
 // on which ORB's scores tie: target about the time of a normal pair.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +20,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "api/Exports.h"
+#include "bench/SilencedOutput.h"
 #include "engine/dualCalibration.h"
 #include "synthetic/SyntheticScene.h"
 
@@ -63,34 +62,6 @@ void InitialiseRun(const RecordHomography& hOtp) {
   QLM_Calib_INIT(reinterpret_cast<unsigned char*>(paramPath.data()),
                  reinterpret_cast<unsigned char*>(recordPath.data()), record.bytes, 0, 0, 0, 0);
 }
-
-// Sends standard output and error to /dev/null while alive.
-class SilencedOutput {
- public:
-  SilencedOutput() {
-    std::fflush(nullptr);
-    mSavedOut = dup(STDOUT_FILENO);
-    mSavedErr = dup(STDERR_FILENO);
-    const int devNull = open("/dev/null", O_WRONLY);
-    dup2(devNull, STDOUT_FILENO);
-    dup2(devNull, STDERR_FILENO);
-    close(devNull);
-  }
-  ~SilencedOutput() {
-    std::cout.flush();
-    std::fflush(nullptr);
-    dup2(mSavedOut, STDOUT_FILENO);
-    dup2(mSavedErr, STDERR_FILENO);
-    close(mSavedOut);
-    close(mSavedErr);
-  }
-  SilencedOutput(const SilencedOutput&) = delete;
-  SilencedOutput& operator=(const SilencedOutput&) = delete;
-
- private:
-  int mSavedOut = -1;
-  int mSavedErr = -1;
-};
 
 double PeakResidentMiB() {
   rusage usage = {};
