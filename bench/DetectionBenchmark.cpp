@@ -608,6 +608,7 @@ struct BenchOptions {
   std::string only;
   double timeoutS = 10.0;
   uint64_t seed = 2024;
+  bool keepImages = false;  // writes each condition's board pairs under outDir/images/
 };
 
 struct ConditionResult {
@@ -647,7 +648,7 @@ PairDetection RunBoardPair(const Engines& engines, const PairDetection& toolDete
   for (int d = 0; d < kDetectorCount; ++d) AddBoardPair(detections[d], truths, result.tallies[d]);
   const bool fullSearchFound = detections[kEngine].images[0].found || detections[kOpenCv].images[0].found ||
                                detections[kSb].images[0].found;
-  result.quickFalseNegatives += fullSearchFound && !PassesQuickCheck(*engines.own, images);
+  result.quickFalseNegatives += fullSearchFound && !PassesQuickCheck(*engines.tool, images);
   std::cerr << " found " << FoundText(detections[kTool]) << " tool, " << FoundText(detections[kEngine])
             << " engine, " << FoundText(detections[kOpenCv]) << " opencv, " << FoundText(detections[kSb]) << " sb\n";
   return detections[kOpenCv];
@@ -661,7 +662,17 @@ void RunEmptyPair(const Engines& engines, const StereoRig& rig, const RenderOpti
       RunTool(*engines.tool, {images}).pairs[0], EngineSearch(*engines.own, images),
       PeerSearch(SampleSearch, images, options.timeoutS), PeerSearch(SectorSearch, images, options.timeoutS)};
   for (int d = 0; d < kDetectorCount; ++d) AddEmptyPair(detections[d], result.tallies[d]);
-  result.quickFalsePositives += PassesQuickCheck(*engines.own, images);
+  result.quickFalsePositives += PassesQuickCheck(*engines.tool, images);
+}
+
+// The pair as PNG files, named after the condition ('/' becomes '_') and the pair.
+void KeepImages(const Condition& condition, size_t k, const RenderedPair& pair, const std::string& outDir) {
+  std::string name = condition.name;
+  std::replace(name.begin(), name.end(), '/', '_');
+  const std::string stem = outDir + "/images/" + name + "_" + std::to_string(k + 1);
+  std::filesystem::create_directories(outDir + "/images");
+  cv::imwrite(stem + "_main.png", pair.mainImage);
+  cv::imwrite(stem + "_second.png", pair.secondImage);
 }
 
 ConditionResult RunCondition(const Condition& condition, const BenchOptions& options) {
@@ -676,6 +687,7 @@ ConditionResult RunCondition(const Condition& condition, const BenchOptions& opt
   for (size_t k = 0; k < poses.size(); ++k) {
     const RenderedPair pair = RenderPair(rig, kLayout, poses[k], render, BoardNoiseSeed(options.seed, k));
     images.emplace_back(pair.mainImage, pair.secondImage);
+    if (options.keepImages) KeepImages(condition, k, pair, options.outDir);
     mainTruths.push_back(TruthOf(pair.mainCorners, rig.main.size));
     secondTruths.push_back(TruthOf(pair.secondCorners, rig.second.size));
   }
@@ -781,9 +793,9 @@ std::string TableHeader(const BenchOptions& options) {
           "images without one.\n"
           "# s_board, s_empty: mean CPU time (s) of the search per pair with and without a board; machine-dependent.\n"
           "# tool: the driver's time per pair, quick check included (its first pair's includes the run's intake).\n"
-          "# qc_fn, qc_fp: the quick check (passesQuickBoardCheck) on the main image, which the driver checks: "
-          "images it rejected though\n# the engine or a peer found the board, and images without a board it "
-          "passed.\n"
+          "# qc_fn, qc_fp: the tool's quick check (passesQuickBoardCheck under the tool's corner search) on the "
+          "main image, which decides\n# whether the driver searches the second: images it rejected though the "
+          "engine or a peer found the board,\n# and images without a board it passed.\n"
           "# views, st_rms, dT, dfx: calibration on the pairs found (tool: runChartCalibration; opencv: "
           "calibrateCamera per camera, then\n# stereoCalibrate with CALIB_USE_INTRINSIC_GUESS, corners in board "
           "order): views, stereo RMS (px), |T| - true |T| (units),\n# main fx - true fx (px); '-' without a "
@@ -991,6 +1003,7 @@ int main(int argc, char** argv) {
       ->check(CLI::PositiveNumber)
       ->capture_default_str();
   app.add_option("--seed", options.seed, "Seed of the board poses and the noise")->capture_default_str();
+  app.add_flag("--keep-images", options.keepImages, "Write the board pairs as PNG files under OUT/images/");
   CLI11_PARSE(app, argc, argv);
   // The OpenCV searches run in forked children, which must not inherit a
   // thread pool: every search, the engine's too, runs on one thread.

@@ -1,5 +1,6 @@
 // Chessboard corner detection and the collection of calibration views.
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <iostream>
 #include <limits>
@@ -40,17 +41,28 @@ bool FindCornersAtQuarterSize(const cv::Mat& image, cv::Size patternSize, int fl
   return found;
 }
 
-// The any-scale search: the first pass at a scale that brings the longer
-// side to at most kAnyScaleFirstSidePx, then twice as fine after each miss
-// up to full size; normalised and fast-checked at every scale.
+// The any-scale search: quad passes (findChessboardCorners), the first at a
+// scale that brings the longer side to at most kAnyScaleFirstSidePx, then
+// twice as fine after each miss; a step that would come within
+// kFullSizeStep of full size goes to full size. Where every quad pass
+// misses, one sector pass (findChessboardCornersSB) at a longer side of at
+// most kSectorSidePx finds boards whose outer squares leave the image and
+// boards the fast check turns away, in a time bounded by the image size.
 constexpr int kAnyScaleFirstSidePx = 2000;
+constexpr double kFullSizeStep = 0.7;
+constexpr int kSectorSidePx = 1000;
 constexpr int kAnyScaleFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_FAST_CHECK;
+constexpr int kSectorFlags = cv::CALIB_CB_NORMALIZE_IMAGE;
 // Refinement half-window: this share of the corner's shortest square side,
-// within [kMinHalfWindowPx, kMaxHalfWindowPx], and never reaching past the
-// image's edge.
+// at most the larger of kSharpHalfWindowPx and kEdgeWidths times the view's
+// edge blur (a soft edge needs a window over its whole profile), at least
+// kMinHalfWindowPx, and never reaching past the image's edge.
 constexpr double kHalfWindowShare = 0.5;
 constexpr int kMinHalfWindowPx = 2;
-constexpr int kMaxHalfWindowPx = 11;
+constexpr int kSharpHalfWindowPx = 11;
+constexpr double kEdgeWidths = 7.0;
+// Edge blur is measured within this radius of each corner.
+constexpr int kBlurProbeRadiusPx = 6;
 
 // Shortest distance from corner k to its neighbours in the grid.
 float ShortestSide(const std::vector<cv::Point2f>& corners, cv::Size patternSize, int k) {
@@ -64,14 +76,42 @@ float ShortestSide(const std::vector<cv::Point2f>& corners, cv::Size patternSize
   return shortest;
 }
 
+// Gaussian sigma (px) of the edges at one corner: a step of contrast C
+// blurred by sigma has a steepest slope of C / (sigma * sqrt(2 pi)).
+double EdgeSigmaAt(const cv::Mat& image, cv::Point2f corner) {
+  const cv::Rect probe = cv::Rect(cvRound(corner.x) - kBlurProbeRadiusPx, cvRound(corner.y) - kBlurProbeRadiusPx,
+                                  2 * kBlurProbeRadiusPx + 1, 2 * kBlurProbeRadiusPx + 1) &
+                         cv::Rect(0, 0, image.cols, image.rows);
+  if (probe.width < 3 || probe.height < 3) return 0.0;
+  cv::Mat patch, dx, dy, magnitude;
+  cv::blur(image(probe), patch, cv::Size(3, 3), cv::Point(-1, -1), cv::BORDER_REPLICATE);
+  patch.convertTo(patch, CV_32F);
+  cv::Sobel(patch, dx, CV_32F, 1, 0, 3, 1.0 / 8.0, 0.0, cv::BORDER_REPLICATE);
+  cv::Sobel(patch, dy, CV_32F, 0, 1, 3, 1.0 / 8.0, 0.0, cv::BORDER_REPLICATE);
+  cv::magnitude(dx, dy, magnitude);
+  double lowest = 0.0, highest = 0.0, steepest = 0.0;
+  cv::minMaxLoc(patch, &lowest, &highest);
+  cv::minMaxLoc(magnitude, nullptr, &steepest);
+  return steepest > 0.0 ? (highest - lowest) / (steepest * std::sqrt(2.0 * CV_PI)) : 0.0;
+}
+
+// The view's edge blur: the median over its corners.
+double ViewEdgeSigma(const cv::Mat& image, const std::vector<cv::Point2f>& corners) {
+  std::vector<double> sigmas;
+  for (const cv::Point2f& corner : corners) sigmas.push_back(EdgeSigmaAt(image, corner));
+  std::nth_element(sigmas.begin(), sigmas.begin() + sigmas.size() / 2, sigmas.end());
+  return sigmas[sigmas.size() / 2];
+}
+
 // Each corner refined on the full image in its own window.
 void RefineInSquareWindows(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
   const std::vector<cv::Point2f> found = corners;
+  const int widest = std::max(kSharpHalfWindowPx, static_cast<int>(kEdgeWidths * ViewEdgeSigma(image, found)));
   for (size_t k = 0; k < corners.size(); ++k) {
     const cv::Point2f& p = found[k];
     const float toEdge = std::min({p.x, p.y, image.cols - 1 - p.x, image.rows - 1 - p.y});
     int half = static_cast<int>(kHalfWindowShare * ShortestSide(found, patternSize, static_cast<int>(k)));
-    half = std::clamp(std::min(half, static_cast<int>(toEdge) - 1), kMinHalfWindowPx, kMaxHalfWindowPx);
+    half = std::max(std::min({half, widest, static_cast<int>(toEdge) - 1}), kMinHalfWindowPx);
     std::vector<cv::Point2f> one = {p};
     cv::cornerSubPix(image, one, cv::Size(half, half), cv::Size(-1, -1),
                      cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 40, 0.001));
@@ -79,20 +119,41 @@ void RefineInSquareWindows(const cv::Mat& image, cv::Size patternSize, std::vect
   }
 }
 
-bool FindCornersAtAnyScale(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
-  const int side = std::max(image.cols, image.rows);
-  for (double scale = std::min(1.0, static_cast<double>(kAnyScaleFirstSidePx) / side);;
-       scale = std::min(1.0, 2.0 * scale)) {
-    cv::Mat reduced = image;
-    if (scale < 1.0) cv::resize(image, reduced, cv::Size(), scale, scale, cv::INTER_AREA);
-    if (cv::findChessboardCorners(reduced, patternSize, corners, kAnyScaleFlags)) {
-      // Pixel centres of the reduced image at (x + 0.5) / scale - 0.5 of the full one.
-      for (cv::Point2f& corner : corners) corner = (corner + cv::Point2f(0.5f, 0.5f)) / scale - cv::Point2f(0.5f, 0.5f);
-      RefineInSquareWindows(image, patternSize, corners);
+double ScaleForSide(const cv::Mat& image, int sidePx) {
+  return std::min(1.0, static_cast<double>(sidePx) / std::max(image.cols, image.rows));
+}
+
+cv::Mat Reduced(const cv::Mat& image, double scale) {
+  cv::Mat reduced = image;
+  if (scale < 1.0) cv::resize(image, reduced, cv::Size(), scale, scale, cv::INTER_AREA);
+  return reduced;
+}
+
+// Corners found at the given scale, moved to the full image: pixel centres
+// of the reduced image lie at (x + 0.5) / scale - 0.5 of the full one.
+void ToFullScale(std::vector<cv::Point2f>& corners, double scale) {
+  for (cv::Point2f& corner : corners) corner = (corner + cv::Point2f(0.5f, 0.5f)) / scale - cv::Point2f(0.5f, 0.5f);
+}
+
+bool SearchAnyScale(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
+  for (double scale = ScaleForSide(image, kAnyScaleFirstSidePx);;
+       scale = 2.0 * scale >= kFullSizeStep ? 1.0 : 2.0 * scale) {
+    if (cv::findChessboardCorners(Reduced(image, scale), patternSize, corners, kAnyScaleFlags)) {
+      ToFullScale(corners, scale);
       return true;
     }
-    if (scale >= 1.0) return false;
+    if (scale >= 1.0) break;
   }
+  const double scale = ScaleForSide(image, kSectorSidePx);
+  if (!cv::findChessboardCornersSB(Reduced(image, scale), patternSize, corners, kSectorFlags)) return false;
+  ToFullScale(corners, scale);
+  return true;
+}
+
+bool FindCornersAtAnyScale(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
+  if (!SearchAnyScale(image, patternSize, corners)) return false;
+  RefineInSquareWindows(image, patternSize, corners);
+  return true;
 }
 
 std::vector<cv::Point3f> BoardObjectPoints(int boardWidth, int boardHeight, float squareSize) {
@@ -160,5 +221,6 @@ int dualCalibration::findImagePoints(const cv::Mat& mainImage, const cv::Mat& se
 
 bool dualCalibration::passesQuickBoardCheck(const cv::Mat& image, cv::Size patternSize) const {
   std::vector<cv::Point2f> corners;
+  if (mCornerSearch == CornerSearch::kAnyScale) return SearchAnyScale(image, patternSize, corners);
   return SearchAtQuarterSize(image, patternSize, kMainSearchFlags, corners);
 }

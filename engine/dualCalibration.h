@@ -207,10 +207,10 @@ class dualCalibration final : public CFilter {
   // found in both 8-bit grey images: 1; otherwise 0 and no list changes.
   // viewIndex names the stored view drawn while bSaveDebugInfo is set.
   int findImagePoints(const cv::Mat& mainImage, const cv::Mat& secondImage, int viewIndex);
-  // The main image's quarter-size search, fast check included, on any
-  // image: true when it finds the board. On a main image it is the first
-  // half of detectChessboardCorners, so a pair it turns away is one that
-  // search would not make a view.
+  // The main image's search under mCornerSearch, on any image, without
+  // the refinement: true when it finds the board. On a main image it is the
+  // first half of detectChessboardCorners, so a pair it turns away is one
+  // that search would not make a view.
   bool passesQuickBoardCheck(const cv::Mat& image, cv::Size patternSize) const;
 
   // Calibrates each camera from the view lists into K1/D1 and K2/D2 (the
