@@ -1,10 +1,13 @@
 // The chart calibration at full sensor size: the whole driver on eight
-// rendered 4000 x 3000 pairs, and on a pair without a board, with and
-// without the quick board check of the main image (without it, the second
-// image is searched in full without the fast check). The stages print their
+// rendered 4000 x 3000 pairs; on twenty with the engine's corner search and
+// with the any-scale search, timed in one run for their ratio; and on a pair
+// without a board, with and without the quick board check of the main image
+// (without it, the engine's search looks at the second image in full
+// without the fast check), under either search. The stages print their
 // progress; the figures follow it.
 #include <benchmark/benchmark.h>
 
+#include <chrono>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -50,6 +53,31 @@ void BM_ChartDriverEightPairs(benchmark::State& state) {
 }
 BENCHMARK(BM_ChartDriverEightPairs)->Unit(benchmark::kMillisecond)->Iterations(2);
 
+double SecondsOfRun(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs, CornerSearch search, benchmark::State& state) {
+  auto engine = ChartEngine();
+  ChartRunOptions options;
+  options.search = search;
+  const auto start = std::chrono::steady_clock::now();
+  const ChartSummary summary = engine->runChartCalibration(pairs, options);
+  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  if (summary.status != kChartOk) state.SkipWithError(summary.message.c_str());
+  return seconds;
+}
+
+// Twenty pairs under both searches in one run: their times and the ratio
+// of the any-scale search's to the engine's.
+void BM_ChartDriverTwentyPairsBothSearches(benchmark::State& state) {
+  const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = RenderedPairs(20);
+  for (auto _ : state) {
+    const double engineSeconds = SecondsOfRun(pairs, CornerSearch::kEngine, state);
+    const double anyScaleSeconds = SecondsOfRun(pairs, CornerSearch::kAnyScale, state);
+    state.counters["engineS"] = engineSeconds;
+    state.counters["anyScaleS"] = anyScaleSeconds;
+    state.counters["ratio"] = anyScaleSeconds / engineSeconds;
+  }
+}
+BENCHMARK(BM_ChartDriverTwentyPairsBothSearches)->Unit(benchmark::kMillisecond)->Iterations(1);
+
 // A scene without a board: flat grey with sensor noise (argument 0), or
 // with blotchy texture of about 50 px features and a spread of about 30
 // grey levels under the same noise (argument 1).
@@ -68,12 +96,14 @@ cv::Mat SceneWithoutBoard(bool textured, uint64_t seed) {
   return grey;
 }
 
-// Arguments: scene (0 flat, 1 textured), quick check (0 off, 1 on).
+// Arguments: scene (0 flat, 1 textured), quick check (0 off, 1 on), corner
+// search (0 engine, 1 any-scale).
 void BM_ChartDriverPairWithoutBoard(benchmark::State& state) {
   const bool textured = state.range(0) != 0;
   const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = {{SceneWithoutBoard(textured, 1), SceneWithoutBoard(textured, 2)}};
   ChartRunOptions options;
   options.quickCheck = state.range(1) != 0;
+  options.search = static_cast<CornerSearch>(state.range(2));
   auto engine = ChartEngine();
   for (auto _ : state) {
     const ChartSummary summary = engine->runChartCalibration(pairs, options);
@@ -81,7 +111,7 @@ void BM_ChartDriverPairWithoutBoard(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_ChartDriverPairWithoutBoard)
-    ->ArgsProduct({{0, 1}, {0, 1}})
+    ->ArgsProduct({{0, 1}, {0, 1}, {0, 1}})
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1);
 

@@ -43,15 +43,19 @@ bool FindCornersAtQuarterSize(const cv::Mat& image, cv::Size patternSize, int fl
 
 // The any-scale search: quad passes (findChessboardCorners), the first at a
 // scale that brings the longer side to at most kAnyScaleFirstSidePx, then
-// twice as fine after each miss; a step that would come within
-// kFullSizeStep of full size goes to full size. Where every quad pass
-// misses, one sector pass (findChessboardCornersSB) at a longer side of at
-// most kSectorSidePx finds boards whose outer squares leave the image and
-// boards the fast check turns away, in a time bounded by the image size.
+// twice as fine while the image shows no checker squares at all (the
+// board's squares too small at that scale; the fast check decides); a step
+// that would come within kFullSizeStep of full size goes to full size.
+// Where a pass saw checker squares but found no board, one sector pass
+// (findChessboardCornersSB) at a longer side of at most kSectorSidePx finds
+// boards whose outer squares leave the image, in a time bounded by the
+// image size. A flat scene costs the fast checks only.
 constexpr int kAnyScaleFirstSidePx = 2000;
 constexpr double kFullSizeStep = 0.7;
 constexpr int kSectorSidePx = 1000;
-constexpr int kAnyScaleFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_NORMALIZE_IMAGE | cv::CALIB_CB_FAST_CHECK;
+// Without normalisation: it turns sensor noise on a flat scene into a
+// checker-like texture that passes the fast check.
+constexpr int kAnyScaleFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_FAST_CHECK;
 constexpr int kSectorFlags = cv::CALIB_CB_NORMALIZE_IMAGE;
 // Refinement half-window: this share of the corner's shortest square side,
 // at most the larger of kSharpHalfWindowPx and kEdgeWidths times the view's
@@ -136,14 +140,22 @@ void ToFullScale(std::vector<cv::Point2f>& corners, double scale) {
 }
 
 bool SearchAnyScale(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
-  for (double scale = ScaleForSide(image, kAnyScaleFirstSidePx);;
+  bool sawChecker = false;
+  for (double scale = ScaleForSide(image, kAnyScaleFirstSidePx), first = scale;;
        scale = 2.0 * scale >= kFullSizeStep ? 1.0 : 2.0 * scale) {
-    if (cv::findChessboardCorners(Reduced(image, scale), patternSize, corners, kAnyScaleFlags)) {
-      ToFullScale(corners, scale);
-      return true;
+    const cv::Mat reduced = Reduced(image, scale);
+    // A finer pass runs only where its image shows checker squares.
+    if (scale == first || cv::checkChessboard(reduced, patternSize)) {
+      if (cv::findChessboardCorners(reduced, patternSize, corners, kAnyScaleFlags)) {
+        ToFullScale(corners, scale);
+        return true;
+      }
+      // Squares of a checker seen at this scale: finer scales show no more.
+      sawChecker = scale != first || cv::checkChessboard(reduced, patternSize);
     }
-    if (scale >= 1.0) break;
+    if (sawChecker || scale >= 1.0) break;
   }
+  if (!sawChecker) return false;
   const double scale = ScaleForSide(image, kSectorSidePx);
   if (!cv::findChessboardCornersSB(Reduced(image, scale), patternSize, corners, kSectorFlags)) return false;
   ToFullScale(corners, scale);
