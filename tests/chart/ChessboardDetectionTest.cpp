@@ -114,10 +114,11 @@ TEST(ChessboardDetection, BoardNotFoundInBothImagesChangesNoView) {
   }
 }
 
-// Where the quarter-size search loses the board, the any-scale search finds every pair that plain OpenCV's full-size
-// search finds in both images past its fast check, and puts the corners within 0.1 px RMS of the truth: boards 20 px from the edge of a
-// 2000 x 1500 ultra-wide (k1 -0.36 and -0.32), and in its corners; squares of 12 px; a 4000 x 3000 capture with squares
-// of 20 px, blurred, noisy and JPEG-compressed.
+// Where the quarter-size search loses the board, the any-scale search finds every pair, and puts the corners within
+// 0.1 px RMS of the truth: boards 20 px from the edge of a 2000 x 1500 ultra-wide (k1 -0.36 and -0.32), and in its
+// corners, one of each that only the sector pass finds; squares of 12 px; a 4000 x 3000 capture with squares of
+// 20 px, blurred, noisy and JPEG-compressed. Out of focus (sigma 3 px) the windows widen to the blur and the corners
+// come within 0.006 px, where 11-px windows leave 0.008.
 TEST(ChessboardDetection, AnyScaleSearchFindsBoardsAtTheEdgeAndWithSmallSquares) {
   const struct {
     const char* name;
@@ -126,10 +127,12 @@ TEST(ChessboardDetection, AnyScaleSearchFindsBoardsAtTheEdgeAndWithSmallSquares)
     Placement placement;
     double minSquarePx, maxSquarePx;
     bool phoneCapture;
-  } scenes[] = {{"lens border", kImageSize, -0.36, 0.14, Placement::kBorder, 48.0, 120.0, false},
-                {"lens corner", kImageSize, -0.36, 0.14, Placement::kCorner, 48.0, 120.0, false},
-                {"squares 12", kImageSize, 0.0, 0.0, Placement::kAnywhere, 12.0, 15.0, false},
-                {"12 MP", {4000, 3000}, 0.0, 0.0, Placement::kAnywhere, 20.0, 30.0, true}};
+    double blurSigmaPx, maxRmsPx;
+  } scenes[] = {{"lens border", kImageSize, -0.36, 0.14, Placement::kBorder, 48.0, 120.0, false, 0.0, 0.1},
+                {"lens corner", kImageSize, -0.36, 0.14, Placement::kCorner, 48.0, 120.0, false, 0.0, 0.1},
+                {"squares 12", kImageSize, 0.0, 0.0, Placement::kAnywhere, 12.0, 15.0, false, 0.0, 0.1},
+                {"12 MP", {4000, 3000}, 0.0, 0.0, Placement::kAnywhere, 20.0, 30.0, true, 0.8, 0.1},
+                {"out of focus", kImageSize, 0.0, 0.0, Placement::kAnywhere, 48.0, 120.0, false, 3.0, 0.006}};
   for (const auto& scene : scenes) {
     SCOPED_TRACE(scene.name);
     StereoRig rig = ExampleStereoRig(scene.size, scene.size);
@@ -138,7 +141,8 @@ TEST(ChessboardDetection, AnyScaleSearchFindsBoardsAtTheEdgeAndWithSmallSquares)
     PlacementOptions placement;
     placement.placement = scene.placement, placement.minSquarePx = scene.minSquarePx, placement.maxSquarePx = scene.maxSquarePx;
     RenderOptions capture;
-    if (scene.phoneCapture) capture.blurSigmaPx = 0.8, capture.noiseSigma = 2.0, capture.jpegQuality = 90;
+    capture.blurSigmaPx = scene.blurSigmaPx;
+    if (scene.phoneCapture) capture.noiseSigma = 2.0, capture.jpegQuality = 90;
     int views = 0;
     for (const BoardPose& pose : PlaceBoards(rig, ChessboardLayout(), 3, 7, placement)) {
       const RenderedPair pair = RenderPair(rig, ChessboardLayout(), pose, capture, 3);
@@ -148,10 +152,6 @@ TEST(ChessboardDetection, AnyScaleSearchFindsBoardsAtTheEdgeAndWithSmallSquares)
       CaptureStdout();
       const bool found = engine->detectChessboardCorners(pair.mainImage, pair.secondImage, 1, {9, 6}, corners1, corners2);
       GetCapturedStdout();
-      Corners peer;  // plain OpenCV (flags 3) past its fast check, which on AArch64 turns away one 12-px board
-      ASSERT_TRUE(found || !(cv::checkChessboard(pair.mainImage, {9, 6}) && cv::checkChessboard(pair.secondImage, {9, 6}) &&
-                             cv::findChessboardCorners(pair.mainImage, {9, 6}, peer, 3) &&
-                             cv::findChessboardCorners(pair.secondImage, {9, 6}, peer, 3)));
       if (!found) continue;
       ++views;
       // A 9 x 6 board read from its other end is the same board turned half a turn.
@@ -159,8 +159,8 @@ TEST(ChessboardDetection, AnyScaleSearchFindsBoardsAtTheEdgeAndWithSmallSquares)
       const double squares =
           std::min(std::pow(cv::norm(corners1, pair.mainCorners), 2) + std::pow(cv::norm(corners2, pair.secondCorners), 2),
                    std::pow(cv::norm(turned1, pair.mainCorners), 2) + std::pow(cv::norm(turned2, pair.secondCorners), 2));
-      EXPECT_LT(std::sqrt(squares / (2.0 * corners1.size())), 0.1);
+      EXPECT_LT(std::sqrt(squares / (2.0 * corners1.size())), scene.maxRmsPx);
     }
-    EXPECT_GE(views, 2);
+    EXPECT_EQ(views, 3);
   }
 }
