@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <utility>
 #include <string>
 
 #include <opencv2/calib3d.hpp>
 
+#include "chart/CornerQuality.h"
 #include "chart/ViewOutliers.h"
 #include "engine/dualCalibration.h"
 
@@ -65,9 +67,45 @@ bool HasRepeatedPoint(std::vector<cv::Point2f> points) {
   return std::adjacent_find(points.begin(), points.end()) != points.end();
 }
 
+// Removes the corners at the given grid indices (ascending) from the last view.
+void LeaveOutCorners(dualCalibration& engine, const std::vector<int32_t>& gridIndices) {
+  for (auto k = gridIndices.rbegin(); k != gridIndices.rend(); ++k) {
+    engine.mObjectPoints.back().erase(engine.mObjectPoints.back().begin() + *k);
+    engine.mImagePoints1.back().erase(engine.mImagePoints1.back().begin() + *k);
+    engine.mImagePoints2.back().erase(engine.mImagePoints2.back().begin() + *k);
+  }
+}
+
+void DropLastView(dualCalibration& engine) {
+  engine.mObjectPoints.pop_back();
+  engine.mImagePoints1.pop_back();
+  engine.mImagePoints2.pop_back();
+}
+
+// Judges the corners of the view just found: its unlocated corners leave the
+// view, or the view goes when more than half are unlocated or distortion
+// tables will correct the views (they need whole views). False when it went.
+bool JudgeCorners(dualCalibration& engine, bool withTables, ChartSummary& summary) {
+  const cv::Size patternSize(engine.m_nBoardWidth, engine.m_nBoardHeight);
+  const std::vector<cv::Point2f>& corners1 = engine.mImagePoints1.back();
+  const std::vector<cv::Point2f>& corners2 = engine.mImagePoints2.back();
+  ViewCornerQuality quality{CornerNeighbourResiduals(corners1, patternSize),
+                            CornerNeighbourResiduals(corners2, patternSize), UnlocatedCorners(corners1, patternSize)};
+  for (const int32_t k : UnlocatedCorners(corners2, patternSize)) quality.leftOut.push_back(k);
+  std::sort(quality.leftOut.begin(), quality.leftOut.end());
+  quality.leftOut.erase(std::unique(quality.leftOut.begin(), quality.leftOut.end()), quality.leftOut.end());
+  if (!quality.leftOut.empty() && (withTables || 2 * quality.leftOut.size() > corners1.size())) {
+    DropLastView(engine);
+    return false;
+  }
+  LeaveOutCorners(engine, quality.leftOut);
+  summary.cornerQuality.push_back(std::move(quality));
+  return true;
+}
+
 // One pair's search and what it added to the summary.
 ChartPairResult CollectView(dualCalibration& engine, const std::pair<cv::Mat, cv::Mat>& pair, bool quickCheck,
-                            ChartSummary& summary) {
+                            bool withTables, ChartSummary& summary) {
   const cv::Size patternSize(engine.m_nBoardWidth, engine.m_nBoardHeight);
   // The any-scale search looks at the second image only when the main image shows the board.
   const bool quickChecked = quickCheck && engine.mCornerSearch == CornerSearch::kEngine;
@@ -77,6 +115,9 @@ ChartPairResult CollectView(dualCalibration& engine, const std::pair<cv::Mat, cv
   const int viewIndex = static_cast<int>(engine.mImagePoints1.size());
   if (engine.findImagePoints(pair.first, pair.second, viewIndex) != 1) {
     return engine.mLastGridPairing.undecided ? ChartPairResult::kOrderUndecided : ChartPairResult::kNoBoard;
+  }
+  if (engine.mCornerSearch == CornerSearch::kAnyScale && !JudgeCorners(engine, withTables, summary)) {
+    return ChartPairResult::kCornersUnlocated;
   }
   if (engine.mCornerPairing == CornerPairing::kGrid) {
     summary.gridPairings.push_back(engine.mLastGridPairing);
@@ -105,10 +146,12 @@ void CollectViews(dualCalibration& engine, const std::vector<std::pair<cv::Mat, 
   summary.pairing = options.pairing;
   summary.search = options.search;
   for (size_t k = 0; k < pairs.size(); ++k) {
-    const ChartPairResult result = CollectView(engine, pairs[k], options.quickCheck, summary);
+    const ChartPairResult result =
+        CollectView(engine, pairs[k], options.quickCheck, options.mainTablePath != nullptr, summary);
     summary.viewsFound.push_back(result == ChartPairResult::kView);
     summary.quickRejected.push_back(result == ChartPairResult::kNoBoardQuickCheck);
     summary.orderUndecided.push_back(result == ChartPairResult::kOrderUndecided);
+    summary.cornersUnlocated.push_back(result == ChartPairResult::kCornersUnlocated);
     summary.viewCount += result == ChartPairResult::kView;
     if (options.onPair) options.onPair(k, result);
   }
@@ -234,6 +277,9 @@ void RemoveViews(dualCalibration& engine, const std::vector<int32_t>& views, Cha
     if (*view < static_cast<int32_t>(summary.gridPairings.size())) {
       summary.gridPairings.erase(summary.gridPairings.begin() + *view);
     }
+    if (*view < static_cast<int32_t>(summary.cornerQuality.size())) {
+      summary.cornerQuality.erase(summary.cornerQuality.begin() + *view);
+    }
     summary.viewsFound[pairOfView[*view]] = 0;
     uncorrectedRemoved += *view >= kChartMinViews;
   }
@@ -269,6 +315,8 @@ ChartSummary dualCalibration::recalibrateChartWithoutViews(const ChartSummary& f
     summary.viewsFound = first.viewsFound;
     summary.quickRejected = first.quickRejected;
     summary.orderUndecided = first.orderUndecided;
+    summary.cornersUnlocated = first.cornersUnlocated;
+    summary.cornerQuality = first.cornerQuality;
     summary.viewCount = first.viewCount;
     summary.pairing = first.pairing;
     summary.search = first.search;

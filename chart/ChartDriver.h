@@ -30,6 +30,7 @@ enum class ChartPairResult : int32_t {
   kNoBoard,            // the search did not find the board in both
   kNoBoardQuickCheck,  // the main image failed the quick board check; the second not searched
   kOrderUndecided,     // found in both, but the grid pairing could not tell the board's order
+  kCornersUnlocated,   // found in both, but more than half the corners unlocated, or any with distortion tables
 };
 
 // Told after each pair's chessboard search: the pair's index and its result.
@@ -47,6 +48,15 @@ struct ChartRunOptions {
   // after finding the board in the main image.
   bool quickCheck = true;
   ChartPairProgress onPair;
+};
+
+// How well the any-scale search located one view's corners: each grid
+// corner's neighbour residual (px, chart/CornerQuality.h) in either image,
+// and the grid indices of the corners left out of the view, unlocated in
+// either image.
+struct ViewCornerQuality {
+  std::vector<float> residuals1, residuals2;
+  std::vector<int32_t> leftOut;
 };
 
 // Views the stereo stage needs: its residue fit reads views 0 to 3.
@@ -85,10 +95,12 @@ struct ChartSummary {
   std::vector<int32_t> viewsFound;  // per pair: 1 when it became a view, 0 otherwise
   std::vector<int32_t> quickRejected;  // per pair: 1 when the quick board check turned it away
   std::vector<int32_t> orderUndecided;  // per pair: 1 when the grid pairing left the board's order open
+  std::vector<int32_t> cornersUnlocated;  // per pair: 1 when it was dropped for its unlocated corners
   int32_t viewCount = 0;
   CornerPairing pairing = CornerPairing::kNearest;
   CornerSearch search = CornerSearch::kEngine;
   std::vector<GridPairing> gridPairings;     // per view, with the grid pairing
+  std::vector<ViewCornerQuality> cornerQuality;  // per view, with the any-scale search
   std::vector<int32_t> repeatedCornerViews;  // views whose second list holds one corner twice
   int32_t viewsWithoutTables = 0;  // views the distortion tables left uncorrected (beyond the first four)
   double monoRms1 = 0.0;  // main camera, pixels

@@ -3,11 +3,11 @@
 #include <cmath>
 #include <cstdio>
 #include <iostream>
-#include <limits>
 
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "chart/CornerQuality.h"
 #include "distortion/ChartCorners.h"
 #include "engine/dualCalibration.h"
 
@@ -68,18 +68,6 @@ constexpr double kEdgeWidths = 7.0;
 // Edge blur is measured within this radius of each corner.
 constexpr int kBlurProbeRadiusPx = 6;
 
-// Shortest distance from corner k to its neighbours in the grid.
-float ShortestSide(const std::vector<cv::Point2f>& corners, cv::Size patternSize, int k) {
-  const int w = patternSize.width, row = k / w, column = k % w;
-  float shortest = std::numeric_limits<float>::max();
-  for (const cv::Point step : {cv::Point(1, 0), cv::Point(-1, 0), cv::Point(0, 1), cv::Point(0, -1)}) {
-    const int r = row + step.y, c = column + step.x;
-    if (r < 0 || r >= patternSize.height || c < 0 || c >= w) continue;
-    shortest = std::min(shortest, static_cast<float>(cv::norm(corners[r * w + c] - corners[k])));
-  }
-  return shortest;
-}
-
 // Gaussian sigma (px) of the edges at one corner: a step of contrast C
 // blurred by sigma has a steepest slope of C / (sigma * sqrt(2 pi)).
 double EdgeSigmaAt(const cv::Mat& image, cv::Point2f corner) {
@@ -114,7 +102,7 @@ void RefineInSquareWindows(const cv::Mat& image, cv::Size patternSize, std::vect
   for (size_t k = 0; k < corners.size(); ++k) {
     const cv::Point2f& p = found[k];
     const float toEdge = std::min({p.x, p.y, image.cols - 1 - p.x, image.rows - 1 - p.y});
-    int half = static_cast<int>(kHalfWindowShare * ShortestSide(found, patternSize, static_cast<int>(k)));
+    int half = static_cast<int>(kHalfWindowShare * ShortestSquareSide(found, patternSize, static_cast<int>(k)));
     half = std::max(std::min({half, widest, static_cast<int>(toEdge) - 1}), kMinHalfWindowPx);
     std::vector<cv::Point2f> one = {p};
     cv::cornerSubPix(image, one, cv::Size(half, half), cv::Size(-1, -1),

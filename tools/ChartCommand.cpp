@@ -74,6 +74,16 @@ void PrintPairing(const ChartSummary& summary) {
     std::printf("%s%s, homography fit %.4f px\n", ViewLabel(k, "order").c_str(),
                 pairing.order < 0 ? "none" : kGridOrders[pairing.order].name, pairing.residualPx);
   }
+  for (size_t k = 0; k < summary.cornerQuality.size(); ++k) {
+    const ViewCornerQuality& quality = summary.cornerQuality[k];
+    std::vector<float> residuals = quality.residuals1;
+    residuals.insert(residuals.end(), quality.residuals2.begin(), quality.residuals2.end());
+    std::sort(residuals.begin(), residuals.end());
+    std::printf("%sneighbour residual median %.4f px, max %.4f px", ViewLabel(k, "corners").c_str(),
+                residuals.empty() ? 0.0f : residuals[residuals.size() / 2], residuals.empty() ? 0.0f : residuals.back());
+    if (!quality.leftOut.empty()) std::printf("; unlocated, left out: %s", OneBasedList(quality.leftOut).c_str());
+    std::printf("\n");
+  }
   if (!summary.repeatedCornerViews.empty()) {
     std::printf("repeated corners: views %s (a second-image corner taken twice)\n",
                 OneBasedList(summary.repeatedCornerViews).c_str());
@@ -105,6 +115,9 @@ const char* PairResultText(ChartPairResult result) {
       return "board not found";
     case ChartPairResult::kNoBoardQuickCheck:
       return "board not found (quick check of the main image)";
+    case ChartPairResult::kCornersUnlocated:
+      return "board found in both, its corners not located (more than half, or any with distortion tables): "
+             "dropped";
     case ChartPairResult::kOrderUndecided:
       return "board found in both, its corner order not decided (a symmetric board turned between the views): "
              "dropped";
@@ -210,6 +223,15 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
     json["grid_pairing"] = orders;
   } else {
     json["repeated_corner_views"] = summary.repeatedCornerViews;
+  }
+  if (summary.search == CornerSearch::kAnyScale) {
+    nlohmann::json qualities = nlohmann::json::array();
+    for (const ViewCornerQuality& quality : summary.cornerQuality) {
+      qualities.push_back({{"neighbour_residual_px", {{"main", quality.residuals1}, {"second", quality.residuals2}}},
+                           {"left_out", quality.leftOut}});
+    }
+    json["corner_quality"] = qualities;
+    json["corners_unlocated"] = summary.cornersUnlocated;
   }
   if (summary.status == kChartOk) {
     json["K1"] = MatrixJson(engine.K1), json["K2"] = MatrixJson(engine.K2);
