@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstddef>
 #include <exception>
+#include <numeric>
 #include <utility>
 #include <string>
 
@@ -181,16 +183,76 @@ bool UndistortViews(dualCalibration& engine, ChartSummary& summary, const char* 
   return true;
 }
 
-// Each view's pose under the given intrinsics, then the per-view errors.
-std::vector<float> ViewErrors(const dualCalibration& engine, const std::vector<std::vector<cv::Point2f>>& imagePoints,
-                              const cv::Mat& cameraMatrix, const cv::Mat& distCoeffs) {
+// Each view's pose under the given intrinsics, then the per-view errors and
+// each corner's.
+struct MonoErrors {
+  std::vector<float> views;
+  std::vector<std::vector<float>> corners;
+};
+
+MonoErrors ErrorsOf(const dualCalibration& engine, const std::vector<std::vector<cv::Point2f>>& imagePoints,
+                    const cv::Mat& cameraMatrix, const cv::Mat& distCoeffs) {
   std::vector<cv::Mat> rvecs(imagePoints.size()), tvecs(imagePoints.size());
+  MonoErrors errors;
+  std::vector<cv::Point2f> projected;
   for (size_t k = 0; k < imagePoints.size(); ++k) {
     cv::solvePnP(engine.mObjectPoints[k], imagePoints[k], cameraMatrix, distCoeffs, rvecs[k], tvecs[k]);
+    cv::projectPoints(engine.mObjectPoints[k], rvecs[k], tvecs[k], cameraMatrix, distCoeffs, projected);
+    std::vector<float> corners;
+    for (size_t i = 0; i < projected.size(); ++i) {
+      corners.push_back(static_cast<float>(cv::norm(projected[i] - imagePoints[k][i])));
+    }
+    errors.corners.push_back(std::move(corners));
   }
-  std::vector<float> errors;
-  engine.computeReprojectionErrors(engine.mObjectPoints, imagePoints, rvecs, tvecs, cameraMatrix, distCoeffs, &errors);
+  engine.computeReprojectionErrors(engine.mObjectPoints, imagePoints, rvecs, tvecs, cameraMatrix, distCoeffs,
+                                   &errors.views);
   return errors;
+}
+
+// Positions (ascending) of one view's outlier corners in one camera: the
+// worst corner over the limit leaves and the pose is fitted again without
+// it, until none is over or more than half have left.
+std::vector<int32_t> PeelOutlierCorners(const std::vector<cv::Point3f>& board,
+                                        const std::vector<cv::Point2f>& image, const cv::Mat& cameraMatrix,
+                                        const cv::Mat& distCoeffs, double limit) {
+  std::vector<int32_t> kept(board.size()), peeled;
+  std::iota(kept.begin(), kept.end(), 0);
+  while (2 * peeled.size() <= board.size() && kept.size() >= 4) {
+    std::vector<cv::Point3f> keptBoard;
+    std::vector<cv::Point2f> keptImage, projected;
+    for (const int32_t k : kept) keptBoard.push_back(board[k]), keptImage.push_back(image[k]);
+    cv::Mat rvec, tvec;
+    cv::solvePnP(keptBoard, keptImage, cameraMatrix, distCoeffs, rvec, tvec);
+    cv::projectPoints(keptBoard, rvec, tvec, cameraMatrix, distCoeffs, projected);
+    size_t worst = 0;
+    for (size_t i = 1; i < kept.size(); ++i) {
+      if (cv::norm(projected[i] - keptImage[i]) > cv::norm(projected[worst] - keptImage[worst])) worst = i;
+    }
+    if (cv::norm(projected[worst] - keptImage[worst]) <= limit) break;
+    peeled.push_back(kept[worst]);
+    kept.erase(kept.begin() + static_cast<std::ptrdiff_t>(worst));
+  }
+  std::sort(peeled.begin(), peeled.end());
+  return peeled;
+}
+
+// The outliers by corner of both cameras after the mono stage.
+CornerOutliers FindOutlierCorners(const dualCalibration& engine, const ChartSummary& summary) {
+  const double limit1 = CornerOutlierLimit(summary.cornerErrors1), limit2 = CornerOutlierLimit(summary.cornerErrors2);
+  std::vector<std::vector<int32_t>> corners;
+  std::vector<size_t> counts;
+  for (size_t v = 0; v < engine.mObjectPoints.size(); ++v) {
+    std::vector<int32_t> view =
+        PeelOutlierCorners(engine.mObjectPoints[v], engine.mImagePoints1[v], engine.K1, engine.D1, limit1);
+    const std::vector<int32_t> second =
+        PeelOutlierCorners(engine.mObjectPoints[v], engine.mImagePoints2[v], engine.K2, engine.D2, limit2);
+    view.insert(view.end(), second.begin(), second.end());
+    std::sort(view.begin(), view.end());
+    view.erase(std::unique(view.begin(), view.end()), view.end());
+    corners.push_back(std::move(view));
+    counts.push_back(engine.mObjectPoints[v].size());
+  }
+  return WholeViewsOf(std::move(corners), counts, kChartMinViews);
 }
 
 // The mono stage's intrinsics with their deviations reordered from OpenCV's
@@ -219,14 +281,19 @@ ChartSummary& CalibrateViews(dualCalibration& engine, ChartSummary& summary) {
   summary.monoRms1 = engine.mMonoRMS1;
   summary.monoRms2 = engine.mMonoRMS2;
   if (!RunStage(summary, "mono view errors", [&] {
-        summary.viewErrors1 = ViewErrors(engine, engine.mImagePoints1, engine.K1, engine.D1);
-        summary.viewErrors2 = ViewErrors(engine, engine.mImagePoints2, engine.K2, engine.D2);
+        MonoErrors errors1 = ErrorsOf(engine, engine.mImagePoints1, engine.K1, engine.D1);
+        MonoErrors errors2 = ErrorsOf(engine, engine.mImagePoints2, engine.K2, engine.D2);
+        summary.viewErrors1 = std::move(errors1.views), summary.viewErrors2 = std::move(errors2.views);
+        summary.cornerErrors1 = std::move(errors1.corners), summary.cornerErrors2 = std::move(errors2.corners);
         summary.mono1 = MonoIntrinsicsOf(engine.K1, engine.D1, engine.mMonoStdDev1);
         summary.mono2 = MonoIntrinsicsOf(engine.K2, engine.D2, engine.mMonoStdDev2);
       })) {
     return summary;
   }
   summary.outlierViews = OutlierViewsOfEitherCamera(summary.viewErrors1, summary.viewErrors2);
+  if (!RunStage(summary, "outlier corners", [&] { summary.outlierCorners = FindOutlierCorners(engine, summary); })) {
+    return summary;
+  }
   if (!RunStage(summary, "stereoCalibration", [&] { engine.stereoCalibration(); })) return summary;
   // The platform result file and the preview read the second set and mSecondRotation.
   engine.mSecondResult = DeepCopy(engine.firstResultSet());
@@ -287,6 +354,33 @@ void RemoveViews(dualCalibration& engine, const std::vector<int32_t>& views, Cha
   if (summary.viewsWithoutTables > 0) summary.viewsWithoutTables -= uncorrectedRemoved;
 }
 
+// Grid index of a board point: its row and column from the square size.
+int32_t GridIndexOf(const cv::Point3f& point, float squareSize, int32_t boardWidth) {
+  return cvRound(point.y / squareSize) * boardWidth + cvRound(point.x / squareSize);
+}
+
+// Removes the given corners (positions within each view's lists,
+// ascending) from the views not in removedViews; returns the grid indices
+// of what it removed, per view.
+std::vector<std::vector<int32_t>> RemoveCorners(dualCalibration& engine,
+                                                const std::vector<std::vector<int32_t>>& corners,
+                                                const std::vector<int32_t>& removedViews) {
+  std::vector<std::vector<int32_t>> gridIndices(corners.size());
+  const float squareSize = static_cast<float>(std::max(engine.m_nSquareSize, 1));
+  for (size_t v = 0; v < corners.size() && v < engine.mObjectPoints.size(); ++v) {
+    if (std::binary_search(removedViews.begin(), removedViews.end(), static_cast<int32_t>(v))) continue;
+    std::vector<cv::Point3f>& board = engine.mObjectPoints[v];
+    for (auto k = corners[v].rbegin(); k != corners[v].rend(); ++k) {
+      if (*k < 0 || static_cast<size_t>(*k) >= board.size()) continue;
+      gridIndices[v].insert(gridIndices[v].begin(), GridIndexOf(board[*k], squareSize, engine.m_nBoardWidth));
+      board.erase(board.begin() + *k);
+      engine.mImagePoints1[v].erase(engine.mImagePoints1[v].begin() + *k);
+      engine.mImagePoints2[v].erase(engine.mImagePoints2[v].begin() + *k);
+    }
+  }
+  return gridIndices;
+}
+
 }  // namespace
 
 ChartSummary dualCalibration::runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
@@ -302,9 +396,15 @@ ChartSummary dualCalibration::runChartCalibration(const std::vector<std::pair<cv
 
 ChartSummary dualCalibration::recalibrateChartWithoutViews(const ChartSummary& first,
                                                            const std::vector<int32_t>& views) {
+  CornerOutliers outliers;
+  outliers.views = views;
+  return recalibrateChartWithout(first, outliers);
+}
+
+ChartSummary dualCalibration::recalibrateChartWithout(const ChartSummary& first, const CornerOutliers& outliers) {
   try {
     std::vector<int32_t> removed;
-    for (const int32_t view : views) {
+    for (const int32_t view : outliers.views) {
       if (view >= 0 && view < first.viewCount && view < static_cast<int32_t>(mImagePoints1.size())) {
         removed.push_back(view);
       }
@@ -323,6 +423,8 @@ ChartSummary dualCalibration::recalibrateChartWithoutViews(const ChartSummary& f
     summary.gridPairings = first.gridPairings;
     summary.repeatedCornerViews = first.repeatedCornerViews;
     summary.viewsWithoutTables = first.viewsWithoutTables;
+    summary.dropped.views = removed;
+    summary.dropped.corners = RemoveCorners(*this, outliers.corners, removed);
     RemoveViews(*this, removed, summary);
     return CalibrateViews(*this, summary);
   } catch (...) {

@@ -13,6 +13,7 @@
 #include <opencv2/core.hpp>
 
 #include "chart/CornerCorrespondence.h"
+#include "chart/ViewOutliers.h"
 
 // Status codes of the chart driver.
 enum ChartStatus : int32_t {
@@ -107,6 +108,7 @@ struct ChartSummary {
   double monoRms2 = 0.0;  // second camera, pixels
   std::vector<float> viewErrors1;  // per view, main camera, mono calibration, pixels
   std::vector<float> viewErrors2;  // per view, second camera
+  std::vector<std::vector<float>> cornerErrors1, cornerErrors2;  // per view and corner, as the view errors
   MonoIntrinsics mono1, mono2;     // main and second camera after the mono stage
   float stereoRms = 0.0f;
   cv::Vec3d T;                     // translation, unit of nSquareSize
@@ -115,4 +117,9 @@ struct ChartSummary {
   // Views whose mono error in either camera is more than three times that
   // camera's median view error (OutlierViewsOfEitherCamera).
   std::vector<int32_t> outlierViews;
+  // Views and corners that are outliers by corner (chart/ViewOutliers.h).
+  CornerOutliers outlierCorners;
+  // In a run again without outliers: the views of the first run it left out,
+  // and per view of the first run the grid indices of the corners it left out.
+  CornerOutliers dropped;
 };

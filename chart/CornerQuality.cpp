@@ -67,7 +67,8 @@ std::vector<float> CornerNeighbourResiduals(const std::vector<cv::Point2f>& corn
     offsets.clear(), positions.clear();
     Neighbours(corners, patternSize, excluded, k / patternSize.width, k % patternSize.width, offsets, positions);
     if (offsets.size() < 3) continue;
-    residuals[k] = static_cast<float>(cv::norm(Predicted(offsets, positions) - cv::Point2d(corners[k].x, corners[k].y)));
+    const cv::Point2d found(corners[k].x, corners[k].y);
+    residuals[k] = static_cast<float>(cv::norm(Predicted(offsets, positions) - found));
   }
   return residuals;
 }

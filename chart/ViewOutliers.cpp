@@ -1,6 +1,8 @@
 #include "chart/ViewOutliers.h"
 
 #include <algorithm>
+#include <numeric>
+#include <utility>
 
 namespace {
 
@@ -35,4 +37,36 @@ std::vector<int32_t> OutlierViewsOfEitherCamera(const std::vector<float>& errors
     }
   }
   return views;
+}
+
+bool CornerOutliers::empty() const {
+  return views.empty() && std::all_of(corners.begin(), corners.end(), [](const auto& c) { return c.empty(); });
+}
+
+double CornerOutlierLimit(const std::vector<std::vector<float>>& errors) {
+  std::vector<float> all;
+  for (const std::vector<float>& view : errors) all.insert(all.end(), view.begin(), view.end());
+  return kCornerOutlierMedianFactor * Median(all);
+}
+
+CornerOutliers WholeViewsOf(std::vector<std::vector<int32_t>> corners, const std::vector<size_t>& cornerCounts,
+                            int32_t minViews) {
+  const size_t views = std::min(corners.size(), cornerCounts.size());
+  CornerOutliers outliers;
+  corners.resize(views);
+  outliers.corners = std::move(corners);
+  std::vector<double> badShare(views, 0.0);
+  for (size_t v = 0; v < views; ++v) {
+    if (cornerCounts[v] > 0) badShare[v] = static_cast<double>(outliers.corners[v].size()) / cornerCounts[v];
+  }
+  std::vector<int32_t> order(views);
+  std::iota(order.begin(), order.end(), 0);
+  std::stable_sort(order.begin(), order.end(), [&](int32_t a, int32_t b) { return badShare[a] > badShare[b]; });
+  for (const int32_t v : order) {
+    if (badShare[v] <= 0.5 || static_cast<int32_t>(views - outliers.views.size()) <= minViews) break;
+    outliers.views.push_back(v);
+    outliers.corners[v].clear();
+  }
+  std::sort(outliers.views.begin(), outliers.views.end());
+  return outliers;
 }

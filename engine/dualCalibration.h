@@ -284,6 +284,9 @@ class dualCalibration final : public CFilter {
   // per-view lists), which are removed from the view lists; first is that
   // run's summary. Nothing throws.
   ChartSummary recalibrateChartWithoutViews(const ChartSummary& first, const std::vector<int32_t>& views);
+  // The same without the given outliers: their corners leave the other
+  // views' lists first. The summary's dropped field says what went.
+  ChartSummary recalibrateChartWithout(const ChartSummary& first, const CornerOutliers& outliers);
 
   // Bound parameter members, in declaration order (differs from registration order).
   int32_t m_nBoardWidth = 0, m_nBoardHeight = 0, m_nSquareSize = 0;

@@ -59,6 +59,19 @@ std::string OneBasedList(const std::vector<int32_t>& indices) {
   return list;
 }
 
+// "views 3, 7; corners 12, 40 of view 1; 3 of view 5" (1-based; corners by
+// their place in the grid, row by row).
+std::string DroppedText(const CornerOutliers& dropped) {
+  std::string text = dropped.views.empty() ? "" : "views " + OneBasedList(dropped.views);
+  std::string corners;
+  for (size_t v = 0; v < dropped.corners.size(); ++v) {
+    if (dropped.corners[v].empty()) continue;
+    corners += (corners.empty() ? "corners " : "; ") + OneBasedList(dropped.corners[v]) + " of view " +
+               std::to_string(v + 1);
+  }
+  return text + (text.empty() || corners.empty() ? "" : "; ") + corners;
+}
+
 bool IsOutlier(const ChartSummary& summary, size_t view) {
   return std::find(summary.outlierViews.begin(), summary.outlierViews.end(), static_cast<int32_t>(view)) !=
          summary.outlierViews.end();
@@ -79,8 +92,9 @@ void PrintPairing(const ChartSummary& summary) {
     std::vector<float> residuals = quality.residuals1;
     residuals.insert(residuals.end(), quality.residuals2.begin(), quality.residuals2.end());
     std::sort(residuals.begin(), residuals.end());
-    std::printf("%sneighbour residual median %.4f px, max %.4f px", ViewLabel(k, "corners").c_str(),
-                residuals.empty() ? 0.0f : residuals[residuals.size() / 2], residuals.empty() ? 0.0f : residuals.back());
+    const float median = residuals.empty() ? 0.0f : residuals[residuals.size() / 2];
+    std::printf("%sneighbour residual median %.4f px, max %.4f px", ViewLabel(k, "corners").c_str(), median,
+                residuals.empty() ? 0.0f : residuals.back());
     if (!quality.leftOut.empty()) std::printf("; unlocated, left out: %s", OneBasedList(quality.leftOut).c_str());
     std::printf("\n");
   }
@@ -266,7 +280,8 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
                    "Fail any translation over nMaxTransition (the library checks it only with the stereo RMS over "
                    "its limit)");
   command.add_flag("--drop-outliers", options.dropOutliers,
-                   "Calibrate again without the outlier views and report both runs");
+                   "Calibrate again without the outlier corners (over 5 x the median corner error; a view "
+                   "with more than half of them goes whole while 4 views stay) and report both runs");
   command.add_option("IMAGES", options.images, "MAIN1 SECOND1 [MAIN2 SECOND2 ...]");
   command.add_option("--pairs-dir", options.pairsDir, "Folder of NAME_main.EXT / NAME_second.EXT pairs");
   command.add_option("--pairs", options.pairsFile, "Text file with one pair 'MAIN SECOND' per line");
@@ -310,13 +325,15 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
   std::printf("\n== chart summary\n");
   PrintSummary(summary, options.strictTranslation);
   nlohmann::json json = ChartSummaryJson(summary, engine);
-  if (options.dropOutliers && summary.status == kChartOk && !summary.outlierViews.empty()) {
+  if (options.dropOutliers && summary.status == kChartOk && !summary.outlierCorners.empty()) {
     outcome.recalibrated = true;
-    outcome.withoutOutliers = engine.recalibrateChartWithoutViews(summary, summary.outlierViews);
+    outcome.withoutOutliers = engine.recalibrateChartWithout(summary, summary.outlierCorners);
     std::cout.flush();
-    std::printf("\n== chart summary without outlier views %s\n", OneBasedList(summary.outlierViews).c_str());
+    std::printf("\n== chart summary without outliers: %s\n", DroppedText(outcome.withoutOutliers.dropped).c_str());
     PrintSummary(outcome.withoutOutliers, options.strictTranslation);
     json["without_outliers"] = ChartSummaryJson(outcome.withoutOutliers, engine);
+    json["without_outliers"]["dropped"] = {{"views", outcome.withoutOutliers.dropped.views},
+                                           {"corners", outcome.withoutOutliers.dropped.corners}};
   }
   json["strict_translation"] = options.strictTranslation;
   json["checks_passed"] = outcome.Final().status == kChartOk &&

@@ -275,3 +275,31 @@ TEST(ChartDriver, GridPairingHoldsOnAPhoneRigWhereNearestPairingFails) {
   EXPECT_EQ(engine->R1.at<double>(0, 0), 7.0);
   EXPECT_NE(ReadFile(dir.File("calibrationResult.txt")).find("P1:[]\n"), std::string::npos);
 }
+
+// Outliers by corner: a corner pulled 4 px off in view 2 leaves its view, a view with 40 corners pulled off goes whole,
+// and the run again without them fits better; with four views none goes whole, only corners.
+TEST(ChartDriver, DropsOutlierCornersAndViewsWhileEnoughViewsStay) {
+  for (const size_t pairs : {6u, 4u}) {
+    auto engine = ChartEngine();
+    ChartRunOptions options;
+    options.onPair = [&](size_t k, ChartPairResult) {
+      if (k == 2) engine->mImagePoints1.back()[7] += cv::Point2f(4.0f, 0.0f);
+      for (int i = 0; k == 3 && i < 40; ++i) engine->mImagePoints2.back()[i] += cv::Point2f(3.0f, i % 2 ? 3.0f : -3.0f);
+    };
+    const ChartSummary first = RunDriver(*engine, FirstPairs(pairs), options);
+    ASSERT_EQ(first.status, kChartOk) << first.message;
+    const std::vector<int32_t> wholeViews = pairs == 6 ? std::vector<int32_t>{3} : std::vector<int32_t>{};
+    EXPECT_EQ(first.outlierCorners.views, wholeViews) << pairs;
+    EXPECT_EQ(first.outlierCorners.corners[2], std::vector<int32_t>{7}) << pairs;
+    testing::internal::CaptureStdout();
+    const ChartSummary rerun = engine->recalibrateChartWithout(first, first.outlierCorners);
+    testing::internal::GetCapturedStdout();
+    ASSERT_EQ(rerun.status, kChartOk) << rerun.message;
+    EXPECT_EQ(rerun.dropped.views, wholeViews);
+    EXPECT_EQ(rerun.dropped.corners[2], std::vector<int32_t>{7});
+    EXPECT_EQ(rerun.viewCount, static_cast<int32_t>(pairs - wholeViews.size()));
+    EXPECT_EQ(engine->mObjectPoints[2].size(), 53u);
+    EXPECT_EQ(engine->mObjectPoints[2][7], cv::Point3f(8 * 25.0f, 0.0f, 0.0f));
+    EXPECT_LT(rerun.monoRms1, 0.5 * first.monoRms1);
+  }
+}
