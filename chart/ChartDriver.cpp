@@ -69,12 +69,13 @@ bool HasRepeatedPoint(std::vector<cv::Point2f> points) {
   return std::adjacent_find(points.begin(), points.end()) != points.end();
 }
 
-// Removes the corners at the given grid indices (ascending) from the last view.
-void LeaveOutCorners(dualCalibration& engine, const std::vector<int32_t>& gridIndices) {
-  for (auto k = gridIndices.rbegin(); k != gridIndices.rend(); ++k) {
-    engine.mObjectPoints.back().erase(engine.mObjectPoints.back().begin() + *k);
-    engine.mImagePoints1.back().erase(engine.mImagePoints1.back().begin() + *k);
-    engine.mImagePoints2.back().erase(engine.mImagePoints2.back().begin() + *k);
+// Removes the corners at the given positions (ascending, within the view's
+// lists) from view v's board and image lists.
+void EraseCorners(dualCalibration& engine, size_t v, const std::vector<int32_t>& positions) {
+  for (auto k = positions.rbegin(); k != positions.rend(); ++k) {
+    engine.mObjectPoints[v].erase(engine.mObjectPoints[v].begin() + *k);
+    engine.mImagePoints1[v].erase(engine.mImagePoints1[v].begin() + *k);
+    engine.mImagePoints2[v].erase(engine.mImagePoints2[v].begin() + *k);
   }
 }
 
@@ -100,7 +101,7 @@ bool JudgeCorners(dualCalibration& engine, bool withTables, ChartSummary& summar
     DropLastView(engine);
     return false;
   }
-  LeaveOutCorners(engine, quality.leftOut);
+  EraseCorners(engine, engine.mObjectPoints.size() - 1, quality.leftOut);
   summary.cornerQuality.push_back(std::move(quality));
   return true;
 }
@@ -369,14 +370,13 @@ std::vector<std::vector<int32_t>> RemoveCorners(dualCalibration& engine,
   const float squareSize = static_cast<float>(std::max(engine.m_nSquareSize, 1));
   for (size_t v = 0; v < corners.size() && v < engine.mObjectPoints.size(); ++v) {
     if (std::binary_search(removedViews.begin(), removedViews.end(), static_cast<int32_t>(v))) continue;
-    std::vector<cv::Point3f>& board = engine.mObjectPoints[v];
-    for (auto k = corners[v].rbegin(); k != corners[v].rend(); ++k) {
-      if (*k < 0 || static_cast<size_t>(*k) >= board.size()) continue;
-      gridIndices[v].insert(gridIndices[v].begin(), GridIndexOf(board[*k], squareSize, engine.m_nBoardWidth));
-      board.erase(board.begin() + *k);
-      engine.mImagePoints1[v].erase(engine.mImagePoints1[v].begin() + *k);
-      engine.mImagePoints2[v].erase(engine.mImagePoints2[v].begin() + *k);
+    std::vector<int32_t> positions;
+    for (const int32_t k : corners[v]) {
+      if (k < 0 || static_cast<size_t>(k) >= engine.mObjectPoints[v].size()) continue;
+      positions.push_back(k);
+      gridIndices[v].push_back(GridIndexOf(engine.mObjectPoints[v][k], squareSize, engine.m_nBoardWidth));
     }
+    EraseCorners(engine, v, positions);
   }
   return gridIndices;
 }

@@ -105,8 +105,8 @@ double ViewEdgeSigma(const cv::Mat& image, const std::vector<cv::Point2f>& corne
 cv::Mat SmoothedBoardRegion(const cv::Mat& image, const std::vector<cv::Point2f>& corners, int widest,
                             cv::Point& offset) {
   const int reach = widest + 2 + static_cast<int>(std::ceil(4.0 * kRefineSmoothingSigmaPx));
-  const cv::Rect region = cv::Rect(cv::boundingRect(corners).tl() - cv::Point(reach, reach),
-                                   cv::boundingRect(corners).br() + cv::Point(reach, reach)) &
+  const cv::Rect board = cv::boundingRect(corners);
+  const cv::Rect region = cv::Rect(board.tl() - cv::Point(reach, reach), board.br() + cv::Point(reach, reach)) &
                           cv::Rect(0, 0, image.cols, image.rows);
   offset = region.tl();
   cv::Mat smoothed;

@@ -39,13 +39,13 @@ cv::Point2d Predicted(const std::vector<cv::Point2d>& offsets, const std::vector
   return {solution.at<double>(0, 0), solution.at<double>(0, 1)};
 }
 
-float Median(std::vector<float> values) {
+}  // namespace
+
+float UpperMedian(std::vector<float> values) {
   if (values.empty()) return 0.0f;
   std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());
   return values[values.size() / 2];
 }
-
-}  // namespace
 
 float ShortestSquareSide(const std::vector<cv::Point2f>& corners, cv::Size patternSize, int k) {
   const int w = patternSize.width, row = k / w, column = k % w;
@@ -83,7 +83,7 @@ std::vector<int32_t> UnlocatedCorners(const std::vector<cv::Point2f>& corners, c
     for (size_t k = 0; k < corners.size(); ++k) {
       if (!excluded[k]) kept.push_back(residuals[k]);
     }
-    const double medianLimit = kUnlocatedMedianFactor * Median(kept);
+    const double medianLimit = kUnlocatedMedianFactor * UpperMedian(kept);
     int worst = -1;
     double worstExcess = 1.0;
     for (int k = 0; k < static_cast<int>(corners.size()); ++k) {

@@ -19,6 +19,10 @@ constexpr double kUnlocatedMedianFactor = 4.0;
 // Distance from corner k of the grid to its nearest neighbour in the grid.
 float ShortestSquareSide(const std::vector<cv::Point2f>& corners, cv::Size patternSize, int k);
 
+// The middle value (the upper of the two middle ones for an even count); 0
+// without values.
+float UpperMedian(std::vector<float> values);
+
 // Per corner: the distance (px) from where its neighbours put it, those in
 // excluded (flags per corner, may be empty) left out of the fits. A corner
 // with fewer than three usable neighbours has 0.

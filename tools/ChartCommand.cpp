@@ -13,6 +13,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include "api/Globals.h"
+#include "chart/CornerQuality.h"
 #include "chart/ViewOutliers.h"
 #include "framework/PicturesDir.h"
 #include "tools/AndroidMetadata.h"
@@ -91,10 +92,9 @@ void PrintPairing(const ChartSummary& summary) {
     const ViewCornerQuality& quality = summary.cornerQuality[k];
     std::vector<float> residuals = quality.residuals1;
     residuals.insert(residuals.end(), quality.residuals2.begin(), quality.residuals2.end());
-    std::sort(residuals.begin(), residuals.end());
-    const float median = residuals.empty() ? 0.0f : residuals[residuals.size() / 2];
-    std::printf("%sneighbour residual median %.4f px, max %.4f px", ViewLabel(k, "corners").c_str(), median,
-                residuals.empty() ? 0.0f : residuals.back());
+    const float largest = residuals.empty() ? 0.0f : *std::max_element(residuals.begin(), residuals.end());
+    std::printf("%sneighbour residual median %.4f px, max %.4f px", ViewLabel(k, "corners").c_str(),
+                UpperMedian(residuals), largest);
     if (!quality.leftOut.empty()) std::printf("; unlocated, left out: %s", OneBasedList(quality.leftOut).c_str());
     std::printf("\n");
   }
