@@ -296,6 +296,7 @@ ChartSummary& CalibrateViews(dualCalibration& engine, ChartSummary& summary) {
     return summary;
   }
   if (!RunStage(summary, "stereoCalibration", [&] { engine.stereoCalibration(); })) return summary;
+  summary.resultFileText = engine.calibrationResultText();
   // The platform result file and the preview read the second set and mSecondRotation.
   engine.mSecondResult = DeepCopy(engine.firstResultSet());
   engine.mSecondRotation = engine.R.clone();

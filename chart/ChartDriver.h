@@ -114,6 +114,7 @@ struct ChartSummary {
   cv::Vec3d T;                     // translation, unit of nSquareSize
   float r_x = 0.0f, r_y = 0.0f, r_z = 0.0f;  // angles of R, radians
   ChartLimitChecks checks;
+  std::string resultFileText;      // what the stereo stage wrote to calibrationResult.txt
   // Views whose mono error in either camera is more than three times that
   // camera's median view error (OutlierViewsOfEitherCamera).
   std::vector<int32_t> outlierViews;

@@ -1,6 +1,7 @@
 // The calibration result files: calibrationResult.txt from the first result
 // set and calibrationResult_mtk.txt from the second, in one layout.
 #include <fstream>
+#include <sstream>
 
 #include "engine/dualCalibration.h"
 #include "framework/PicturesDir.h"
@@ -100,11 +101,17 @@ void WriteResultFile(std::ostream& out, const ResultFileContent& content) {
   out << "\n";
 }
 
+template <typename Stream>
+Stream& WithResultFormat(Stream& out) {
+  out.setf(std::ios::fixed, std::ios::floatfield);
+  out.precision(6);
+  return out;
+}
+
 // A file that cannot be created leaves the stream failed; every write is then ignored.
 std::ofstream OpenResultFile(const char* name) {
   std::ofstream out(PicturesPath(name), std::ios::out | std::ios::trunc);
-  out.setf(std::ios::fixed, std::ios::floatfield);
-  out.precision(6);
+  WithResultFormat(out);
   return out;
 }
 
@@ -120,11 +127,18 @@ ChartResultSet dualCalibration::firstResultSet() const {
   return set;
 }
 
-void dualCalibration::saveCalibrationResult() const {
-  std::ofstream out = OpenResultFile("calibrationResult.txt");
+std::string dualCalibration::calibrationResultText() const {
+  std::ostringstream out;
+  WithResultFormat(out);
   // The k4_2..k6_2 condition reads the second set's D2, the values the first set's. Intended.
   WriteResultFile(out, {firstResultSet(), mSecondResult.D2, m_nBoardWidth, m_nBoardHeight, m_nSquareSize, mRMS});
   WriteMatrix(out, "total rectify matrix (m_assembleMatrix): \n", "P2:", m_assembleMatrix);
+  return out.str();
+}
+
+void dualCalibration::saveCalibrationResult() const {
+  std::ofstream out = OpenResultFile("calibrationResult.txt");
+  out << calibrationResultText();
 }
 
 void dualCalibration::savePlatformCalibrationResult() const {

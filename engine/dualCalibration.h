@@ -252,6 +252,8 @@ class dualCalibration final : public CFilter {
   ChartResultSet firstResultSet() const;
   // calibrationResult.txt from the first result set.
   void saveCalibrationResult() const;
+  // What saveCalibrationResult writes.
+  std::string calibrationResultText() const;
   // calibrationResult_mtk.txt from mSecondResult.
   void savePlatformCalibrationResult() const;
 

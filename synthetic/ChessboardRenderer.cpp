@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <random>
 
 #include <nlohmann/json.hpp>
@@ -262,49 +261,7 @@ nlohmann::json CameraJson(const SyntheticCamera& camera) {
           {"distortion", {d[0], d[1], d[2], d[3], d[4], d[5], d[6], d[7]}}};
 }
 
-nlohmann::json GroundTruthJson(const StereoRig& rig, const ChessboardLayout& layout, const RenderOptions& options,
-                               const std::vector<RenderedPair>& pairs) {
-  nlohmann::json root;
-  root["main_camera"] = CameraJson(rig.main);
-  root["second_camera"] = CameraJson(rig.second);
-  root["R"] = MatrixJson(rig.R);
-  root["T"] = {rig.T[0], rig.T[1], rig.T[2]};
-  root["board"] = {{"width", layout.width},
-                   {"height", layout.height},
-                   {"square_size", layout.squareSize},
-                   {"margin_squares", layout.marginSquares}};
-  root["render"] = {{"dark", options.darkLevel},
-                    {"light", options.lightLevel},
-                    {"background", options.backgroundLevel},
-                    {"blur_sigma_px", options.blurSigmaPx},
-                    {"defocus_radius_px", options.defocusRadiusPx},
-                    {"motion_blur_px", options.motionBlurPx},
-                    {"motion_blur_angle_deg", options.motionBlurAngleDeg},
-                    {"vignetting", options.vignetting},
-                    {"exposure", {options.exposure[0], options.exposure[1]}},
-                    {"gain", {options.gain[0], options.gain[1]}},
-                    {"noise_sigma", options.noiseSigma},
-                    {"shot_noise", options.shotNoise},
-                    {"jpeg_quality", options.jpegQuality}};
-  root["pairs"] = nlohmann::json::array();
-  for (size_t k = 0; k < pairs.size(); ++k) {
-    const BoardPose& pose = pairs[k].pose;
-    root["pairs"].push_back({{"main_image", RenderedImageName(k, 0, !pairs[k].mainJpeg.empty())},
-                             {"second_image", RenderedImageName(k, 1, !pairs[k].secondJpeg.empty())},
-                             {"rvec", {pose.rvec[0], pose.rvec[1], pose.rvec[2]}},
-                             {"tvec", {pose.tvec[0], pose.tvec[1], pose.tvec[2]}},
-                             {"main_corners", PointsJson(pairs[k].mainCorners)},
-                             {"second_corners", PointsJson(pairs[k].secondCorners)}});
-  }
-  return root;
-}
 
-bool WriteBytes(const std::string& path, const std::vector<uchar>& bytes) {
-  std::ofstream out(path, std::ios::binary);
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  out.close();
-  return static_cast<bool>(out);
-}
 
 }  // namespace
 
@@ -465,19 +422,41 @@ std::string RenderedImageName(size_t k, int cameraIndex, bool jpeg) {
   return "pair_" + std::to_string(k) + (cameraIndex == 0 ? "_main" : "_second") + (jpeg ? ".jpg" : ".png");
 }
 
-bool WriteRenderedPairs(const std::string& directory, const StereoRig& rig, const ChessboardLayout& layout,
-                        const RenderOptions& options, const std::vector<RenderedPair>& pairs) {
+nlohmann::json GroundTruthJson(const StereoRig& rig, const ChessboardLayout& layout, const RenderOptions& options,
+                               const std::vector<RenderedPair>& pairs) {
+  nlohmann::json root;
+  root["main_camera"] = CameraJson(rig.main);
+  root["second_camera"] = CameraJson(rig.second);
+  root["R"] = MatrixJson(rig.R);
+  root["T"] = {rig.T[0], rig.T[1], rig.T[2]};
+  root["board"] = {{"width", layout.width},
+                   {"height", layout.height},
+                   {"square_size", layout.squareSize},
+                   {"margin_squares", layout.marginSquares}};
+  root["render"] = {{"dark", options.darkLevel},
+                    {"light", options.lightLevel},
+                    {"background", options.backgroundLevel},
+                    {"blur_sigma_px", options.blurSigmaPx},
+                    {"defocus_radius_px", options.defocusRadiusPx},
+                    {"motion_blur_px", options.motionBlurPx},
+                    {"motion_blur_angle_deg", options.motionBlurAngleDeg},
+                    {"vignetting", options.vignetting},
+                    {"exposure", {options.exposure[0], options.exposure[1]}},
+                    {"gain", {options.gain[0], options.gain[1]}},
+                    {"noise_sigma", options.noiseSigma},
+                    {"shot_noise", options.shotNoise},
+                    {"jpeg_quality", options.jpegQuality}};
+  root["pairs"] = nlohmann::json::array();
   for (size_t k = 0; k < pairs.size(); ++k) {
-    for (int camera = 0; camera < 2; ++camera) {
-      const cv::Mat& image = camera == 0 ? pairs[k].mainImage : pairs[k].secondImage;
-      const std::vector<uchar>& jpeg = camera == 0 ? pairs[k].mainJpeg : pairs[k].secondJpeg;
-      const std::string path = directory + "/" + RenderedImageName(k, camera, !jpeg.empty());
-      if (jpeg.empty() ? !cv::imwrite(path, image) : !WriteBytes(path, jpeg)) return false;
-    }
+    const BoardPose& pose = pairs[k].pose;
+    root["pairs"].push_back({{"main_image", RenderedImageName(k, 0, !pairs[k].mainJpeg.empty())},
+                             {"second_image", RenderedImageName(k, 1, !pairs[k].secondJpeg.empty())},
+                             {"rvec", {pose.rvec[0], pose.rvec[1], pose.rvec[2]}},
+                             {"tvec", {pose.tvec[0], pose.tvec[1], pose.tvec[2]}},
+                             {"main_corners", PointsJson(pairs[k].mainCorners)},
+                             {"second_corners", PointsJson(pairs[k].secondCorners)}});
   }
-  std::ofstream out(directory + "/ground_truth.json");
-  out << GroundTruthJson(rig, layout, options, pairs).dump(2) << "\n";
-  return static_cast<bool>(out);
+  return root;
 }
 
 void ApplyExampleChartSettings(dualCalibration& engine) {

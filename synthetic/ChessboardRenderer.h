@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 
 #include "synthetic/CaptureConditions.h"
@@ -121,12 +122,11 @@ RenderedPair RenderPair(const StereoRig& rig, const ChessboardLayout& layout, co
 // or .jpg for a JPEG capture.
 std::string RenderedImageName(size_t k, int cameraIndex, bool jpeg);
 
-// Writes both images of every pair (PNG, or the JPEG files as captured)
-// and ground_truth.json (rig and lenses, layout, conditions, poses, true
-// corners of both images) into directory, which must exist. Returns false
-// when a file cannot be written.
-bool WriteRenderedPairs(const std::string& directory, const StereoRig& rig, const ChessboardLayout& layout,
-                        const RenderOptions& options, const std::vector<RenderedPair>& pairs);
+// The ground truth of a rendered set, as ground_truth.json holds it: rig and
+// lenses, layout, conditions, and per pair its image names (RenderedImageName),
+// pose and the true corners of both images.
+nlohmann::json GroundTruthJson(const StereoRig& rig, const ChessboardLayout& layout, const RenderOptions& options,
+                               const std::vector<RenderedPair>& pairs);
 
 // Chart settings of a calibration run on these scenes: the default layout's
 // board (9 x 6 inner corners of 25 units), rotation limits of half a degree,

@@ -50,12 +50,12 @@ cv::Matx33d BackCameraRotation(int sensorOrientationDeg) {
     case 90: return {0, -1, 0, -1, 0, 0, 0, 0, -1};
     case 180: return {-1, 0, 0, 0, 1, 0, 0, 0, -1};
     case 270: return {0, 1, 0, 1, 0, 0, 0, 0, -1};
-    default: throw ToolError("--sensor-orientation: expected 0, 90, 180 or 270, got " + std::to_string(sensorOrientationDeg));
+    default: throw StationError("--sensor-orientation: expected 0, 90, 180 or 270, got " + std::to_string(sensorOrientationDeg));
   }
 }
 
 nlohmann::json AndroidMetadataJson(const dualCalibration& engine, double squareMm, int sensorOrientationDeg) {
-  if (engine.m_nSquareSize == 0) throw ToolError("--android-metadata: nSquareSize is 0, the translation has no scale");
+  if (engine.m_nSquareSize == 0) throw StationError("--android-metadata: nSquareSize is 0, the translation has no scale");
   const double metresPerUnit = (squareMm > 0.0 ? squareMm / engine.m_nSquareSize : 1.0) / kMillimetresPerMetre;
   const cv::Matx33d mainRotation = BackCameraRotation(sensorOrientationDeg);
   const cv::Matx33d R(engine.R);

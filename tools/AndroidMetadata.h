@@ -30,6 +30,6 @@ cv::Matx33d BackCameraRotation(int sensorOrientationDeg);
 // Entries "main" and "second" from the engine's K1, D1, K2, D2, R and mT.
 // mT is in units of nSquareSize, taken as millimetres unless squareMm > 0
 // gives the real size of a square. The main camera is mounted as
-// BackCameraRotation(sensorOrientationDeg) says. Throws ToolError when
+// BackCameraRotation(sensorOrientationDeg) says. Throws StationError when
 // nSquareSize is 0 (no scale).
 nlohmann::json AndroidMetadataJson(const dualCalibration& engine, double squareMm, int sensorOrientationDeg);

@@ -16,11 +16,11 @@
 #include "chart/CornerQuality.h"
 #include "chart/ViewOutliers.h"
 #include "framework/PicturesDir.h"
+#include "station/RunOutputs.h"
 #include "tools/AndroidMetadata.h"
 #include "tools/ChartReport.h"
 #include "tools/PairList.h"
 #include "tools/ToolInput.h"
-#include "tools/ToolOutput.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ const char* PassFail(bool passed) { return passed ? "pass" : "FAIL"; }
 
 std::vector<std::pair<cv::Mat, cv::Mat>> ReadPairs(const std::vector<std::string>& images) {
   if (images.size() < 2 || images.size() % 2 != 0) {
-    throw ToolError("chart: expected image pairs MAIN1 SECOND1 [MAIN2 SECOND2 ...], got " +
+    throw StationError("chart: expected image pairs MAIN1 SECOND1 [MAIN2 SECOND2 ...], got " +
                     std::to_string(images.size()) + " files");
   }
   std::vector<std::pair<cv::Mat, cv::Mat>> pairs;
@@ -167,8 +167,8 @@ void PrintSummary(const ChartSummary& summary, bool strictTranslation) {
   std::printf("angles (deg):     x %.4f (%s), y %.4f (%s), z %.4f (%s)\n", summary.r_x * kDegreesPerRadian,
               PassFail(c.rotationX), summary.r_y * kDegreesPerRadian, PassFail(c.rotationY),
               summary.r_z * kDegreesPerRadian, PassFail(c.rotationZ));
-  std::printf("result files:     %s\n                  %s\n", LibraryFile("calibrationResult.txt").c_str(),
-              LibraryFile("calib_log.txt").c_str());
+  std::printf("result files:     %s\n                  %s\n", PicturesPath("calibrationResult.txt").c_str(),
+              PicturesPath("calib_log.txt").c_str());
 }
 
 // The first pair undistorted and rectified side by side, with horizontal
@@ -297,10 +297,15 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
 ChartOutcome CalibrateChart(const ChartOptions& options) {
   for (const std::string& table : options.tables) RequireReadableFile(table, kMaxTextFileBytes);
   const std::vector<std::string> images = ChartImagePaths(options.images, options.pairsDir, options.pairsFile);
+  RunFiles files{images, {options.pairsDir}, {options.json, options.saveRectified, options.androidMetadata},
+                 {options.reportDir}};
+  files.inputs.insert(files.inputs.end(), {options.params, options.pairsFile});
+  files.inputs.insert(files.inputs.end(), options.tables.begin(), options.tables.end());
+  CheckRunFiles(files);
   const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = ReadPairs(images);
   dualCalibration& engine = g_dualCalib;
   if (LoadParametersFromFile(engine, options.params.c_str()) != 1) {
-    throw ToolError(options.params + ": parameter file could not be loaded");
+    throw StationError(options.params + ": parameter file could not be loaded");
   }
   const bool withTables = options.tables.size() == 2;
   ChartRunOptions run;
@@ -316,11 +321,13 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
     std::fflush(stdout);
   };
   ChartOutcome outcome;
+  // The stereo stage appends its limits to the log.
+  AppendedLibraryFile("calib_log.txt");
   outcome.summary = engine.runChartCalibration(pairs, run);
   std::cout.flush();
   const ChartSummary& summary = outcome.summary;
   if (summary.status == kChartBadImages || summary.status == kChartBadTables) {
-    throw ToolError(summary.failedStage + ": " + summary.message);
+    throw StationError(summary.failedStage + ": " + summary.message);
   }
   std::printf("\n== chart summary\n");
   PrintSummary(summary, options.strictTranslation);
@@ -335,13 +342,14 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
     json["without_outliers"]["dropped"] = {{"views", outcome.withoutOutliers.dropped.views},
                                            {"corners", outcome.withoutOutliers.dropped.corners}};
   }
+  if (outcome.Final().status == kChartOk) LibraryFile("calibrationResult.txt", outcome.Final().resultFileText);
   json["strict_translation"] = options.strictTranslation;
   json["checks_passed"] = outcome.Final().status == kChartOk &&
                           AllChartChecksPassed(outcome.Final().checks, options.strictTranslation);
   if (!options.json.empty()) WriteJsonAtomically(options.json, json);
   if (!options.saveRectified.empty() && outcome.Final().status == kChartOk) {
     const cv::Mat canvas = RectifiedSideBySide(engine, pairs[0]);
-    WriteAtomically(options.saveRectified, [&](const std::string& temporary) { return cv::imwrite(temporary, canvas); });
+    WriteImageAtomically(options.saveRectified, canvas);
     std::printf("rectified pair:   %s\n", options.saveRectified.c_str());
   }
   if (!options.reportDir.empty() && outcome.Final().status == kChartOk) {

@@ -11,8 +11,8 @@
 
 #include "chart/ViewOutliers.h"
 #include "engine/dualCalibration.h"
+#include "station/RunOutputs.h"
 #include "tools/ToolInput.h"
-#include "tools/ToolOutput.h"
 
 namespace {
 
@@ -224,10 +224,6 @@ cv::Mat ErrorChart(const ReportInput& input, const CameraFit fits[2]) {
   return canvas;
 }
 
-void WritePng(const std::string& path, const cv::Mat& picture) {
-  WriteAtomically(path, [&](const std::string& temporary) { return cv::imwrite(temporary, picture); });
-}
-
 nlohmann::json CameraJson(const ReportCamera& camera, const CameraFit& fit) {
   const cv::Size grid = CoverageGrid(camera.imageSize);
   nlohmann::json empty = nlohmann::json::array();
@@ -264,9 +260,7 @@ ReportInput ChartReportInput(const dualCalibration& engine, const ChartSummary& 
 }
 
 nlohmann::json WriteChartReport(const std::string& directory, const ReportInput& input) {
-  std::error_code error;
-  std::filesystem::create_directories(directory, error);
-  if (!std::filesystem::is_directory(directory)) throw ToolError(directory + ": cannot create directory");
+  CreateOutputFolder(directory);
   CameraFit fits[2];
   nlohmann::json report = {{"outlier_rule", "view error above 3 x the median of the camera's view errors"},
                            {"cameras", nlohmann::json::array()},
@@ -276,13 +270,13 @@ nlohmann::json WriteChartReport(const std::string& directory, const ReportInput&
     fits[c] = FitCamera(input.objectPoints, input.cameras[c]);
     fits[c].cellCounts = CellCounts(input.cameras[c]);
     const std::string picture = "coverage_" + input.cameras[c].name + ".png";
-    WritePng(directory + "/" + picture, CoverageMap(input.cameras[c], fits[c]));
+    WriteImageAtomically(directory + "/" + picture, CoverageMap(input.cameras[c], fits[c]));
     report["cameras"].push_back(CameraJson(input.cameras[c], fits[c]));
     report["cameras"].back()["picture"] = picture;
   }
   for (size_t k = 0; k < input.objectPoints.size(); ++k) {
     const std::string picture = "view_" + Format("%02.0f", k + 1.0) + ".png";
-    WritePng(directory + "/" + picture, ViewPicture(input, fits, k));
+    WriteImageAtomically(directory + "/" + picture, ViewPicture(input, fits, k));
     const bool outlier = fits[0].outliers[k] || fits[1].outliers[k];
     if (outlier) report["outlier_views"].push_back(k + 1);
     report["views"].push_back({{"view", k + 1},
@@ -291,7 +285,7 @@ nlohmann::json WriteChartReport(const std::string& directory, const ReportInput&
                                {"outlier", outlier},
                                {"picture", picture}});
   }
-  WritePng(directory + "/errors.png", ErrorChart(input, fits));
+  WriteImageAtomically(directory + "/errors.png", ErrorChart(input, fits));
   report["errors_picture"] = "errors.png";
   WriteJsonAtomically(directory + "/report.json", report);
   return report;

@@ -41,5 +41,5 @@ ReportInput ChartReportInput(const dualCalibration& engine, const ChartSummary& 
 // returns report.json's content. A view's residuals come from its board pose
 // fitted under the camera's intrinsics; its error is their RMS, and it is an
 // outlier when either camera's error is above ViewOutlierLimit. Throws
-// ToolError when a file cannot be written.
+// StationError when a file cannot be written.
 nlohmann::json WriteChartReport(const std::string& directory, const ReportInput& input);

@@ -6,10 +6,10 @@
 #include <fstream>
 
 #include "api/Globals.h"
+#include "station/RunOutputs.h"
 #include "tools/ChartCommand.h"
 #include "tools/RefineCommand.h"
 #include "tools/SynthCommand.h"
-#include "tools/ToolOutput.h"
 #include "tools/ToolInput.h"
 
 namespace fs = std::filesystem;
@@ -24,7 +24,7 @@ class DemoFolder {
  public:
   DemoFolder() {
     std::string pattern = (fs::temp_directory_path() / "qlm-demo-XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw ToolError(pattern + ": cannot create directory");
+    if (mkdtemp(pattern.data()) == nullptr) throw StationError(pattern + ": cannot create directory");
     mPath = pattern;
   }
   ~DemoFolder() {

@@ -65,7 +65,7 @@ std::map<std::string, PairFiles> PairFilesIn(const std::string& directory) {
       pairs[stem.substr(0, stem.size() - sizeof(kSecondSuffix) + 1) + key].second = path.string();
     }
   }
-  if (error) throw ToolError(directory + ": cannot read folder");
+  if (error) throw StationError(directory + ": cannot read folder");
   return pairs;
 }
 
@@ -79,11 +79,11 @@ std::string ResolvedFrom(const fs::path& folder, const std::string& path) {
 std::vector<std::string> PairsFromDirectory(const std::string& directory) {
   std::vector<std::pair<std::string, PairFiles>> pairs;
   for (const auto& [name, files] : PairFilesIn(directory)) {
-    if (files.second.empty()) throw ToolError(files.main + ": no matching " + kSecondSuffix + " image");
-    if (files.main.empty()) throw ToolError(files.second + ": no matching " + kMainSuffix + " image");
+    if (files.second.empty()) throw StationError(files.main + ": no matching " + kSecondSuffix + " image");
+    if (files.main.empty()) throw StationError(files.second + ": no matching " + kMainSuffix + " image");
     pairs.emplace_back(name, files);
   }
-  if (pairs.empty()) throw ToolError(directory + ": no NAME_main / NAME_second image pair");
+  if (pairs.empty()) throw StationError(directory + ": no NAME_main / NAME_second image pair");
   std::sort(pairs.begin(), pairs.end(), [](const auto& a, const auto& b) { return NaturalLess(a.first, b.first); });
   std::vector<std::string> images;
   for (const auto& pair : pairs) images.insert(images.end(), {pair.second.main, pair.second.second});
@@ -101,18 +101,18 @@ std::vector<std::string> PairsFromListFile(const std::string& path) {
     std::string main, second, extra;
     if (!(fields >> main) || main[0] == '#') continue;
     if (!(fields >> second) || (fields >> extra)) {
-      throw ToolError(path + ":" + std::to_string(number) + ": expected MAIN SECOND, got '" + line + "'");
+      throw StationError(path + ":" + std::to_string(number) + ": expected MAIN SECOND, got '" + line + "'");
     }
     images.insert(images.end(), {ResolvedFrom(folder, main), ResolvedFrom(folder, second)});
   }
-  if (images.empty()) throw ToolError(path + ": no image pair");
+  if (images.empty()) throw StationError(path + ": no image pair");
   return images;
 }
 
 std::vector<std::string> ChartImagePaths(const std::vector<std::string>& images, const std::string& pairsDir,
                                          const std::string& pairsFile) {
   if (images.empty() + pairsDir.empty() + pairsFile.empty() != 2) {
-    throw ToolError("chart: give the pairs one way: MAIN1 SECOND1 ..., --pairs-dir DIR or --pairs FILE");
+    throw StationError("chart: give the pairs one way: MAIN1 SECOND1 ..., --pairs-dir DIR or --pairs FILE");
   }
   if (!pairsDir.empty()) return PairsFromDirectory(pairsDir);
   if (!pairsFile.empty()) return PairsFromListFile(pairsFile);

@@ -1,7 +1,7 @@
 // Where qlm-calib chart takes its image pairs from besides the command line:
 // a folder of NAME_main.EXT / NAME_second.EXT files, or a list file with one
 // pair per line. Both answer the image paths in the order main1 second1
-// main2 second2 ... and throw ToolError naming the folder, file or line of
+// main2 second2 ... and throw StationError naming the folder, file or line of
 // the first problem.
 #pragma once
 

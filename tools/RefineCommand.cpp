@@ -8,8 +8,9 @@
 
 #include "api/CalibrationRun.h"
 #include "api/Globals.h"
+#include "station/ParameterText.h"
+#include "station/RunOutputs.h"
 #include "tools/ToolInput.h"
-#include "tools/ToolOutput.h"
 
 namespace {
 
@@ -18,7 +19,7 @@ constexpr int kMinImageSidePx = 1000;
 void CheckImageSize(const cv::Mat& image, const std::string& path) {
   if (image.cols < kMinImageSidePx || image.cols > kMaxImageSidePx || image.rows < kMinImageSidePx ||
       image.rows > kMaxImageSidePx) {
-    throw ToolError(path + ": " + std::to_string(image.cols) + "x" + std::to_string(image.rows) +
+    throw StationError(path + ": " + std::to_string(image.cols) + "x" + std::to_string(image.rows) +
                     " is outside the accepted 1000..10000 pixels per side");
   }
 }
@@ -26,7 +27,7 @@ void CheckImageSize(const cv::Mat& image, const std::string& path) {
 std::vector<unsigned char> ReadCallerRecord(const std::string& path) {
   std::vector<unsigned char> record = ReadBinaryFile(path, kCalibrationRecordSize);
   if (record.size() != kCalibrationRecordSize) {
-    throw ToolError(path + ": a calibration record holds 15252 bytes, found " + std::to_string(record.size()));
+    throw StationError(path + ": a calibration record holds 15252 bytes, found " + std::to_string(record.size()));
   }
   return record;
 }
@@ -83,7 +84,7 @@ void AddRefineOptions(CLI::App& command, RefineOptions& options) {
 
 RefineOutcome Refine(const RefineOptions& options) {
   const bool fromFile = options.select == "file";
-  if (fromFile && options.fileRecord.empty()) throw ToolError("--select file: needs --file-record");
+  if (fromFile && options.fileRecord.empty()) throw StationError("--select file: needs --file-record");
   if (!options.fileRecord.empty()) RequireReadableFile(options.fileRecord, kCalibrationRecordSize);
   std::vector<unsigned char> callerRecord = ReadCallerRecord(options.record);
   RequireReadableFile(options.params, kMaxTextFileBytes);
@@ -92,22 +93,26 @@ RefineOutcome Refine(const RefineOptions& options) {
   CheckImageSize(mainImage, options.mainImage);
   CheckImageSize(secondImage, options.secondImage);
 
+  CheckRunFiles({{options.params, options.record, options.fileRecord, options.mainImage, options.secondImage},
+                 {},
+                 {options.out, options.json, options.saveMatches},
+                 {}});
+  // INIT and PROCESS append to the log and INIT writes the parameters in use.
+  AppendedLibraryFile("log.txt");
   const std::string params = options.params;
   const std::string fileRecord = options.fileRecord;
   const int init = InitCalibrationRun(g_dualCalib, reinterpret_cast<const unsigned char*>(params.c_str()),
                                       reinterpret_cast<const unsigned char*>(fileRecord.c_str()),
                                       callerRecord.data(), 0, 0, 0, 0);
-  if (init == -1) throw ToolError(options.params + ": " + RefineCodeMeaning(init));
-  if (init == -2 && fromFile) throw ToolError(options.fileRecord + ": " + RefineCodeMeaning(init));
+  if (init == -1) throw StationError(options.params + ": " + RefineCodeMeaning(init));
+  if (init == -2 && fromFile) throw StationError(options.fileRecord + ": " + RefineCodeMeaning(init));
 
   RefineOutcome outcome;
   FeaturePointReport& report = outcome.report;
   report.keepMatchesImage = !options.saveMatches.empty();
   outcome.code = ProcessImagePair(g_dualCalib, mainImage.data, secondImage.data, mainImage.cols, mainImage.rows,
                                   secondImage.cols, secondImage.rows, fromFile ? 1 : 0, &report);
-  // INIT and PROCESS append to the log and INIT writes the parameters in use.
-  LibraryFile("log.txt");
-  LibraryFile("defaultParameters.txt");
+  LibraryFile("defaultParameters.txt", ParameterSectionText(g_dualCalib));
   const CalibrationRecord& result = g_dualCalib.mResultRecord;
   outcome.refineCount = RecordRefineCount(result);
   PrintSummary(outcome.code, report, outcome.refineCount);
@@ -120,8 +125,7 @@ RefineOutcome Refine(const RefineOptions& options) {
     WriteJsonAtomically(options.json, ReportJson(outcome.code, report, outcome.refineCount));
   }
   if (!options.saveMatches.empty() && !report.matchesImage.empty()) {
-    WriteAtomically(options.saveMatches,
-                    [&](const std::string& temporary) { return cv::imwrite(temporary, report.matchesImage); });
+    WriteImageAtomically(options.saveMatches, report.matchesImage);
   }
   return outcome;
 }

@@ -10,8 +10,9 @@
 #include "synthetic/BoardPlacement.h"
 #include "synthetic/ChessboardRenderer.h"
 #include "synthetic/SyntheticScene.h"
+#include "station/ParameterText.h"
+#include "station/RunOutputs.h"
 #include "tools/ToolInput.h"
-#include "tools/ToolOutput.h"
 
 namespace {
 
@@ -24,10 +25,6 @@ constexpr int32_t kSceneMatchThreshold = 30;
 constexpr int32_t kSceneScaleToleranceHundredths = 3;
 constexpr int32_t kSceneOffsetLimitPx = 40;
 
-void WriteImage(const std::string& path, const cv::Mat& image) {
-  WriteAtomically(path, [&](const std::string& temporary) { return cv::imwrite(temporary, image); });
-}
-
 void WriteSceneParameters(const std::string& path) {
   auto engine = std::make_unique<dualCalibration>();
   engine->m_nFeaturePointsNumThreshold = kSceneFeatureThreshold;
@@ -35,9 +32,8 @@ void WriteSceneParameters(const std::string& path) {
   engine->m_nHomographyConstraintScale = kSceneScaleToleranceHundredths;
   engine->m_nHomographyConstraintOffsetX = kSceneOffsetLimitPx;
   engine->m_nHomographyConstraintOffsetY = kSceneOffsetLimitPx;
-  WriteAtomically(path, [&](const std::string& temporary) {
-    return SaveParametersToFile(*engine, temporary.c_str()) == 1;
-  });
+  const std::string text = ParameterSectionText(*engine);
+  WriteBytesAtomically(path, text.data(), text.size());
 }
 
 // A misalignment drawn from the seed: scale within 1%, rotation within
@@ -51,15 +47,9 @@ cv::Matx33d SeededMisalignment(uint32_t seed) {
 cv::Size ParseOutputSize(const SynthOptions& options) {
   const cv::Size size = ParseSize(options.size.empty() ? kDefaultSceneSize : options.size, "--size");
   if (size.width < 1000 || size.width > 10000 || size.height < 1000 || size.height > 10000) {
-    throw ToolError("--size: each side must lie in 1000..10000, got '" + options.size + "'");
+    throw StationError("--size: each side must lie in 1000..10000, got '" + options.size + "'");
   }
   return size;
-}
-
-void CreateOutputDirectory(const std::string& directory) {
-  std::error_code error;
-  std::filesystem::create_directories(directory, error);
-  if (!std::filesystem::is_directory(directory)) throw ToolError(directory + ": cannot create directory");
 }
 
 DistortionCoefficients ParseLens(const std::string& text, const std::string& option) {
@@ -68,7 +58,7 @@ DistortionCoefficients ParseLens(const std::string& text, const std::string& opt
   const std::vector<double> values = ParseDoubleList(text, {4, 5, 8}, option);
   for (size_t k = 0; k < values.size(); ++k) lens[static_cast<int>(k)] = values[k];
   if (MonotonicRadius(lens) < 1.0) {
-    throw ToolError(option + ": the lens folds back within 45 degrees of its axis, got '" + text + "'");
+    throw StationError(option + ": the lens folds back within 45 degrees of its axis, got '" + text + "'");
   }
   return lens;
 }
@@ -77,7 +67,7 @@ DistortionCoefficients ParseLens(const std::string& text, const std::string& opt
 void ParseCameraPair(const std::string& text, const std::string& option, cv::Vec2d& values) {
   if (text.empty()) return;
   const std::vector<double> parsed = ParseDoubleList(text, {2}, option);
-  if (parsed[0] <= 0.0 || parsed[1] <= 0.0) throw ToolError(option + ": expected two positive numbers, got '" + text + "'");
+  if (parsed[0] <= 0.0 || parsed[1] <= 0.0) throw StationError(option + ": expected two positive numbers, got '" + text + "'");
   values = {parsed[0], parsed[1]};
 }
 
@@ -90,14 +80,14 @@ void ApplyChartConditions(const SynthChartConditions& chart, StereoRig& rig, Pla
   if (!chart.squarePx.empty()) {
     const std::vector<double> side = ParseDoubleList(chart.squarePx, {2}, "--square-px");
     if (side[0] < 12.0 || side[1] < side[0] || side[1] > 2000.0) {
-      throw ToolError("--square-px: expected MIN,MAX with 12 <= MIN <= MAX <= 2000, got '" + chart.squarePx + "'");
+      throw StationError("--square-px: expected MIN,MAX with 12 <= MIN <= MAX <= 2000, got '" + chart.squarePx + "'");
     }
     placement.minSquarePx = side[0], placement.maxSquarePx = side[1];
   }
   if (!chart.motionBlur.empty()) {
     const std::vector<double> motion = ParseDoubleList(chart.motionBlur, {1, 2}, "--motion-blur");
     if (motion[0] < 0.0 || motion[0] > 200.0) {
-      throw ToolError("--motion-blur: expected a length of 0..200 px, got '" + chart.motionBlur + "'");
+      throw StationError("--motion-blur: expected a length of 0..200 px, got '" + chart.motionBlur + "'");
     }
     render.motionBlurPx = motion[0];
     render.motionBlurAngleDeg = motion.size() == 2 ? motion[1] : 0.0;
@@ -119,7 +109,7 @@ void AddSynthSceneOptions(CLI::App& command, SynthOptions& options) { AddCommonO
 
 nlohmann::json WriteSyntheticScene(const SynthOptions& options) {
   const cv::Size size = ParseOutputSize(options);
-  CreateOutputDirectory(options.out);
+  CreateOutputFolder(options.out);
 
   const cv::Matx33d mainToSecond = SimilarityTransform(1.002, 0.3, 12.0, -8.0);
   const cv::Matx33d misalignment = SeededMisalignment(options.seed);
@@ -128,8 +118,8 @@ nlohmann::json WriteSyntheticScene(const SynthOptions& options) {
   CalibrationRecord record{};
   SetRecordHOtp(record, pair.hOtp);
   const std::filesystem::path directory(options.out);
-  WriteImage((directory / kSceneMainImage).string(), pair.mainImage);
-  WriteImage((directory / kSceneSecondImage).string(), pair.secondImage);
+  WriteImageAtomically((directory / kSceneMainImage).string(), pair.mainImage);
+  WriteImageAtomically((directory / kSceneSecondImage).string(), pair.secondImage);
   WriteBytesAtomically((directory / kSceneRecord).string(), record.bytes, sizeof(record.bytes));
   WriteSceneParameters((directory / kSceneParams).string());
   const nlohmann::json truth = {{"size", {size.width, size.height}},
@@ -204,7 +194,7 @@ void AddSynthChartOptions(CLI::App& command, SynthOptions& options) {
 std::vector<std::string> WriteSyntheticChart(const SynthOptions& options) {
   const cv::Size size = ParseOutputSize(options);
   if (options.pairs < 1 || options.pairs > kMaxChartPairs) {
-    throw ToolError("--pairs: expected 1.." + std::to_string(kMaxChartPairs) + ", got " +
+    throw StationError("--pairs: expected 1.." + std::to_string(kMaxChartPairs) + ", got " +
                     std::to_string(options.pairs));
   }
   StereoRig rig = ExampleStereoRig(size, size);
@@ -213,8 +203,8 @@ std::vector<std::string> WriteSyntheticChart(const SynthOptions& options) {
   ApplyChartConditions(options.chart, rig, placement, render);
   const ChessboardLayout layout;
   const std::vector<BoardPose> poses = PlaceBoards(rig, layout, options.pairs, options.seed, placement);
-  if (poses.empty()) throw ToolError("synth chart: no board pose meets these placement options");
-  CreateOutputDirectory(options.out);
+  if (poses.empty()) throw StationError("synth chart: no board pose meets these placement options");
+  CreateOutputFolder(options.out);
   std::vector<RenderedPair> pairs;
   std::vector<std::string> images;
   for (const BoardPose& pose : poses) {
@@ -223,15 +213,22 @@ std::vector<std::string> WriteSyntheticChart(const SynthOptions& options) {
     images.push_back(options.out + "/" + RenderedImageName(pairs.size() - 1, 0, jpeg));
     images.push_back(options.out + "/" + RenderedImageName(pairs.size() - 1, 1, jpeg));
   }
-  if (!WriteRenderedPairs(options.out, rig, layout, render, pairs)) {
-    throw ToolError(options.out + ": cannot write the chart images");
+  for (size_t k = 0; k < pairs.size(); ++k) {
+    for (int camera = 0; camera < 2; ++camera) {
+      const cv::Mat& image = camera == 0 ? pairs[k].mainImage : pairs[k].secondImage;
+      const std::vector<uchar>& jpeg = camera == 0 ? pairs[k].mainJpeg : pairs[k].secondJpeg;
+      if (jpeg.empty()) {
+        WriteImageAtomically(images[2 * k + camera], image);
+      } else {
+        WriteBytesAtomically(images[2 * k + camera], jpeg.data(), jpeg.size());
+      }
+    }
   }
+  WriteJsonAtomically(options.out + "/" + kChartTruth, GroundTruthJson(rig, layout, render, pairs));
   auto engine = std::make_unique<dualCalibration>();
   ApplyExampleChartSettings(*engine);
-  const std::string params = (std::filesystem::path(options.out) / kChartParams).string();
-  WriteAtomically(params, [&](const std::string& temporary) {
-    return SaveParametersToFile(*engine, temporary.c_str()) == 1;
-  });
+  const std::string text = ParameterSectionText(*engine);
+  WriteBytesAtomically(options.out + "/" + kChartParams, text.data(), text.size());
   return images;
 }
 

@@ -61,7 +61,7 @@ std::vector<Number> ParseNumberList(const std::string& text, const std::vector<s
   }
   std::string expected = std::to_string(counts[0]);
   for (size_t k = 1; k < counts.size(); ++k) expected += (k + 1 == counts.size() ? " or " : ", ") + std::to_string(counts[k]);
-  throw ToolError(option + ": expected " + expected + " comma-separated numbers, got '" + text + "'");
+  throw StationError(option + ": expected " + expected + " comma-separated numbers, got '" + text + "'");
 }
 
 uint32_t BigEndian32(const std::vector<unsigned char>& bytes, size_t at) {
@@ -124,12 +124,12 @@ uintmax_t InputFileBytes(const std::string& path, uintmax_t maxBytes) {
   namespace fs = std::filesystem;
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
-  if (!fs::exists(status)) throw ToolError(path + ": cannot open file");
-  if (!fs::is_regular_file(status)) throw ToolError(path + ": not a regular file");
+  if (!fs::exists(status)) throw StationError(path + ": cannot open file");
+  if (!fs::is_regular_file(status)) throw StationError(path + ": not a regular file");
   const uintmax_t bytes = fs::file_size(path, error);
-  if (error || !std::ifstream(path, std::ios::binary)) throw ToolError(path + ": cannot open file");
+  if (error || !std::ifstream(path, std::ios::binary)) throw StationError(path + ": cannot open file");
   if (bytes > maxBytes) {
-    throw ToolError(path + ": " + std::to_string(bytes) + " bytes, more than the " + std::to_string(maxBytes) +
+    throw StationError(path + ": " + std::to_string(bytes) + " bytes, more than the " + std::to_string(maxBytes) +
                     " this input may hold");
   }
   return bytes;
@@ -143,7 +143,7 @@ cv::Size ParseSize(const std::string& text, const std::string& option) {
   int height = 0;
   if (cross == std::string::npos || !ParseInt(text.substr(0, cross), &width) ||
       !ParseInt(text.substr(cross + 1), &height) || width < 1 || height < 1) {
-    throw ToolError(option + ": expected WxH with positive integers, got '" + text + "'");
+    throw StationError(option + ": expected WxH with positive integers, got '" + text + "'");
   }
   return {width, height};
 }
@@ -164,7 +164,7 @@ std::vector<unsigned char> ReadBinaryFile(const std::string& path, uintmax_t max
   std::ifstream in(path, std::ios::binary);
   in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   // A file that changed size since it was measured is not read on.
-  if (!in || in.peek() != std::ifstream::traits_type::eof()) throw ToolError(path + ": cannot read file");
+  if (!in || in.peek() != std::ifstream::traits_type::eof()) throw StationError(path + ": cannot read file");
   return bytes;
 }
 
@@ -175,7 +175,7 @@ bool ImageHeaderSize(const std::vector<unsigned char>& bytes, cv::Size* size) {
 void RequireDecodableSize(const std::vector<unsigned char>& bytes, const std::string& path) {
   cv::Size size;
   if (ImageHeaderSize(bytes, &size) && (size.width > kMaxImageSidePx || size.height > kMaxImageSidePx)) {
-    throw ToolError(path + ": " + std::to_string(size.width) + "x" + std::to_string(size.height) +
+    throw StationError(path + ": " + std::to_string(size.width) + "x" + std::to_string(size.height) +
                     " is larger than the accepted 10000x10000, not decoded");
   }
 }
@@ -184,14 +184,14 @@ cv::Mat ReadGrayImage(const std::string& path) {
   const std::vector<unsigned char> bytes = ReadBinaryFile(path, kMaxImageFileBytes);
   RequireDecodableSize(bytes, path);
   const cv::Mat image = bytes.empty() ? cv::Mat() : cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
-  if (image.empty()) throw ToolError(path + ": not an image OpenCV can decode");
-  if (image.depth() != CV_8U) throw ToolError(path + ": not an 8-bit image");
+  if (image.empty()) throw StationError(path + ": not an image OpenCV can decode");
+  if (image.depth() != CV_8U) throw StationError(path + ": not an 8-bit image");
   cv::Mat gray;
   switch (image.channels()) {
     case 1: gray = image; break;
     case 3: cv::cvtColor(image, gray, cv::COLOR_BGR2GRAY); break;
     case 4: cv::cvtColor(image, gray, cv::COLOR_BGRA2GRAY); break;
-    default: throw ToolError(path + ": unsupported number of channels");
+    default: throw StationError(path + ": unsupported number of channels");
   }
   return gray.isContinuous() ? gray : gray.clone();
 }
@@ -199,17 +199,17 @@ cv::Mat ReadGrayImage(const std::string& path) {
 void RequireSameSize(const cv::Mat& image, const std::string& path, const cv::Mat& reference,
                      const std::string& referencePath) {
   if (image.size() == reference.size()) return;
-  throw ToolError(path + ": " + std::to_string(image.cols) + "x" + std::to_string(image.rows) + " differs from the " +
+  throw StationError(path + ": " + std::to_string(image.cols) + "x" + std::to_string(image.rows) + " differs from the " +
                   std::to_string(reference.cols) + "x" + std::to_string(reference.rows) + " of " + referencePath);
 }
 
 cv::Size ParseFrameSize(const std::string& text, const std::string& option) {
   const cv::Size size = ParseSize(text, option);
   if (size.width % 2 != 0 || size.height % 2 != 0) {
-    throw ToolError(option + ": width and height must be even, got '" + text + "'");
+    throw StationError(option + ": width and height must be even, got '" + text + "'");
   }
   if (size.width > kMaxImageSidePx || size.height > kMaxImageSidePx) {
-    throw ToolError(option + ": each side must be at most 10000, got '" + text + "'");
+    throw StationError(option + ": each side must be at most 10000, got '" + text + "'");
   }
   return size;
 }

@@ -1,5 +1,5 @@
 // Input side of the command-line tool: option values, input files and
-// images. Every problem is a ToolError naming the option or file, which the
+// images. Every problem is a StationError naming the option or file, which the
 // tool reports on one line and answers with exit status 2. Inputs are
 // bounded before they are read: only regular files, each kind up to its
 // stated size, and images no larger than the library accepts.
@@ -12,11 +12,7 @@
 
 #include <opencv2/core.hpp>
 
-// Exit statuses of qlm-calib.
-constexpr int kExitSuccess = 0;
-constexpr int kExitBadInput = 2;
-constexpr int kExitChecksFailed = 3;
-constexpr int kExitLibraryFilesMissing = 4;
+#include "station/StationError.h"
 
 // Largest input files read: images, and text files (parameters, distortion
 // tables). A record holds exactly kCalibrationRecordSize bytes and a raw
@@ -25,11 +21,6 @@ constexpr uintmax_t kMaxImageFileBytes = uintmax_t{512} << 20;
 constexpr uintmax_t kMaxTextFileBytes = uintmax_t{16} << 20;
 // Largest image side the library accepts, for images and raw frames alike.
 constexpr int kMaxImageSidePx = 10000;
-
-class ToolError : public std::runtime_error {
- public:
-  explicit ToolError(const std::string& message) : std::runtime_error(message) {}
-};
 
 // "WxH" with positive integers, e.g. "4000x3000".
 cv::Size ParseSize(const std::string& text, const std::string& option);

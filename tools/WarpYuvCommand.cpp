@@ -1,5 +1,8 @@
 #include "tools/WarpYuvCommand.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -10,8 +13,8 @@
 #include <vector>
 
 #include "distortion/CDistortionFilter.h"
+#include "station/RunOutputs.h"
 #include "tools/ToolInput.h"
-#include "tools/ToolOutput.h"
 
 namespace {
 
@@ -37,17 +40,17 @@ int64_t CountFrames(const WarpYuvOptions& options, size_t frameBytes) {
   RequireReadableFile(options.input, std::numeric_limits<uintmax_t>::max());
   std::error_code error;
   const uintmax_t fileBytes = fs::file_size(options.input, error);
-  if (error) throw ToolError(options.input + ": cannot read file");
+  if (error) throw StationError(options.input + ": cannot read file");
   const std::string found = ", found " + std::to_string(fileBytes) + " bytes";
   if (options.frames > 0) {
     if (fileBytes / frameBytes < static_cast<uintmax_t>(options.frames)) {
-      throw ToolError(options.input + ": " + std::to_string(options.frames) + " frames of " + options.inputSize +
+      throw StationError(options.input + ": " + std::to_string(options.frames) + " frames of " + options.inputSize +
                       " need " + std::to_string(options.frames * frameBytes) + " bytes" + found);
     }
     return options.frames;
   }
   if (fileBytes == 0 || fileBytes % frameBytes != 0) {
-    throw ToolError(options.input + ": expected a whole number of " + std::to_string(frameBytes) + "-byte frames for " +
+    throw StationError(options.input + ": expected a whole number of " + std::to_string(frameBytes) + "-byte frames for " +
                     options.inputSize + found);
   }
   return static_cast<int64_t>(fileBytes / frameBytes);
@@ -97,9 +100,10 @@ float WarpBatch(const FrameWarp& warp, std::vector<std::vector<uint8_t>>& inputs
   return warp.Run(inputs[0], outputs[0]);
 }
 
+// One per processor, never more.
 unsigned ThreadCount(unsigned requested) {
-  if (requested > 0) return requested;
-  return std::max(1u, std::thread::hardware_concurrency());
+  const unsigned processors = std::max(1u, std::thread::hardware_concurrency());
+  return requested > 0 ? std::min(requested, processors) : processors;
 }
 
 // Reads, warps and writes the frames batch by batch, in input order. Returns
@@ -107,7 +111,14 @@ unsigned ThreadCount(unsigned requested) {
 bool WarpFrameFile(const FrameWarp& warp, const WarpYuvOptions& options, int64_t frames,
                    const std::string& outputPath, bool* readFailed) {
   std::ifstream in(options.input, std::ios::binary);
-  std::ofstream out(outputPath, std::ios::binary | std::ios::trunc);
+  const int out = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (out < 0) return false;
+  struct Closed {
+    int descriptor;
+    ~Closed() {
+      if (descriptor >= 0) close(descriptor);
+    }
+  } owned{out};
   const size_t batch = static_cast<size_t>(std::min<int64_t>(ThreadCount(options.threads), frames));
   std::vector<std::vector<uint8_t>> inputs(batch, std::vector<uint8_t>(FrameBytes(warp.inputSize)));
   std::vector<std::vector<uint8_t>> outputs(batch, std::vector<uint8_t>(FrameBytes(warp.outputSize), 0));
@@ -123,15 +134,16 @@ bool WarpFrameFile(const FrameWarp& warp, const WarpYuvOptions& options, int64_t
     const float zoom = WarpBatch(warp, inputs, outputs, count);
     if (done == 0) std::printf("zoom: %.6f\n", zoom);
     for (size_t i = 0; i < count; ++i) {
-      out.write(reinterpret_cast<const char*>(outputs[i].data()), static_cast<std::streamsize>(outputs[i].size()));
+      WriteAll(out, outputPath, outputs[i].data(), outputs[i].size());
       if (frames > 1) std::printf("\rframe %lld of %lld", static_cast<long long>(done + i + 1), static_cast<long long>(frames));
     }
     std::fflush(stdout);
     done += static_cast<int64_t>(count);
   }
   if (frames > 1) std::printf("\n");
-  out.close();
-  return static_cast<bool>(out);
+  owned.descriptor = -1;
+  SyncAndClose(out, outputPath);
+  return true;
 }
 
 }  // namespace
@@ -151,7 +163,7 @@ void AddWarpYuvOptions(CLI::App& command, WarpYuvOptions& options) {
   command.add_option("--source", options.source, "Source transform ox,oy,s")->capture_default_str();
   command.add_option("--frames", options.frames, "Frames to warp from the start of the input (default: all)")
       ->check(CLI::PositiveNumber);
-  command.add_option("--threads", options.threads, "Frames warped at once (default: one per processor)")
+  command.add_option("--threads", options.threads, "Frames warped at once (default and most: one per processor)")
       ->check(CLI::PositiveNumber);
 }
 
@@ -166,14 +178,15 @@ int RunWarpYuv(const WarpYuvOptions& options) {
   CopyValues(ParseFloatList(options.forward, 3, "--forward"), warp.filter.forwardTransform);
   CopyValues(ParseFloatList(options.source, 3, "--source"), warp.filter.sourceTransform);
 
+  CheckRunFiles({{options.input}, {}, {options.output}, {}});
   const int64_t frames = CountFrames(options, FrameBytes(warp.inputSize));
   bool readFailed = false;
   try {
     WriteAtomically(options.output, [&](const std::string& temporary) {
       return WarpFrameFile(warp, options, frames, temporary, &readFailed);
     });
-  } catch (const ToolError&) {
-    if (readFailed) throw ToolError(options.input + ": cannot read file");
+  } catch (const StationError&) {
+    if (readFailed) throw StationError(options.input + ": cannot read file");
     throw;
   }
   std::printf("wrote %s (%dx%d", options.output.c_str(), warp.outputSize.width, warp.outputSize.height);

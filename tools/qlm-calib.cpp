@@ -16,12 +16,13 @@
 
 #include "api/Exports.h"
 #include "engine/dualCalibration.h"
+#include "station/ParameterText.h"
+#include "station/RunOutputs.h"
 #include "tools/ChartCommand.h"
 #include "tools/DemoCommand.h"
 #include "tools/RefineCommand.h"
 #include "tools/SynthCommand.h"
 #include "tools/ToolInput.h"
-#include "tools/ToolOutput.h"
 #include "tools/WarpYuvCommand.h"
 
 namespace {
@@ -29,8 +30,9 @@ namespace {
 constexpr char kExitStatusHelp[] =
     "Exit status: 0 success, 2 bad input (missing, unreadable, irregular or oversized file, undecodable image, "
     "size outside what the library accepts, malformed option) or any other error, 3 a calibration that ran but "
-    "failed its checks, 4 the library did not write the files the run names in its directory. Output files "
-    "are kept only with status 0 or 3.";
+    "failed its checks, 4 the library did not write the files the run names in its directory, or a file system "
+    "is full, 128 + N stopped by signal N (SIGINT, SIGTERM). Output files are kept only with status 0 or 3, all "
+    "of them; an output that is a symbolic link writes its target.";
 
 int RunVersion() {
   std::printf("library version %d (0x%x)\nqlm-calib %s\n", kLibraryVersion, kLibraryVersion,
@@ -42,9 +44,9 @@ int RunVersion() {
 int RunParams(const std::string& outPath) {
   auto engine = std::make_unique<dualCalibration>();
   if (outPath.empty()) return engine->SaveParameters(stdout) ? kExitSuccess : kExitBadInput;
-  WriteAtomically(outPath, [&](const std::string& temporary) {
-    return SaveParametersToFile(*engine, temporary.c_str()) == 1;
-  });
+  CheckRunFiles({{}, {}, {outPath}, {}});
+  const std::string text = ParameterSectionText(*engine);
+  WriteBytesAtomically(outPath, text.data(), text.size());
   std::printf("wrote %s\n", outPath.c_str());
   return kExitSuccess;
 }
@@ -144,10 +146,11 @@ int RunTool(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  RemoveOutputsOnStopSignals();
   try {
     return RunTool(argc, argv);
-  } catch (const MissingLibraryFiles& error) {
-    return Fail(error.what(), kExitLibraryFilesMissing);
+  } catch (const StorageError& error) {
+    return Fail(error.what(), kExitFilesNotStored);
   } catch (const std::bad_alloc&) {
     return Fail("out of memory", kExitBadInput);
   } catch (const std::exception& error) {

@@ -52,5 +52,5 @@ TEST(AndroidMetadata, RoundTripOfRAndTForEverySensorOrientation) {
   EXPECT_EQ(metadata["main"]["android.lens.distortion"], nlohmann::json({0.1, -0.2, 0.5, 0.003, 0.004}));
   EXPECT_NEAR(cv::norm(Vector(metadata["second"]["android.lens.poseTranslation"])), cv::norm(rig.T) / 1000.0, 1e-12);
   engine->m_nSquareSize = 0;
-  EXPECT_THROW(AndroidMetadataJson(*engine, 0.0, 90), ToolError);
+  EXPECT_THROW(AndroidMetadataJson(*engine, 0.0, 90), StationError);
 }

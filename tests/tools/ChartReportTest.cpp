@@ -4,7 +4,7 @@
 
 #include "synthetic/ChessboardRenderer.h"
 #include "tools/ChartReport.h"
-#include "tools/ToolOutput.h"
+#include "station/RunOutputs.h"
 
 // Eight tilted views with the board's centre 1000 units along the main camera's axis (the corners stay inside the
 // middle half of the image): true projections plus 0.1 px noise, fitted with the true cameras; rows 0 to 2 of view

@@ -6,11 +6,11 @@
 
 namespace {
 
-// The ToolError's text, or "" when run throws none.
+// The StationError's text, or "" when run throws none.
 std::string ErrorOf(const std::function<void()>& run) {
   try {
     run();
-  } catch (const ToolError& error) {
+  } catch (const StationError& error) {
     return error.what();
   }
   return "";

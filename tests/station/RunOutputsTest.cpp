@@ -1,4 +1,4 @@
-#include "tools/ToolOutput.h"
+#include "station/RunOutputs.h"
 
 #include "tests/support/TestPrelude.h"
 
@@ -25,9 +25,9 @@ TEST(ToolOutput, WritesAtomically) {
   TempDir dir;
   const std::string path = dir.File("out.bin"), longName = dir.File(std::string(251, 'n') + ".bin");
   EXPECT_THROW(WriteAtomically(path, [](const std::string& temporary) { return WriteFile(temporary, "x"), false; }),
-               ToolError);
+               StationError);
   EXPECT_THROW(WriteAtomically(path, [](const std::string&) -> bool { throw std::bad_alloc(); }), std::bad_alloc);
-  EXPECT_THROW(WriteBytesAtomically(dir.File("no/such/dir/out.bin"), "x", 1), ToolError);
+  EXPECT_THROW(WriteBytesAtomically(dir.File("no/such/dir/out.bin"), "x", 1), StationError);
   EXPECT_EQ(EntriesIn(dir.Path()), 0u);
   for (bool commit : {false, true}) {
     WriteBytesAtomically(path, "abc", 3);
@@ -58,8 +58,8 @@ TEST(ToolOutput, PicturesDirAndLibraryFiles) {
   for (const char* name : {"stale.txt", "missing.txt", "folder.txt"}) LibraryFile(name);
   try {
     CheckLibraryFiles();
-    ADD_FAILURE() << "no MissingLibraryFiles";
-  } catch (const MissingLibraryFiles& error) {
+    ADD_FAILURE() << "no StorageError";
+  } catch (const StorageError& error) {
     EXPECT_EQ(std::string(error.what()), dir.Path() + ": the library did not write stale.txt missing.txt folder.txt");
   }
 }

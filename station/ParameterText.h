@@ -1,0 +1,11 @@
+// A filter's parameter section as the text its parameter files hold, for
+// writing it through the run's checked outputs and for checking the copy the
+// library writes itself.
+#pragma once
+
+#include <string>
+
+class CFilter;
+
+// What SaveParametersToFile writes for filter.
+std::string ParameterSectionText(CFilter& filter);
