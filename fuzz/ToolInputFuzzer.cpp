@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       case 1: CheckFrameSize(text); break;
       default: CheckCamera(text); break;
     }
-  } catch (const ToolError&) {
+  } catch (const StationError&) {
     // A refusal with a message is the expected answer to bad input.
   }
   return 0;
