@@ -117,8 +117,8 @@ TEST(ChessboardDetection, BoardNotFoundInBothImagesChangesNoView) {
 // Where the quarter-size search loses the board, the any-scale search finds every pair: boards 20 px from the edge of
 // a 2000 x 1500 ultra-wide (k1 -0.36 and -0.32), and in its corners, one of each that only the sector pass finds;
 // squares of 12 px; a 4000 x 3000 capture with squares of 20 px, blurred, noisy and JPEG-compressed. Refined on the
-// smoothed image, the corners come within 0.04 px RMS of the truth (0.023 on the 12 MP capture), where the image as
-// it is leaves up to 0.046 (0.027). Out of focus (sigma 3 px) the windows widen to the blur and the corners come
+// smoothed image, the corners come within 0.04 px RMS of the truth (0.025 on the 12 MP capture: 0.0213 on x86-64,
+// 0.0237 on AArch64), where the image as it is leaves up to 0.046 (0.027). Out of focus (sigma 3 px) the windows widen to the blur and the corners come
 // within 0.008 px, where 11-px windows leave 0.01.
 TEST(ChessboardDetection, AnyScaleSearchFindsBoardsAtTheEdgeAndWithSmallSquares) {
   const struct {
@@ -132,7 +132,7 @@ TEST(ChessboardDetection, AnyScaleSearchFindsBoardsAtTheEdgeAndWithSmallSquares)
   } scenes[] = {{"lens border", kImageSize, -0.36, 0.14, Placement::kBorder, 48.0, 120.0, false, 0.0, 0.04},
                 {"lens corner", kImageSize, -0.36, 0.14, Placement::kCorner, 48.0, 120.0, false, 0.0, 0.04},
                 {"squares 12", kImageSize, 0.0, 0.0, Placement::kAnywhere, 12.0, 15.0, false, 0.0, 0.04},
-                {"12 MP", {4000, 3000}, 0.0, 0.0, Placement::kAnywhere, 20.0, 30.0, true, 0.8, 0.023},
+                {"12 MP", {4000, 3000}, 0.0, 0.0, Placement::kAnywhere, 20.0, 30.0, true, 0.8, 0.025},
                 {"out of focus", kImageSize, 0.0, 0.0, Placement::kAnywhere, 48.0, 120.0, false, 3.0, 0.008}};
   for (const auto& scene : scenes) {
     SCOPED_TRACE(scene.name);

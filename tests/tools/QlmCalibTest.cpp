@@ -1,9 +1,14 @@
 // End-to-end runs of the qlm-calib program on data it generates once per test program.
 #include "tests/support/TestPrelude.h"
 
+#include <signal.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <regex>
 
 #include <nlohmann/json.hpp>
@@ -247,4 +252,58 @@ TEST_F(QlmCalib, BadInputsGiveOneMessageAndLeaveNoFile) {
   EXPECT_EQ(run.status, 3) << run.out;
   EXPECT_EQ(ReadJson(Path("r.json"))["constraints_met"], false);
   EXPECT_EQ(ReadJson(Path("r.json"))["refined"], nlohmann::json({{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}, {0.0, 0.0, 1.0}}));
+}
+
+// SIGTERM while the run waits to commit (its JSON goes to a pipe no one reads yet): the report folder it created and
+// every temporary go, the file an earlier run left stays as it was, and the status is 128 + 15.
+TEST_F(QlmCalib, StopSignalRemovesTheRunsTemporariesAndKeepsEarlierFiles) {
+  ASSERT_EQ(mkfifo(Path("pipe").c_str(), 0600), 0);
+  WriteFile(Path("rectified.png"), "an earlier run's preview");
+  const std::string command = "exec " + std::string(QLM_CALIB_TOOL) + " chart --params " + Data("c/params.txt") +
+                              " --pairs-dir " + Data("c") + " --pictures-dir " + Path("pics") + " --report " +
+                              Path("report") + " --save-rectified " + Path("rectified.png") + " --json " + Path("pipe") +
+                              " > /dev/null 2>&1";
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr)), _exit(127);
+  // report.json is the last file the run writes before it commits.
+  bool waiting = false;
+  for (int tick = 0; tick < 6000 && !waiting; ++tick) {
+    usleep(10000);
+    std::error_code error;
+    for (const auto& entry : fs::recursive_directory_iterator(Path("report"), error)) {
+      waiting = waiting || entry.path().filename() == "report.json";
+    }
+  }
+  EXPECT_TRUE(waiting);
+  usleep(200000);
+  kill(child, SIGTERM);
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 128 + SIGTERM) << status;
+  EXPECT_EQ(FilesUnder(dir.Path()), (std::set<std::string>{"pipe", "rectified.png"}));
+  EXPECT_EQ(ReadFile(Path("rectified.png")), "an earlier run's preview");
+}
+
+// A full file system: the library's files in a full pictures folder, or the tool's own file in a full folder, give
+// status 4 naming the folder, and leave the earlier file as it was. Needs a small tmpfs, which only root may mount.
+TEST_F(QlmCalib, FullFileSystemIsStatusFourNamingTheFolder) {
+  fs::create_directories(Path("full"));
+  if (mount("tmpfs", Path("full").c_str(), "tmpfs", 0, "size=64k") != 0) GTEST_SKIP() << "cannot mount a tmpfs";
+  WriteFile(Path("full/summary.json"), "an earlier summary");
+  {
+    std::ofstream filler(Path("full/filler"), std::ios::binary);
+    const std::string block(4096, 'x');
+    while (filler.write(block.data(), block.size())) filler.flush();
+  }
+  const std::string run = "chart --params " + Data("c/params.txt") + " --pairs-dir " + Data("c");
+  const ToolRun library = RunTool(run + " --pictures-dir " + Path("full"));
+  EXPECT_EQ(library.status, 4);
+  EXPECT_NE(library.out.find("qlm-calib: " + Path("full") + ": the library did not write calib_log.txt calibrationResult.txt"),
+            std::string::npos) << library.out;
+  const ToolRun own = RunTool(run + " --pictures-dir " + Path("pics") + " --json " + Path("full/summary.json"));
+  EXPECT_EQ(own.status, 4);
+  EXPECT_NE(own.out.find("qlm-calib: " + Path("full") + ": no space left on device\n"), std::string::npos) << own.out;
+  EXPECT_EQ(ReadFile(Path("full/summary.json")), "an earlier summary");
+  umount2(Path("full").c_str(), MNT_DETACH);
 }
