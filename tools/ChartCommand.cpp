@@ -1,5 +1,7 @@
 #include "tools/ChartCommand.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -29,16 +31,67 @@ constexpr int kGuideLineSpacingPx = 64;
 
 const char* PassFail(bool passed) { return passed ? "pass" : "FAIL"; }
 
+bool SamePixels(const cv::Mat& a, const cv::Mat& b) {
+  return a.size() == b.size() && cv::norm(a, b, cv::NORM_INF) == 0.0;
+}
+
+// FNV-1a over an image's rows: a key that finds repeated images in one pass.
+uint64_t PixelKey(const cv::Mat& image) {
+  uint64_t key = 14695981039346656037ull;
+  for (int row = 0; row < image.rows; ++row) {
+    const uchar* pixels = image.ptr<uchar>(row);
+    for (size_t k = 0; k < image.cols * image.elemSize(); ++k) key = (key ^ pixels[k]) * 1099511628211ull;
+  }
+  return key;
+}
+
+// What the pairs read so far hold, to refuse a pair that repeats one, or a
+// file named as the main image of one pair and the second of another.
+class PairIntake {
+ public:
+  void Add(const std::vector<std::string>& images, std::vector<std::pair<cv::Mat, cv::Mat>>& pairs) {
+    const size_t k = pairs.size() - 1;
+    const std::string label = "pair " + std::to_string(k + 1) + ": ";
+    const cv::Mat& main = pairs[k].first;
+    const cv::Mat& second = pairs[k].second;
+    if (SamePixels(main, second)) {
+      throw StationError(label + images[2 * k] + " and " + images[2 * k + 1] + " are the same image");
+    }
+    for (int role = 0; role < 2; ++role) {
+      struct stat status = {};
+      if (stat(images[2 * k + role].c_str(), &status) != 0) continue;
+      const auto [at, added] = mFiles.insert({{status.st_dev, status.st_ino}, {k, role}});
+      if (!added && at->second.second != role) {
+        throw StationError(images[2 * k + role] + ": the " + kRoles[role] + " image of pair " + std::to_string(k + 1) +
+                           " and the " + kRoles[1 - role] + " image of pair " + std::to_string(at->second.first + 1));
+      }
+    }
+    const auto [at, added] = mPairs.insert({{PixelKey(main), PixelKey(second)}, k});
+    if (!added && SamePixels(pairs[at->second].first, main) && SamePixels(pairs[at->second].second, second)) {
+      throw StationError(label + "the same images as pair " + std::to_string(at->second + 1));
+    }
+  }
+
+ private:
+  static constexpr const char* kRoles[2] = {"main", "second"};
+  std::map<std::pair<dev_t, ino_t>, std::pair<size_t, int>> mFiles;
+  std::map<std::pair<uint64_t, uint64_t>, size_t> mPairs;
+};
+
 std::vector<std::pair<cv::Mat, cv::Mat>> ReadPairs(const std::vector<std::string>& images) {
   if (images.size() < 2 || images.size() % 2 != 0) {
     throw StationError("chart: expected image pairs MAIN1 SECOND1 [MAIN2 SECOND2 ...], got " +
                     std::to_string(images.size()) + " files");
   }
   std::vector<std::pair<cv::Mat, cv::Mat>> pairs;
+  PairIntake intake;
   for (size_t i = 0; i < images.size(); i += 2) {
     pairs.emplace_back(ReadGrayImage(images[i]), ReadGrayImage(images[i + 1]));
     RequireSameSize(pairs.back().first, images[i], pairs[0].first, images[0]);
     RequireSameSize(pairs.back().second, images[i + 1], pairs[0].second, images[1]);
+    RequireChartImageSize(pairs.back().first, images[i]);
+    RequireChartImageSize(pairs.back().second, images[i + 1]);
+    intake.Add(images, pairs);
   }
   return pairs;
 }
@@ -288,7 +341,7 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
   command.add_option("--report", options.reportDir, "Folder for the picture report (PNGs and report.json)");
   command.add_option("--android-metadata", options.androidMetadata, "Camera2 static metadata of both cameras (JSON)");
   command.add_option("--square-mm", options.squareMm, "Real size of a board square in mm (default: nSquareSize mm)")
-      ->check(CLI::PositiveNumber);
+      ->check(FiniteWithin(1e-6, 1e6));
   command.add_option("--sensor-orientation", options.sensorOrientationDeg, "Main camera's sensor orientation (deg)")
       ->check(CLI::IsMember({0, 90, 180, 270}))
       ->capture_default_str();

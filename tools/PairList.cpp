@@ -97,6 +97,8 @@ std::vector<std::string> PairsFromListFile(const std::string& path) {
   std::vector<std::string> images;
   std::string line;
   for (int number = 1; std::getline(in, line); ++number) {
+    // A byte-order mark, as editors save UTF-8, opens the first line.
+    if (number == 1 && line.rfind("\xEF\xBB\xBF", 0) == 0) line.erase(0, 3);
     std::istringstream fields(line);
     std::string main, second, extra;
     if (!(fields >> main) || main[0] == '#') continue;

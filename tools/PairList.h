@@ -16,7 +16,7 @@ std::vector<std::string> PairsFromDirectory(const std::string& directory);
 
 // Each line holds the main image's path and the second image's path,
 // separated by blanks or tabs (paths without blanks). Empty lines and lines
-// starting with '#' are skipped. Relative paths are taken from the list
+// starting with '#' are skipped, and so is a UTF-8 byte-order mark. Relative paths are taken from the list
 // file's folder. A line of another form, a file above 1 MiB or a list
 // without pairs is an error.
 std::vector<std::string> PairsFromListFile(const std::string& path);

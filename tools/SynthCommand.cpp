@@ -142,7 +142,7 @@ void AddSynthChartOptions(CLI::App& command, SynthOptions& options) {
   SynthChartConditions& chart = options.chart;
   PlacementOptions& placement = chart.placementOptions;
   RenderOptions& render = chart.render;
-  const auto nonNegative = CLI::Range(0.0, 1e6);
+  const auto nonNegative = FiniteWithin(0.0, 1e6);
   command.add_option("--pairs", options.pairs, "Number of image pairs")->capture_default_str();
   command.add_option("--main-lens", chart.mainLens,
                      "Main lens k1,k2,p1,p2[,k3[,k4,k5,k6]] (OpenCV's model; a phone's ultra-wide has k1 -0.2 to -0.45)");
@@ -155,14 +155,14 @@ void AddSynthChartOptions(CLI::App& command, SynthOptions& options) {
       ->capture_default_str();
   command.add_option("--border-px", placement.borderPx,
                      "border, corner: the board's nearest corner this far from the edge (a board pushed to the edge)")
-      ->check(CLI::Range(kMinCornerMarginPx, 1e4))
+      ->check(FiniteWithin(kMinCornerMarginPx, 1e4))
       ->capture_default_str();
   command.add_option("--max-roll", placement.maxRollDeg,
                      "Roll of the board in its plane up to this many degrees (hand-held; 180: upside down too)")
-      ->check(CLI::Range(0.0, 180.0))
+      ->check(FiniteWithin(0.0, 180.0))
       ->capture_default_str();
   command.add_option("--max-tilt", placement.maxTiltDeg, "Tilt of the board up to this many degrees")
-      ->check(CLI::Range(0.0, 60.0))
+      ->check(FiniteWithin(0.0, 60.0))
       ->capture_default_str();
   command.add_option("--square-px", chart.squarePx,
                      "MIN,MAX mean square side in the main image, not with centre (12: a far board or a binned capture)")
@@ -177,7 +177,7 @@ void AddSynthChartOptions(CLI::App& command, SynthOptions& options) {
                      "LENGTH[,ANGLE] motion during the exposure in px and degrees (a hand-held board)");
   command.add_option("--vignetting", render.vignetting,
                      "Illumination in the image corners relative to the centre (0.3 to 0.5 on an ultra-wide)")
-      ->check(CLI::Range(0.01, 1.0));
+      ->check(FiniteWithin(0.01, 1.0));
   command.add_option("--exposure", chart.exposure,
                      "MAIN,SECOND exposure of each camera (the two cameras meter the scene differently)");
   command.add_option("--gain", chart.gain, "MAIN,SECOND analogue gain of each camera, on signal and noise (low light)");

@@ -180,9 +180,33 @@ void RequireDecodableSize(const std::vector<unsigned char>& bytes, const std::st
   }
 }
 
+bool JpegComplete(const std::vector<unsigned char>& bytes) {
+  // Segments up to the first scan, each by its length; scan data holds no
+  // unstuffed 0xFF 0xD9, so the end of image follows the last scan.
+  size_t at = 2;
+  while (at + 4 <= bytes.size() && bytes[at] == 0xFF) {
+    const unsigned char marker = bytes[at + 1];
+    if (marker == 0xFF) {
+      ++at;
+      continue;
+    }
+    if (marker == 0xDA) {
+      for (size_t k = at + 2; k + 1 < bytes.size(); ++k) {
+        if (bytes[k] == 0xFF && bytes[k + 1] == 0xD9) return true;
+      }
+      return false;
+    }
+    at += 2 + (static_cast<size_t>(bytes[at + 2]) << 8 | bytes[at + 3]);
+  }
+  return false;
+}
+
 cv::Mat ReadGrayImage(const std::string& path) {
   const std::vector<unsigned char> bytes = ReadBinaryFile(path, kMaxImageFileBytes);
   RequireDecodableSize(bytes, path);
+  if (bytes.size() >= 2 && bytes[0] == 0xFF && bytes[1] == 0xD8 && !JpegComplete(bytes)) {
+    throw StationError(path + ": a JPEG cut short (no end of image after its scan data)");
+  }
   const cv::Mat image = bytes.empty() ? cv::Mat() : cv::imdecode(bytes, cv::IMREAD_UNCHANGED);
   if (image.empty()) throw StationError(path + ": not an image OpenCV can decode");
   if (image.depth() != CV_8U) throw StationError(path + ": not an 8-bit image");
@@ -194,6 +218,26 @@ cv::Mat ReadGrayImage(const std::string& path) {
     default: throw StationError(path + ": unsupported number of channels");
   }
   return gray.isContinuous() ? gray : gray.clone();
+}
+
+void RequireChartImageSize(const cv::Mat& image, const std::string& path) {
+  if (image.cols < kMinChartImageSidePx || image.rows < kMinChartImageSidePx) {
+    throw StationError(path + ": " + std::to_string(image.cols) + "x" + std::to_string(image.rows) +
+                       " is below the " + std::to_string(kMinChartImageSidePx) + " pixels per side the chessboard "
+                       "search needs");
+  }
+}
+
+CLI::Validator FiniteWithin(double low, double high) {
+  return CLI::Validator(
+      [low, high](const std::string& text) -> std::string {
+        double value = 0.0;
+        const bool number = CLI::detail::lexical_cast(text, value);
+        if (number && std::isfinite(value) && value >= low && value <= high) return "";
+        return "expected a finite number in " + CLI::detail::to_string(low) + ".." + CLI::detail::to_string(high) +
+               ", got '" + text + "'";
+      },
+      "FINITE");
 }
 
 void RequireSameSize(const cv::Mat& image, const std::string& path, const cv::Mat& reference,

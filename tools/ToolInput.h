@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
 #include <opencv2/core.hpp>
 
 #include "station/StationError.h"
@@ -41,8 +42,20 @@ bool ImageHeaderSize(const std::vector<unsigned char>& bytes, cv::Size* size);
 // is refused before it is decoded.
 void RequireDecodableSize(const std::vector<unsigned char>& bytes, const std::string& path);
 // An image in any format OpenCV decodes, 8 bits per channel, converted to
-// one grey channel.
+// one grey channel; a JPEG cut short is refused.
 cv::Mat ReadGrayImage(const std::string& path);
+// Whether a JPEG file holds its end-of-image marker after its scan data:
+// false for a file cut short.
+bool JpegComplete(const std::vector<unsigned char>& bytes);
+// Smallest image side of a chart pair: the engine searches the image at
+// quarter size, where 16 pixels hold four squares of 4 pixels, the least a
+// board of 3 x 3 inner corners needs.
+constexpr int kMinChartImageSidePx = 64;
+// Throws, naming path, for an image below that size.
+void RequireChartImageSize(const cv::Mat& image, const std::string& path);
+// An option check: a finite number within [low, high] (CLI11's own range
+// checks let NaN through).
+CLI::Validator FiniteWithin(double low, double high);
 // Throws, naming path, unless image has the size of the reference image.
 void RequireSameSize(const cv::Mat& image, const std::string& path, const cv::Mat& reference,
                      const std::string& referencePath);

@@ -2,7 +2,8 @@
 
 #include "tests/support/TestPrelude.h"
 
-// The messages of bad lists and folders are checked through the tool (QlmCalib.BadInputs...).
+// The messages of bad lists and folders are checked through the tool (QlmCalib.BadInputs...). A list saved with a
+// byte-order mark reads its first pair.
 TEST(PairList, FolderPairsInNaturalOrderAndListFilesOnePairPerLine) {
   TempDir dir;
   for (const char* name : {"pair_10_main.png", "pair_10_second.png", "pair_2_second.png", "pair_2_main.png",
@@ -13,7 +14,7 @@ TEST(PairList, FolderPairsInNaturalOrderAndListFilesOnePairPerLine) {
             (std::vector<std::string>{dir.File("a_main.bmp"), dir.File("a_second.bmp"), dir.File("pair_2_main.png"),
                                       dir.File("pair_2_second.png"), dir.File("pair_10_main.png"),
                                       dir.File("pair_10_second.png")}));
-  WriteFile(dir.File("pairs.txt"), "# station 3\n\nm1.png\ts1.png\n  /abs/m2.png   s2.png  \n");
+  WriteFile(dir.File("pairs.txt"), "\xEF\xBB\xBFm1.png\ts1.png\n# station 3\n\n  /abs/m2.png   s2.png  \n");
   EXPECT_EQ(ChartImagePaths({}, "", dir.File("pairs.txt")),
             (std::vector<std::string>{dir.File("m1.png"), dir.File("s1.png"), "/abs/m2.png", dir.File("s2.png")}));
   EXPECT_EQ(ChartImagePaths({"a.png", "b.png"}, "", ""), (std::vector<std::string>{"a.png", "b.png"}));

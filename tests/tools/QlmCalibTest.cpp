@@ -228,9 +228,18 @@ TEST_F(QlmCalib, BadInputsGiveOneMessageAndLeaveNoFile) {
       {"only-main/b_main.png", ""},     {"only-second/b_second.png", ""},     {"two-lines.txt", "m1.png s1.png\nm2.png\n"},
       {"three.txt", "m1.png s1.png extra.png\n"}, {"comment.txt", "# nothing\n"}, {"big.txt", std::string((1 << 20) + 1, 'x')}};
   for (const auto& [name, text] : files) WriteFile(Path(name), text);
-  const std::pair<const char*, cv::Mat> images[] = {{"a.png", cv::Mat(30, 50, CV_8UC1, 1)}, {"b.png", cv::Mat(30, 40, CV_8UC1, 1)},
-      {"narrow.png", cv::Mat(1000, 999, CV_8UC1, 9)}, {"deep.png", cv::Mat(1000, 1000, CV_16UC1, 1000)}};
+  const std::pair<const char*, cv::Mat> images[] = {{"a.png", cv::Mat(80, 100, CV_8UC1, 1)}, {"b.png", cv::Mat(80, 90, CV_8UC1, 1)}, {"c.png", cv::Mat(80, 100, CV_8UC1, 2)},
+      {"narrow.png", cv::Mat(1000, 999, CV_8UC1, 9)}, {"deep.png", cv::Mat(1000, 1000, CV_16UC1, 1000)},
+      {"one.png", cv::Mat(1, 1, CV_8UC1, 9)}};
   for (const auto& [name, image] : images) ASSERT_TRUE(cv::imwrite(Path(name), image));
+  // Captures cut in half: a truncated JPEG decodes to a partly grey image, so it is caught by its missing end marker.
+  cv::Mat noise(400, 400, CV_8UC1);
+  cv::randu(noise, 0, 255);
+  for (const char* extension : {".jpg", ".png"}) {
+    std::vector<uchar> encoded;
+    ASSERT_TRUE(cv::imencode(extension, noise, encoded));
+    WriteFile(Path(std::string("cut") + extension), std::string(encoded.begin(), encoded.begin() + encoded.size() / 2));
+  }
   const std::set<std::string> before = FilesUnder(dir.Path());
   std::istringstream golden(ReadFile(std::string(QLM_TEST_DATA_DIR) + "/tools/BadInputs.golden"));
   std::string transcript;
