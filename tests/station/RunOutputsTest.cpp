@@ -8,8 +8,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "tools/ToolInput.h"
-
 namespace fs = std::filesystem;
 
 namespace {
@@ -21,7 +19,7 @@ size_t EntriesIn(const std::string& directory) {
 }  // namespace
 
 // Files appear only on commit and none on failure; the longest name a directory entry may have still fits.
-TEST(ToolOutput, WritesAtomically) {
+TEST(RunOutputs, WritesAtomically) {
   TempDir dir;
   const std::string path = dir.File("out.bin"), longName = dir.File(std::string(251, 'n') + ".bin");
   EXPECT_THROW(WriteAtomically(path, [](const std::string& temporary) { return WriteFile(temporary, "x"), false; }),
@@ -41,8 +39,8 @@ TEST(ToolOutput, WritesAtomically) {
 }
 
 // The option wins over the environment and is exported; a library file counts only when this run wrote it as a
-// regular file.
-TEST(ToolOutput, PicturesDirAndLibraryFiles) {
+// regular file, not empty, with the bytes expected of it, and a log only when this run made it grow.
+TEST(RunOutputs, PicturesDirAndLibraryFiles) {
   TempDir dir;
   EXPECT_EQ(SelectPicturesDir(dir.File("option/nested")), dir.File("option/nested"));
   EXPECT_TRUE(fs::is_directory(dir.File("option/nested")));
@@ -53,13 +51,69 @@ TEST(ToolOutput, PicturesDirAndLibraryFiles) {
   const timespec past[2] = {{1000, 0}, {1000, 0}};
   ASSERT_EQ(utimensat(AT_FDCWD, dir.File("stale.txt").c_str(), past, 0), 0);
   fs::create_directory(dir.File("folder.txt"));
+  WriteFile(dir.File("log.txt"), "earlier lines\n");
+  WriteFile(dir.File("quiet.txt"), "earlier lines\n");
+  WriteFile(AppendedLibraryFile("log.txt"), "earlier lines\nthis run's line\n");
   WriteFile(LibraryFile("fresh.txt"), "now");
+  WriteFile(LibraryFile("exact.txt", "all of it\n"), "all of it\n");
   CheckLibraryFiles();
+  AppendedLibraryFile("quiet.txt");
+  WriteFile(LibraryFile("empty.txt"), "");
+  WriteFile(LibraryFile("cut.txt", "all of it\n"), "all of");
   for (const char* name : {"stale.txt", "missing.txt", "folder.txt"}) LibraryFile(name);
   try {
     CheckLibraryFiles();
     ADD_FAILURE() << "no StorageError";
   } catch (const StorageError& error) {
-    EXPECT_EQ(std::string(error.what()), dir.Path() + ": the library did not write stale.txt missing.txt folder.txt");
+    EXPECT_EQ(std::string(error.what()),
+              dir.Path() + ": the library did not write quiet.txt empty.txt cut.txt stale.txt missing.txt folder.txt");
   }
+}
+
+// A commit that cannot put a later file in place puts back what the earlier ones replaced and leaves no temporary; an
+// output that is a symbolic link writes the file it points to and the link stays.
+TEST(RunOutputs, FailedCommitRestoresAndLinksAreFollowed) {
+  TempDir dir;
+  WriteFile(dir.File("first.txt"), "earlier first");
+  fs::create_directory(dir.File("sub"));
+  WriteBytesAtomically(dir.File("first.txt"), "new first", 9);
+  WriteBytesAtomically(dir.File("sub/second.txt"), "new second", 10);
+  fs::rename(dir.File("sub"), dir.File("moved"));  // the second file's temporary goes with its folder
+  EXPECT_THROW(CommitOutputs(), StationError);
+  EXPECT_EQ(ReadFile(dir.File("first.txt")), "earlier first");
+  EXPECT_EQ(EntriesIn(dir.Path()), 2u);  // first.txt and the moved folder
+
+  fs::create_directory(dir.File("target"));
+  fs::create_symlink("target/real.json", dir.File("link.json"));
+  WriteJsonAtomically(dir.File("link.json"), nlohmann::json{{"code", 2}});
+  CommitOutputs();
+  EXPECT_TRUE(fs::is_symlink(dir.File("link.json")));
+  EXPECT_EQ(ReadFile(dir.File("target/real.json")), "{\n  \"code\": 2\n}\n");
+}
+
+// Before a run: one path twice (also through a link), an output over an input or in an input folder, an input in an
+// output folder, a file over a folder and the reverse; outputs in distinct places pass.
+TEST(RunOutputs, CollidingRunFilesAreRefusedBeforeTheRun) {
+  TempDir dir;
+  fs::create_directory(dir.File("in"));
+  WriteFile(dir.File("in/a.png"), "");
+  WriteFile(dir.File("file.txt"), "");
+  fs::create_symlink(dir.File("x.json"), dir.File("alias.json"));
+  const std::pair<RunFiles, std::string> refused[] = {
+      {{{}, {}, {dir.File("x.json"), dir.File("alias.json")}, {}}, dir.File("alias.json") + ": named twice as an output"},
+      {{{dir.File("in/a.png")}, {}, {dir.File("in/../in/a.png")}, {}}, dir.File("in/../in/a.png") + ": is also an input of this run"},
+      {{{}, {dir.File("in")}, {dir.File("in/out.json")}, {}}, dir.File("in/out.json") + ": inside the input folder " + dir.File("in")},
+      {{{dir.File("in/a.png")}, {}, {}, {dir.File("in")}}, dir.File("in") + ": holds the input " + dir.File("in/a.png")},
+      {{{}, {}, {dir.File("in")}, {}}, dir.File("in") + ": is a folder, not a file"},
+      {{{}, {}, {}, {dir.File("file.txt")}}, dir.File("file.txt") + ": is a file, not a folder"},
+      {{{}, {}, {dir.File("r/report.json")}, {dir.File("r")}}, dir.File("r/report.json") + ": inside the output folder " + dir.File("r")}};
+  for (const auto& [files, message] : refused) {
+    try {
+      CheckRunFiles(files);
+      ADD_FAILURE() << message;
+    } catch (const StationError& error) {
+      EXPECT_EQ(std::string(error.what()), message);
+    }
+  }
+  EXPECT_NO_THROW(CheckRunFiles({{dir.File("in/a.png")}, {dir.File("in")}, {dir.File("x.json"), "", "/dev/stdout"}, {dir.File("report")}}));
 }
