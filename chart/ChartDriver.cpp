@@ -432,3 +432,11 @@ ChartSummary dualCalibration::recalibrateChartWithout(const ChartSummary& first,
     return ChartSummary();
   }
 }
+
+std::vector<int32_t> PairNumbersOfViews(const ChartSummary& summary) {
+  std::vector<int32_t> pairs;
+  for (size_t k = 0; k < summary.viewsFound.size(); ++k) {
+    if (summary.viewsFound[k] == 1) pairs.push_back(static_cast<int32_t>(k + 1));
+  }
+  return pairs;
+}

@@ -124,3 +124,7 @@ struct ChartSummary {
   // and per view of the first run the grid indices of the corners it left out.
   CornerOutliers dropped;
 };
+
+// Each view's pair, counted from 1 in the order the pairs were given: the one
+// numbering the summary, its JSON and the report share.
+std::vector<int32_t> PairNumbersOfViews(const ChartSummary& summary);

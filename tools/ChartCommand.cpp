@@ -96,9 +96,9 @@ std::vector<std::pair<cv::Mat, cv::Mat>> ReadPairs(const std::vector<std::string
   return pairs;
 }
 
-// "view 12 error:" padded to the summary's value column.
-std::string ViewLabel(size_t view, const char* what) {
-  std::string label = "view " + std::to_string(view + 1) + " " + what + ":";
+// "pair 12 error:" padded to the summary's value column.
+std::string PairLabel(int32_t pair, const char* what) {
+  std::string label = "pair " + std::to_string(pair) + " " + what + ":";
   label.resize(std::max<size_t>(label.size() + 1, 18), ' ');
   return label;
 }
@@ -113,17 +113,44 @@ std::string OneBasedList(const std::vector<int32_t>& indices) {
   return list;
 }
 
-// "views 3, 7; corners 12, 40 of view 1; 3 of view 5" (1-based; corners by
-// their place in the grid, row by row).
-std::string DroppedText(const CornerOutliers& dropped) {
-  std::string text = dropped.views.empty() ? "" : "views " + OneBasedList(dropped.views);
+// The pair numbers of the given views (0-based), as PairNumbersOfViews counts.
+std::vector<int32_t> PairsOf(const std::vector<int32_t>& views, const std::vector<int32_t>& pairNumbers) {
+  std::vector<int32_t> pairs;
+  for (const int32_t view : views) {
+    if (view >= 0 && static_cast<size_t>(view) < pairNumbers.size()) pairs.push_back(pairNumbers[view]);
+  }
+  return pairs;
+}
+
+// "1, 4, 7" from pair numbers.
+std::string NumberList(const std::vector<int32_t>& numbers) {
+  std::string list;
+  for (const int32_t number : numbers) list += (list.empty() ? "" : ", ") + std::to_string(number);
+  return list;
+}
+
+// "pairs 3, 7; corners 12, 40 of pair 1; 3 of pair 5" (corners counted from 1
+// by their place in the grid, row by row); views are the first run's.
+std::string DroppedText(const CornerOutliers& dropped, const std::vector<int32_t>& pairNumbers) {
+  std::string text = dropped.views.empty() ? "" : "pairs " + NumberList(PairsOf(dropped.views, pairNumbers));
   std::string corners;
-  for (size_t v = 0; v < dropped.corners.size(); ++v) {
+  for (size_t v = 0; v < dropped.corners.size() && v < pairNumbers.size(); ++v) {
     if (dropped.corners[v].empty()) continue;
-    corners += (corners.empty() ? "corners " : "; ") + OneBasedList(dropped.corners[v]) + " of view " +
-               std::to_string(v + 1);
+    corners += (corners.empty() ? "corners " : "; ") + OneBasedList(dropped.corners[v]) + " of pair " +
+               std::to_string(pairNumbers[v]);
   }
   return text + (text.empty() || corners.empty() ? "" : "; ") + corners;
+}
+
+nlohmann::json DroppedJson(const CornerOutliers& dropped, const std::vector<int32_t>& pairNumbers) {
+  nlohmann::json corners = nlohmann::json::array();
+  for (size_t v = 0; v < dropped.corners.size() && v < pairNumbers.size(); ++v) {
+    if (dropped.corners[v].empty()) continue;
+    std::vector<int32_t> oneBased = dropped.corners[v];
+    for (int32_t& corner : oneBased) ++corner;
+    corners.push_back({{"pair", pairNumbers[v]}, {"corners", oneBased}});
+  }
+  return {{"pairs", PairsOf(dropped.views, pairNumbers)}, {"corners", corners}};
 }
 
 bool IsOutlier(const ChartSummary& summary, size_t view) {
@@ -132,13 +159,14 @@ bool IsOutlier(const ChartSummary& summary, size_t view) {
 }
 
 void PrintPairing(const ChartSummary& summary) {
+  const std::vector<int32_t> pairs = PairNumbersOfViews(summary);
   std::printf("corners:          %s\n", summary.search == CornerSearch::kAnyScale
                                              ? "any-scale (scale from the image, windows sized to the squares)"
                                              : "engine (quarter size, window 21 x 21)");
   std::printf("pairing:          %s\n", PairingName(summary.pairing));
   for (size_t k = 0; k < summary.gridPairings.size(); ++k) {
     const GridPairing& pairing = summary.gridPairings[k];
-    std::printf("%s%s, homography fit %.4f px\n", ViewLabel(k, "order").c_str(),
+    std::printf("%s%s, homography fit %.4f px\n", PairLabel(pairs.at(k), "order").c_str(),
                 pairing.order < 0 ? "none" : kGridOrders[pairing.order].name, pairing.residualPx);
   }
   for (size_t k = 0; k < summary.cornerQuality.size(); ++k) {
@@ -146,19 +174,20 @@ void PrintPairing(const ChartSummary& summary) {
     std::vector<float> residuals = quality.residuals1;
     residuals.insert(residuals.end(), quality.residuals2.begin(), quality.residuals2.end());
     const float largest = residuals.empty() ? 0.0f : *std::max_element(residuals.begin(), residuals.end());
-    std::printf("%sneighbour residual median %.4f px, max %.4f px", ViewLabel(k, "corners").c_str(),
+    std::printf("%sneighbour residual median %.4f px, max %.4f px", PairLabel(pairs.at(k), "corners").c_str(),
                 UpperMedian(residuals), largest);
     if (!quality.leftOut.empty()) std::printf("; unlocated, left out: %s", OneBasedList(quality.leftOut).c_str());
     std::printf("\n");
   }
   if (!summary.repeatedCornerViews.empty()) {
-    std::printf("repeated corners: views %s (a second-image corner taken twice)\n",
-                OneBasedList(summary.repeatedCornerViews).c_str());
+    std::printf("repeated corners: pairs %s (a second-image corner taken twice)\n",
+                NumberList(PairsOf(summary.repeatedCornerViews, pairs)).c_str());
   }
   if (summary.viewsWithoutTables > 0) {
-    std::printf("warning:          the distortion tables correct views 1 to %d only; %d later views enter the "
-                "calibration uncorrected\n",
-                kChartMinViews, summary.viewsWithoutTables);
+    const std::vector<int32_t> corrected(pairs.begin(), pairs.begin() + std::min<size_t>(kChartMinViews, pairs.size()));
+    std::printf("warning:          the distortion tables correct the first %d views only (pairs %s); %d later views "
+                "enter the calibration uncorrected\n",
+                kChartMinViews, NumberList(corrected).c_str(), summary.viewsWithoutTables);
   }
 }
 
@@ -200,13 +229,14 @@ void PrintSummary(const ChartSummary& summary, bool strictTranslation) {
     return;
   }
   const ChartLimitChecks& c = summary.checks;
+  const std::vector<int32_t> pairs = PairNumbersOfViews(summary);
   std::printf("mono RMS:         main %.4f px, second %.4f px (%s)\n", summary.monoRms1, summary.monoRms2,
               PassFail(c.monoReprojection));
   PrintDeviations("main:", summary.mono1);
   PrintDeviations("second:", summary.mono2);
   std::printf("stereo RMS:       %.4f px (%s)\n", summary.stereoRms, PassFail(c.stereoReprojection));
   for (size_t k = 0; k < summary.viewErrors1.size(); ++k) {
-    std::printf("%smain %.4f px, second %.4f px%s\n", ViewLabel(k, "error").c_str(), summary.viewErrors1[k],
+    std::printf("%smain %.4f px, second %.4f px%s\n", PairLabel(pairs.at(k), "error").c_str(), summary.viewErrors1[k],
                 k < summary.viewErrors2.size() ? summary.viewErrors2[k] : 0.0f,
                 IsOutlier(summary, k) ? " (outlier)" : "");
   }
@@ -278,7 +308,8 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
       {"corner_search", SearchName(summary.search)},
       {"quick_rejected", summary.quickRejected},
       {"order_undecided", summary.orderUndecided},
-      {"outlier_views", summary.outlierViews},
+      {"view_pairs", PairNumbersOfViews(summary)},
+      {"outlier_pairs", PairsOf(summary.outlierViews, PairNumbersOfViews(summary))},
       {"views_without_tables", summary.viewsWithoutTables},
   };
   if (summary.pairing == CornerPairing::kGrid) {
@@ -289,7 +320,7 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
     }
     json["grid_pairing"] = orders;
   } else {
-    json["repeated_corner_views"] = summary.repeatedCornerViews;
+    json["repeated_corner_pairs"] = PairsOf(summary.repeatedCornerViews, PairNumbersOfViews(summary));
   }
   if (summary.search == CornerSearch::kAnyScale) {
     nlohmann::json qualities = nlohmann::json::array();
@@ -389,11 +420,10 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
     outcome.recalibrated = true;
     outcome.withoutOutliers = engine.recalibrateChartWithout(summary, summary.outlierCorners);
     std::cout.flush();
-    std::printf("\n== chart summary without outliers: %s\n", DroppedText(outcome.withoutOutliers.dropped).c_str());
+    std::printf("\n== chart summary without outliers: %s\n", DroppedText(outcome.withoutOutliers.dropped, PairNumbersOfViews(summary)).c_str());
     PrintSummary(outcome.withoutOutliers, options.strictTranslation);
     json["without_outliers"] = ChartSummaryJson(outcome.withoutOutliers, engine);
-    json["without_outliers"]["dropped"] = {{"views", outcome.withoutOutliers.dropped.views},
-                                           {"corners", outcome.withoutOutliers.dropped.corners}};
+    json["without_outliers"]["dropped"] = DroppedJson(outcome.withoutOutliers.dropped, PairNumbersOfViews(summary));
   }
   if (outcome.Final().status == kChartOk) LibraryFile("calibrationResult.txt", outcome.Final().resultFileText);
   json["strict_translation"] = options.strictTranslation;

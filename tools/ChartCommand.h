@@ -55,6 +55,6 @@ bool AllChartChecksPassed(const ChartLimitChecks& checks, bool strictTranslation
 
 // The summary's JSON form (keys views_found, views_total, rms, T,
 // angles_deg, K1, K2, D1, D2, per_view_errors, mono_rms, intrinsic_std_dev,
-// status, checks, pairing, grid_pairing or repeated_corner_views,
-// outlier_views, quick_rejected, views_without_tables).
+// status, checks, pairing, grid_pairing or repeated_corner_pairs, view_pairs,
+// outlier_pairs, quick_rejected, views_without_tables; views by their pair numbers).
 nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibration& engine);

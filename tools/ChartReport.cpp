@@ -177,7 +177,7 @@ cv::Mat ViewPicture(const ReportInput& input, const CameraFit fits[2], size_t vi
   sides[0].copyTo(canvas(cv::Rect(0, kTitleHeightPx, sides[0].cols, sides[0].rows)));
   sides[1].copyTo(canvas(cv::Rect(sides[0].cols, kTitleHeightPx, sides[1].cols, sides[1].rows)));
   const std::string images = view < input.viewImages.size() ? ": " + input.viewImages[view] : "";
-  PutText(canvas, "view " + std::to_string(view + 1) + images + " (residual = detected - reprojected)",
+  PutText(canvas, "pair " + std::to_string(input.viewPairs[view]) + images + " (residual = detected - reprojected)",
           {kMarginPx, kTitleHeightPx - 6});
   return canvas;
 }
@@ -210,7 +210,7 @@ cv::Mat ErrorChart(const ReportInput& input, const CameraFit fits[2]) {
       cv::rectangle(canvas, cv::Point(left, yOf(fits[c].errors[k])), cv::Point(left + int(slot * 0.33), yOf(0.0)),
                     colour, cv::FILLED);
     }
-    PutText(canvas, std::to_string(k + 1), {plot.x + int(k * slot + slot * 0.4), plot.y + plot.height + 16});
+    PutText(canvas, std::to_string(input.viewPairs[k]), {plot.x + int(k * slot + slot * 0.4), plot.y + plot.height + 16});
   }
   for (int c = 0; c < 2; ++c) {
     DashedLine(canvas, {plot.x, yOf(fits[c].limit)}, plot.width, kCameraColours[c]);
@@ -218,9 +218,9 @@ cv::Mat ErrorChart(const ReportInput& input, const CameraFit fits[2]) {
             {plot.x + 4 + c * (plot.width - 170), yOf(fits[c].limit) - 6}, kCameraColours[c]);
   }
   cv::line(canvas, {plot.x, plot.y + plot.height}, {plot.x + plot.width, plot.y + plot.height}, kText, 1);
-  PutText(canvas, "per-view RMS reprojection error (px); bars: main, second; red: outlier; dashed: 3 x median",
+  PutText(canvas, "per-pair RMS reprojection error (px); bars: main, second; red: outlier; dashed: 3 x median",
           {plot.x - 50, 24});
-  PutText(canvas, "view", {plot.x + plot.width / 2 - 12, kChartHeightPx - 14});
+  PutText(canvas, "pair", {plot.x + plot.width / 2 - 12, kChartHeightPx - 14});
   return canvas;
 }
 
@@ -253,19 +253,22 @@ ReportInput ChartReportInput(const dualCalibration& engine, const ChartSummary& 
                       summary.mono1.D, engine.mImagePoints1};
   input.cameras[1] = {"second", {engine.chartImageSizes[2], engine.chartImageSizes[3]}, summary.mono2.K,
                       summary.mono2.D, engine.mImagePoints2};
-  for (size_t k = 0; k < summary.viewsFound.size() && 2 * k + 1 < images.size(); ++k) {
-    if (summary.viewsFound[k] == 1) input.viewImages.push_back(images[2 * k] + " " + images[2 * k + 1]);
+  input.viewPairs = PairNumbersOfViews(summary);
+  for (const int32_t pair : input.viewPairs) {
+    const size_t k = static_cast<size_t>(pair - 1);
+    input.viewImages.push_back(2 * k + 1 < images.size() ? images[2 * k] + " " + images[2 * k + 1] : "");
   }
   return input;
 }
 
 nlohmann::json WriteChartReport(const std::string& directory, const ReportInput& input) {
+  if (input.viewPairs.size() != input.objectPoints.size()) throw StationError(directory + ": views without pair numbers");
   CreateOutputFolder(directory);
   CameraFit fits[2];
   nlohmann::json report = {{"outlier_rule", "view error above 3 x the median of the camera's view errors"},
                            {"cameras", nlohmann::json::array()},
                            {"views", nlohmann::json::array()},
-                           {"outlier_views", nlohmann::json::array()}};
+                           {"outlier_pairs", nlohmann::json::array()}};
   for (int c = 0; c < 2; ++c) {
     fits[c] = FitCamera(input.objectPoints, input.cameras[c]);
     fits[c].cellCounts = CellCounts(input.cameras[c]);
@@ -275,11 +278,12 @@ nlohmann::json WriteChartReport(const std::string& directory, const ReportInput&
     report["cameras"].back()["picture"] = picture;
   }
   for (size_t k = 0; k < input.objectPoints.size(); ++k) {
-    const std::string picture = "view_" + Format("%02.0f", k + 1.0) + ".png";
+    const int32_t pair = input.viewPairs[k];
+    const std::string picture = "pair_" + Format("%02.0f", static_cast<double>(pair)) + ".png";
     WriteImageAtomically(directory + "/" + picture, ViewPicture(input, fits, k));
     const bool outlier = fits[0].outliers[k] || fits[1].outliers[k];
-    if (outlier) report["outlier_views"].push_back(k + 1);
-    report["views"].push_back({{"view", k + 1},
+    if (outlier) report["outlier_pairs"].push_back(pair);
+    report["views"].push_back({{"pair", pair},
                                {"images", k < input.viewImages.size() ? input.viewImages[k] : ""},
                                {"error_px", {fits[0].errors[k], fits[1].errors[k]}},
                                {"outlier", outlier},

@@ -28,6 +28,7 @@ struct ReportInput {
   std::vector<std::vector<cv::Point3f>> objectPoints;  // per view
   ReportCamera cameras[2];                             // main, second
   std::vector<std::string> viewImages;                 // per view: "MAIN SECOND" (may be empty)
+  std::vector<int32_t> viewPairs;                      // per view: its pair's number (PairNumbersOfViews)
 };
 
 // The views of a finished run: the engine's view lists with the mono
@@ -36,7 +37,8 @@ struct ReportInput {
 ReportInput ChartReportInput(const dualCalibration& engine, const ChartSummary& summary,
                              const std::vector<std::string>& images);
 
-// Writes coverage_main.png, coverage_second.png, view_NN.png per view,
+// Writes coverage_main.png, coverage_second.png, pair_NN.png per view (NN
+// its pair's number),
 // errors.png and report.json into directory (created when missing) and
 // returns report.json's content. A view's residuals come from its board pose
 // fitted under the camera's intrinsics; its error is their RMS, and it is an

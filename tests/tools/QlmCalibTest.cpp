@@ -150,7 +150,7 @@ TEST_F(QlmCalib, ChartRecoversTheKnownBaseline) {
   ExpectGolden(Portable(printed + nearest.out + ReadFile(Path("chart.json"))), "tools/Chart.golden");
   const nlohmann::json report = ReadJson(Path("report/report.json"));
   EXPECT_EQ(report["views"][0]["images"], Data("c/pair_0_main.png") + " " + Data("c/pair_0_second.png"));
-  EXPECT_TRUE(FileExists(Path("report/view_05.png")) && FileExists(Path("report/errors.png")));
+  EXPECT_TRUE(FileExists(Path("report/pair_05.png")) && FileExists(Path("report/errors.png")));
   // nSquareSize counts as millimetres: the 40-unit baseline is about 4 cm.
   const nlohmann::json metadata = ReadJson(Path("meta.json"));
   const nlohmann::json& position = metadata["second"]["android.lens.poseTranslation"];
@@ -315,4 +315,26 @@ TEST_F(QlmCalib, FullFileSystemIsStatusFourNamingTheFolder) {
   EXPECT_NE(own.out.find("qlm-calib: " + Path("full") + ": no space left on device\n"), std::string::npos) << own.out;
   EXPECT_EQ(ReadFile(Path("full/summary.json")), "an earlier summary");
   umount2(Path("full").c_str(), MNT_DETACH);
+}
+
+// A pair without a board (the list's second) leaves views 2 to 5 to pairs 3 to 6: the summary, the JSON and the report
+// name each view by its pair.
+TEST_F(QlmCalib, ChartNamesEveryViewByItsPair) {
+  ASSERT_TRUE(cv::imwrite(Path("flat_main.png"), cv::Mat(1500, 2000, CV_8UC1, 120)));
+  ASSERT_TRUE(cv::imwrite(Path("flat_second.png"), cv::Mat(1500, 2000, CV_8UC1, 140)));
+  std::string list = Data("c/pair_0_main.png") + " " + Data("c/pair_0_second.png") + "\n" + Path("flat_main.png") + " " +
+                     Path("flat_second.png") + "\n";
+  for (int k = 1; k < 5; ++k) list += Data("c/pair_" + std::to_string(k) + "_main.png") + " " + Data("c/pair_" + std::to_string(k) + "_second.png") + "\n";
+  WriteFile(Path("pairs.txt"), list);
+  const ToolRun run = RunTool("chart --params " + Data("c/params.txt") + " --pairs " + Path("pairs.txt") + " --pictures-dir " +
+                              Path("pics") + " --json " + Path("chart.json") + " --report " + Path("report"));
+  ASSERT_EQ(run.status, 0) << run.out;
+  EXPECT_NE(run.out.find("pair 2: " + Path("flat_main.png") + " " + Path("flat_second.png") + ": board not found"),
+            std::string::npos) << run.out;
+  EXPECT_NE(run.out.find("\npair 6 error:     main "), std::string::npos) << run.out;
+  EXPECT_EQ(run.out.find("pair 2 error:"), std::string::npos) << run.out;
+  EXPECT_EQ(ReadJson(Path("chart.json"))["view_pairs"], nlohmann::json({1, 3, 4, 5, 6}));
+  const nlohmann::json report = ReadJson(Path("report/report.json"));
+  EXPECT_EQ(report["views"][1]["pair"].dump() + report["views"][1]["picture"].dump(), "3\"pair_03.png\"");
+  EXPECT_TRUE(FileExists(Path("report/pair_06.png")) && !FileExists(Path("report/pair_02.png")));
 }
