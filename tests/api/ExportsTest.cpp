@@ -1,6 +1,10 @@
 // The built shared library driven as a factory tool drives it: loaded with dlopen, called through the four
 // mangled symbols, judged by its codes, its files, its printed text and the result records it hands back.
 #include <dlfcn.h>
+
+#include <atomic>
+#include <new>
+
 #include "tests/support/TestPrelude.h"
 
 #include "api/CalibrationRecord.h"
@@ -8,6 +12,23 @@
 #include "tests/support/AndroidLog.h"
 
 using namespace testing::internal;
+
+namespace {
+
+// While set, every operator new throws std::bad_alloc: the library's calls meet an exception where they allocate.
+std::atomic<bool> gAllocationsFail{false};
+
+}  // namespace
+
+// GCC takes these for a mismatched pair where it inlines them; they are a matched malloc/free pair.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+void* operator new(size_t size) {
+  if (gAllocationsFail.load(std::memory_order_relaxed)) throw std::bad_alloc();
+  if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
+  throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, size_t) noexcept { std::free(block); }
 
 namespace {
 
@@ -125,6 +146,20 @@ TEST_F(Exports, FailedParametersKeepTheRecordsAndSaveTheValuesInForce) {
   expected.replace(expected.find("bSaveDebugInfo=0"), 16, "bSaveDebugInfo=1");
   EXPECT_EQ(ReadFile(dir.File("defaultParameters.txt")), expected);
   EXPECT_TRUE(Result() == Bytes(CalibrationRecord{}));
+}
+
+// An exception inside INIT (here: no memory once the parameters have loaded) comes back as -1, as failed parameters
+// do, and crosses nothing.
+TEST_F(Exports, AnExceptionInInitIsMinus1) {
+  WriteParameterFile(dir.File("params.txt"), 1);
+  std::string params = dir.File("params.txt"), record = dir.File("missing.bin");
+  CalibrationRecord memory = PatternRecord(5);
+  ASSERT_EQ(Init(params, record, memory).rv, -2);
+  gAllocationsFail = true;
+  const int status = library.init(reinterpret_cast<unsigned char*>(params.data()),
+                                  reinterpret_cast<unsigned char*>(record.data()), memory.bytes, 0, 0, 0, 0);
+  gAllocationsFail = false;
+  EXPECT_EQ(status, -1);
 }
 
 TEST_F(Exports, ArgumentChecksAnswerMinus4AndMinus5AndLeaveTheResult) {
