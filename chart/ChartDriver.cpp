@@ -21,17 +21,24 @@ namespace {
 
 bool IsGrey(const cv::Mat& image) { return !image.empty() && image.type() == CV_8UC1; }
 
+// Empty when pair k is two 8-bit grey images of pair 0's sizes; otherwise why not.
+std::string CheckPair(size_t k, const std::pair<cv::Mat, cv::Mat>& pair, const std::pair<cv::Mat, cv::Mat>& first) {
+  if (!IsGrey(pair.first) || !IsGrey(pair.second)) {
+    return "chart pair " + std::to_string(k) + " is not two 8-bit grey images";
+  }
+  if (pair.first.size() != first.first.size() || pair.second.size() != first.second.size()) {
+    return "chart pair " + std::to_string(k) + " differs in size from pair 0";
+  }
+  return {};
+}
+
 // Empty when every image is 8-bit grey and all main and all second images
 // share their sizes; otherwise why not.
 std::string CheckPairs(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs) {
   if (pairs.empty()) return "no chart image pair";
   for (size_t k = 0; k < pairs.size(); ++k) {
-    if (!IsGrey(pairs[k].first) || !IsGrey(pairs[k].second)) {
-      return "chart pair " + std::to_string(k) + " is not two 8-bit grey images";
-    }
-    if (pairs[k].first.size() != pairs[0].first.size() || pairs[k].second.size() != pairs[0].second.size()) {
-      return "chart pair " + std::to_string(k) + " differs in size from pair 0";
-    }
+    const std::string problem = CheckPair(k, pairs[k], pairs[0]);
+    if (!problem.empty()) return problem;
   }
   return {};
 }
@@ -131,11 +138,16 @@ ChartPairResult CollectView(dualCalibration& engine, const std::pair<cv::Mat, cv
 }
 
 // The intake: chart sizes and images from pair 0, fresh view lists, then
-// one search per pair.
-void CollectViews(dualCalibration& engine, const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
-                  const ChartRunOptions& options, ChartSummary& summary) {
-  const cv::Mat& mainImage = pairs[0].first;
-  const cv::Mat& secondImage = pairs[0].second;
+// one search per pair, each pair taken from the source only for its search.
+// Empty, or why a pair cannot be searched.
+std::string CollectViews(dualCalibration& engine, size_t pairCount, const ChartPairSource& source,
+                         const ChartRunOptions& options, ChartSummary& summary) {
+  if (pairCount == 0) return "no chart image pair";
+  const std::pair<cv::Mat, cv::Mat> first = source(0);
+  std::string problem = CheckPair(0, first, first);
+  if (!problem.empty()) return problem;
+  const cv::Mat& mainImage = first.first;
+  const cv::Mat& secondImage = first.second;
   engine.chartImageSizes[0] = mainImage.cols;
   engine.chartImageSizes[1] = mainImage.rows;
   engine.chartImageSizes[2] = secondImage.cols;
@@ -148,9 +160,12 @@ void CollectViews(dualCalibration& engine, const std::vector<std::pair<cv::Mat, 
   engine.mCornerSearch = options.search;
   summary.pairing = options.pairing;
   summary.search = options.search;
-  for (size_t k = 0; k < pairs.size(); ++k) {
+  for (size_t k = 0; k < pairCount; ++k) {
+    const std::pair<cv::Mat, cv::Mat> pair = k == 0 ? first : source(k);
+    problem = CheckPair(k, pair, first);
+    if (!problem.empty()) return problem;
     const ChartPairResult result =
-        CollectView(engine, pairs[k], options.quickCheck, options.mainTablePath != nullptr, summary);
+        CollectView(engine, pair, options.quickCheck, options.mainTablePath != nullptr, summary);
     summary.viewsFound.push_back(result == ChartPairResult::kView);
     summary.quickRejected.push_back(result == ChartPairResult::kNoBoardQuickCheck);
     summary.orderUndecided.push_back(result == ChartPairResult::kOrderUndecided);
@@ -158,6 +173,7 @@ void CollectViews(dualCalibration& engine, const std::vector<std::pair<cv::Mat, 
     summary.viewCount += result == ChartPairResult::kView;
     if (options.onPair) options.onPair(k, result);
   }
+  return {};
 }
 
 bool UndistortViews(dualCalibration& engine, ChartSummary& summary, const char* mainTablePath,
@@ -308,16 +324,18 @@ ChartSummary& CalibrateViews(dualCalibration& engine, ChartSummary& summary) {
   return summary;
 }
 
-ChartSummary RunChart(dualCalibration& engine, const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
+ChartSummary RunChart(dualCalibration& engine, size_t pairCount, const ChartPairSource& source,
                       const ChartRunOptions& options) {
   ChartSummary summary;
-  const std::string problem = CheckPairs(pairs);
-  if (!problem.empty()) return Fail(summary, kChartBadImages, "chart intake", problem);
   const bool withTables = options.mainTablePath != nullptr;
   if (withTables != (options.secondTablePath != nullptr)) {
     return Fail(summary, kChartBadTables, "chart intake", "both distortion tables or none are needed");
   }
-  if (!RunStage(summary, "findImagePoints", [&] { CollectViews(engine, pairs, options, summary); })) return summary;
+  std::string problem;
+  if (!RunStage(summary, "findImagePoints", [&] { problem = CollectViews(engine, pairCount, source, options, summary); })) {
+    return summary;
+  }
+  if (!problem.empty()) return Fail(summary, kChartBadImages, "chart intake", problem);
   if (withTables && summary.viewCount >= kChartMinViews) {
     if (!UndistortViews(engine, summary, options.mainTablePath, options.secondTablePath)) return summary;
     summary.viewsWithoutTables = summary.viewCount - kChartMinViews;
@@ -386,8 +404,16 @@ std::vector<std::vector<int32_t>> RemoveCorners(dualCalibration& engine,
 
 ChartSummary dualCalibration::runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
                                                   const ChartRunOptions& options) {
+  ChartSummary summary;
+  const std::string problem = CheckPairs(pairs);
+  if (!problem.empty()) return Fail(summary, kChartBadImages, "chart intake", problem);
+  return runChartCalibration(pairs.size(), [&](size_t k) { return pairs[k]; }, options);
+}
+
+ChartSummary dualCalibration::runChartCalibration(size_t pairCount, const ChartPairSource& source,
+                                                  const ChartRunOptions& options) {
   try {
-    return RunChart(*this, pairs, options);
+    return RunChart(*this, pairCount, source, options);
   } catch (...) {
     // Only the summary's own bookkeeping can get here (out of memory); the
     // stages' errors are caught where they run.

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <opencv2/core.hpp>
@@ -36,6 +37,9 @@ enum class ChartPairResult : int32_t {
 
 // Told after each pair's chessboard search: the pair's index and its result.
 using ChartPairProgress = std::function<void(size_t pairIndex, ChartPairResult result)>;
+// Hands the driver pair k (main, second) when its search comes, so that a
+// long run holds one pair at a time; an empty image stops the run.
+using ChartPairSource = std::function<std::pair<cv::Mat, cv::Mat>(size_t pairIndex)>;
 
 struct ChartRunOptions {
   const char* mainTablePath = nullptr;  // distortion tables: both or neither

@@ -281,6 +281,10 @@ class dualCalibration final : public CFilter {
   // status is kChartOk or a negative ChartStatus; nothing throws.
   ChartSummary runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
                                    const ChartRunOptions& options);
+  // The same with pairCount pairs taken one at a time from source, each
+  // checked as it comes (a pair of other sizes, or not grey, stops the run
+  // with kChartBadImages).
+  ChartSummary runChartCalibration(size_t pairCount, const ChartPairSource& source, const ChartRunOptions& options);
   // Runs the mono and the stereo stage again on the views of the last
   // runChartCalibration without the given views (0-based, as in first's
   // per-view lists), which are removed from the view lists; first is that

@@ -45,56 +45,48 @@ uint64_t PixelKey(const cv::Mat& image) {
   return key;
 }
 
-// What the pairs read so far hold, to refuse a pair that repeats one, or a
-// file named as the main image of one pair and the second of another.
+// What the pairs read so far held, to refuse a pair that repeats one, or a
+// file named as the main image of one pair and the second of another. Only
+// keys are kept: a long run holds one pair's images at a time.
 class PairIntake {
  public:
-  void Add(const std::vector<std::string>& images, std::vector<std::pair<cv::Mat, cv::Mat>>& pairs) {
-    const size_t k = pairs.size() - 1;
+  explicit PairIntake(const std::vector<std::string>& images) : mImages(images) {}
+
+  // Pair k read, checked against pair 0 and the pairs before it.
+  std::pair<cv::Mat, cv::Mat> Read(size_t k) {
+    const std::string& mainPath = mImages[2 * k];
+    const std::string& secondPath = mImages[2 * k + 1];
+    std::pair<cv::Mat, cv::Mat> pair(ReadGrayImage(mainPath), ReadGrayImage(secondPath));
+    if (k == 0) mSizes = {pair.first.size(), pair.second.size()};
+    RequireSameSize(pair.first, mainPath, cv::Mat(mSizes.first, CV_8UC1), mImages[0]);
+    RequireSameSize(pair.second, secondPath, cv::Mat(mSizes.second, CV_8UC1), mImages[1]);
+    RequireChartImageSize(pair.first, mainPath);
+    RequireChartImageSize(pair.second, secondPath);
     const std::string label = "pair " + std::to_string(k + 1) + ": ";
-    const cv::Mat& main = pairs[k].first;
-    const cv::Mat& second = pairs[k].second;
-    if (SamePixels(main, second)) {
-      throw StationError(label + images[2 * k] + " and " + images[2 * k + 1] + " are the same image");
+    if (SamePixels(pair.first, pair.second)) {
+      throw StationError(label + mainPath + " and " + secondPath + " are the same image");
     }
     for (int role = 0; role < 2; ++role) {
       struct stat status = {};
-      if (stat(images[2 * k + role].c_str(), &status) != 0) continue;
+      if (stat(mImages[2 * k + role].c_str(), &status) != 0) continue;
       const auto [at, added] = mFiles.insert({{status.st_dev, status.st_ino}, {k, role}});
       if (!added && at->second.second != role) {
-        throw StationError(images[2 * k + role] + ": the " + kRoles[role] + " image of pair " + std::to_string(k + 1) +
+        throw StationError(mImages[2 * k + role] + ": the " + kRoles[role] + " image of pair " + std::to_string(k + 1) +
                            " and the " + kRoles[1 - role] + " image of pair " + std::to_string(at->second.first + 1));
       }
     }
-    const auto [at, added] = mPairs.insert({{PixelKey(main), PixelKey(second)}, k});
-    if (!added && SamePixels(pairs[at->second].first, main) && SamePixels(pairs[at->second].second, second)) {
-      throw StationError(label + "the same images as pair " + std::to_string(at->second + 1));
-    }
+    const auto [at, added] = mPairs.insert({{PixelKey(pair.first), PixelKey(pair.second)}, k});
+    if (!added) throw StationError(label + "the same images as pair " + std::to_string(at->second + 1));
+    return pair;
   }
 
  private:
   static constexpr const char* kRoles[2] = {"main", "second"};
+  const std::vector<std::string>& mImages;
+  std::pair<cv::Size, cv::Size> mSizes;
   std::map<std::pair<dev_t, ino_t>, std::pair<size_t, int>> mFiles;
   std::map<std::pair<uint64_t, uint64_t>, size_t> mPairs;
 };
-
-std::vector<std::pair<cv::Mat, cv::Mat>> ReadPairs(const std::vector<std::string>& images) {
-  if (images.size() < 2 || images.size() % 2 != 0) {
-    throw StationError("chart: expected image pairs MAIN1 SECOND1 [MAIN2 SECOND2 ...], got " +
-                    std::to_string(images.size()) + " files");
-  }
-  std::vector<std::pair<cv::Mat, cv::Mat>> pairs;
-  PairIntake intake;
-  for (size_t i = 0; i < images.size(); i += 2) {
-    pairs.emplace_back(ReadGrayImage(images[i]), ReadGrayImage(images[i + 1]));
-    RequireSameSize(pairs.back().first, images[i], pairs[0].first, images[0]);
-    RequireSameSize(pairs.back().second, images[i + 1], pairs[0].second, images[1]);
-    RequireChartImageSize(pairs.back().first, images[i]);
-    RequireChartImageSize(pairs.back().second, images[i + 1]);
-    intake.Add(images, pairs);
-  }
-  return pairs;
-}
 
 // "pair 12 error:" padded to the summary's value column.
 std::string PairLabel(int32_t pair, const char* what) {
@@ -386,7 +378,11 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
   files.inputs.insert(files.inputs.end(), {options.params, options.pairsFile});
   files.inputs.insert(files.inputs.end(), options.tables.begin(), options.tables.end());
   CheckRunFiles(files);
-  const std::vector<std::pair<cv::Mat, cv::Mat>> pairs = ReadPairs(images);
+  if (images.size() < 2 || images.size() % 2 != 0) {
+    throw StationError("chart: expected image pairs MAIN1 SECOND1 [MAIN2 SECOND2 ...], got " +
+                       std::to_string(images.size()) + " files");
+  }
+  for (const std::string& image : images) RequireReadableFile(image, kMaxImageFileBytes);
   dualCalibration& engine = g_dualCalib;
   if (LoadParametersFromFile(engine, options.params.c_str()) != 1) {
     throw StationError(options.params + ": parameter file could not be loaded");
@@ -407,8 +403,19 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
   ChartOutcome outcome;
   // The stereo stage appends its limits to the log.
   AppendedLibraryFile("calib_log.txt");
-  outcome.summary = engine.runChartCalibration(pairs, run);
+  // Pairs are read as their searches come; the first bad one stops the run.
+  PairIntake intake(images);
+  std::unique_ptr<StationError> badPair;
+  outcome.summary = engine.runChartCalibration(images.size() / 2, [&](size_t k) {
+    try {
+      return intake.Read(k);
+    } catch (const StationError& error) {
+      badPair = std::make_unique<StationError>(error);
+      return std::pair<cv::Mat, cv::Mat>();
+    }
+  }, run);
   std::cout.flush();
+  if (badPair) throw *badPair;
   const ChartSummary& summary = outcome.summary;
   if (summary.status == kChartBadImages || summary.status == kChartBadTables) {
     throw StationError(summary.failedStage + ": " + summary.message);
@@ -431,7 +438,7 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
                           AllChartChecksPassed(outcome.Final().checks, options.strictTranslation);
   if (!options.json.empty()) WriteJsonAtomically(options.json, json);
   if (!options.saveRectified.empty() && outcome.Final().status == kChartOk) {
-    const cv::Mat canvas = RectifiedSideBySide(engine, pairs[0]);
+    const cv::Mat canvas = RectifiedSideBySide(engine, {engine.mChartImages[0], engine.mChartImages[1]});
     WriteImageAtomically(options.saveRectified, canvas);
     std::printf("rectified pair:   %s\n", options.saveRectified.c_str());
   }
