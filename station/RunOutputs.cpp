@@ -10,7 +10,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -285,6 +284,10 @@ void CheckRunFiles(const RunFiles& files) {
   for (const std::string& path : files.outputFolders) {
     if (!path.empty()) outputs.push_back({path, Destination(path), true});
   }
+  std::vector<std::pair<std::string, fs::path>> inputs;
+  for (const std::string& input : files.inputs) {
+    if (!input.empty()) inputs.emplace_back(input, Destination(input));
+  }
   std::error_code error;
   for (size_t i = 0; i < outputs.size(); ++i) {
     const Output& output = outputs[i];
@@ -302,9 +305,7 @@ void CheckRunFiles(const RunFiles& files) {
         throw StationError(inner.given + ": inside the output folder " + folder.given);
       }
     }
-    for (const std::string& input : files.inputs) {
-      if (input.empty()) continue;
-      const fs::path source = Destination(input);
+    for (const auto& [input, source] : inputs) {
       if (source == output.destination) throw StationError(output.given + ": is also an input of this run");
       if (output.folder && IsWithin(source, output.destination)) {
         throw StationError(output.given + ": holds the input " + input);

@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <iostream>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include <opencv2/calib3d.hpp>
@@ -35,14 +37,10 @@ bool SamePixels(const cv::Mat& a, const cv::Mat& b) {
   return a.size() == b.size() && cv::norm(a, b, cv::NORM_INF) == 0.0;
 }
 
-// FNV-1a over an image's rows: a key that finds repeated images in one pass.
-uint64_t PixelKey(const cv::Mat& image) {
-  uint64_t key = 14695981039346656037ull;
-  for (int row = 0; row < image.rows; ++row) {
-    const uchar* pixels = image.ptr<uchar>(row);
-    for (size_t k = 0; k < image.cols * image.elemSize(); ++k) key = (key ^ pixels[k]) * 1099511628211ull;
-  }
-  return key;
+// A key of an image's pixels (ReadGrayImage's images are continuous), that
+// finds repeated images in one pass.
+size_t PixelKey(const cv::Mat& image) {
+  return std::hash<std::string_view>{}(std::string_view(reinterpret_cast<const char*>(image.data), image.total()));
 }
 
 // What the pairs read so far held, to refuse a pair that repeats one, or a
@@ -58,8 +56,8 @@ class PairIntake {
     const std::string& secondPath = mImages[2 * k + 1];
     std::pair<cv::Mat, cv::Mat> pair(ReadGrayImage(mainPath), ReadGrayImage(secondPath));
     if (k == 0) mSizes = {pair.first.size(), pair.second.size()};
-    RequireSameSize(pair.first, mainPath, cv::Mat(mSizes.first, CV_8UC1), mImages[0]);
-    RequireSameSize(pair.second, secondPath, cv::Mat(mSizes.second, CV_8UC1), mImages[1]);
+    RequireSameSize(pair.first, mainPath, mSizes.first, mImages[0]);
+    RequireSameSize(pair.second, secondPath, mSizes.second, mImages[1]);
     RequireChartImageSize(pair.first, mainPath);
     RequireChartImageSize(pair.second, secondPath);
     const std::string label = "pair " + std::to_string(k + 1) + ": ";
@@ -85,7 +83,7 @@ class PairIntake {
   const std::vector<std::string>& mImages;
   std::pair<cv::Size, cv::Size> mSizes;
   std::map<std::pair<dev_t, ino_t>, std::pair<size_t, int>> mFiles;
-  std::map<std::pair<uint64_t, uint64_t>, size_t> mPairs;
+  std::map<std::pair<size_t, size_t>, size_t> mPairs;
 };
 
 // "pair 12 error:" padded to the summary's value column.

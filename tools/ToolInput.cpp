@@ -240,11 +240,11 @@ CLI::Validator FiniteWithin(double low, double high) {
       "FINITE");
 }
 
-void RequireSameSize(const cv::Mat& image, const std::string& path, const cv::Mat& reference,
+void RequireSameSize(const cv::Mat& image, const std::string& path, cv::Size reference,
                      const std::string& referencePath) {
-  if (image.size() == reference.size()) return;
+  if (image.size() == reference) return;
   throw StationError(path + ": " + std::to_string(image.cols) + "x" + std::to_string(image.rows) + " differs from the " +
-                  std::to_string(reference.cols) + "x" + std::to_string(reference.rows) + " of " + referencePath);
+                     std::to_string(reference.width) + "x" + std::to_string(reference.height) + " of " + referencePath);
 }
 
 cv::Size ParseFrameSize(const std::string& text, const std::string& option) {

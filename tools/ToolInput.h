@@ -56,8 +56,9 @@ void RequireChartImageSize(const cv::Mat& image, const std::string& path);
 // An option check: a finite number within [low, high] (CLI11's own range
 // checks let NaN through).
 CLI::Validator FiniteWithin(double low, double high);
-// Throws, naming path, unless image has the size of the reference image.
-void RequireSameSize(const cv::Mat& image, const std::string& path, const cv::Mat& reference,
+// Throws, naming path, unless image has the size of the reference image
+// at referencePath.
+void RequireSameSize(const cv::Mat& image, const std::string& path, cv::Size reference,
                      const std::string& referencePath);
 
 // Raw 4:2:0 frames with interleaved chroma: "WxH" with even sides of at most
