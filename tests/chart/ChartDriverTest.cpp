@@ -303,3 +303,26 @@ TEST(ChartDriver, DropsOutlierCornersAndViewsWhileEnoughViewsStay) {
     EXPECT_LT(rerun.monoRms1, 0.5 * first.monoRms1);
   }
 }
+
+// A corner of the first main image moved by 0.15 of a square (its neighbourhood shifted inside a disc) is
+// unlocated: it leaves its view, in both images and the board, and the view and the calibration stay.
+TEST(ChartDriver, AnUnlocatedCornerLeavesItsView) {
+  ImagePairs pairs = FirstPairs(4);
+  const std::vector<cv::Point2f>& truth = ExampleScene().rendered[0].mainCorners;
+  const cv::Point2f corner = truth[22];
+  const float square = static_cast<float>(cv::norm(truth[23] - corner));
+  cv::Mat shifted, disc = cv::Mat::zeros(kImageSize, CV_8UC1), moved = pairs[0].first.clone();
+  cv::warpAffine(moved, shifted, cv::Matx23f(1, 0, 0.15f * square, 0, 1, 0), kImageSize);
+  cv::circle(disc, corner, cvRound(0.35f * square), 255, cv::FILLED);
+  shifted.copyTo(moved, disc);
+  pairs[0].first = moved;
+  auto engine = ChartEngine();
+  ChartRunOptions options;
+  options.search = CornerSearch::kAnyScale, options.pairing = CornerPairing::kGrid;
+  const ChartSummary summary = RunDriver(*engine, pairs, options);
+  ASSERT_EQ(summary.viewsFound[0], 1) << summary.cornersUnlocated[0];
+  ASSERT_EQ(summary.status, kChartOk) << summary.message;
+  ASSERT_EQ(summary.cornerQuality[0].leftOut.size(), 1u);
+  EXPECT_EQ(engine->mObjectPoints[0].size() + engine->mImagePoints1[0].size() + engine->mImagePoints2[0].size(), 3 * 53u);
+  for (const cv::Point2f& kept : engine->mImagePoints1[0]) EXPECT_GT(cv::norm(kept - corner), 0.5 * square);
+}
