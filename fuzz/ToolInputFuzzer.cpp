@@ -1,5 +1,6 @@
 // Feeds arbitrary bytes to the command-line tool's input checks that no
-// other target reaches: the image header reader with its size gate, raw
+// other target reaches: the image header reader with its size gate and the
+// JPEG end-of-image scan, raw
 // frame sizes and camera strings. The first byte picks the check, the rest
 // is its input; whatever is accepted must lie within the stated bounds.
 #include <cstdint>
@@ -16,6 +17,8 @@ void CheckImageHeader(const std::vector<unsigned char>& bytes) {
   if (read && (size.width < 0 || size.height < 0)) __builtin_trap();
   RequireDecodableSize(bytes, "image");
   if (read && (size.width > kMaxImageSidePx || size.height > kMaxImageSidePx)) __builtin_trap();
+  // The end-of-image scan walks segment lengths read from the file.
+  JpegComplete(bytes);
 }
 
 void CheckFrameSize(const std::string& text) {
