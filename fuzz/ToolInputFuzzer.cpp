@@ -1,8 +1,8 @@
 // Feeds arbitrary bytes to the command-line tool's input checks that no
 // other target reaches: the image header reader with its size gate and the
-// JPEG end-of-image scan, raw
-// frame sizes and camera strings. The first byte picks the check, the rest
-// is its input; whatever is accepted must lie within the stated bounds.
+// JPEG end-of-image scan, raw frame sizes and camera strings. The first byte
+// picks the check, the rest is its input; whatever is accepted must lie
+// within the stated bounds.
 #include <cstdint>
 #include <string>
 #include <vector>
