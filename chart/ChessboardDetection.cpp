@@ -45,17 +45,13 @@ bool FindCornersAtQuarterSize(const cv::Mat& image, cv::Size patternSize, int fl
 // scale that brings the longer side to at most kAnyScaleFirstSidePx, then
 // twice as fine while the image shows no checker squares at all (the
 // board's squares too small at that scale; the fast check decides); a step
-// that would come within kFullSizeStep of full size goes to full size, and
-// an image no longer than kAnyScaleFirstSidePx gets one more pass at
-// kUpscale times its size (squares of 12 px, where the fast check is at the
-// edge of what it sees, become 24).
+// that would come within kFullSizeStep of full size goes to full size.
 // Where a pass saw checker squares but found no board, one sector pass
 // (findChessboardCornersSB) at a longer side of at most kSectorSidePx finds
 // boards whose outer squares leave the image, in a time bounded by the
 // image size. A flat scene costs the fast checks only.
 constexpr int kAnyScaleFirstSidePx = 2000;
 constexpr double kFullSizeStep = 0.7;
-constexpr double kUpscale = 2.0;
 constexpr int kSectorSidePx = 1000;
 // Without normalisation: it turns sensor noise on a flat scene into a
 // checker-like texture that passes the fast check.
@@ -142,17 +138,8 @@ double ScaleForSide(const cv::Mat& image, int sidePx) {
 
 cv::Mat Reduced(const cv::Mat& image, double scale) {
   cv::Mat reduced = image;
-  if (scale != 1.0) cv::resize(image, reduced, cv::Size(), scale, scale, scale < 1.0 ? cv::INTER_AREA : cv::INTER_CUBIC);
+  if (scale < 1.0) cv::resize(image, reduced, cv::Size(), scale, scale, cv::INTER_AREA);
   return reduced;
-}
-
-double NextScale(double scale) {
-  if (scale >= 1.0) return kUpscale;
-  return 2.0 * scale >= kFullSizeStep ? 1.0 : 2.0 * scale;
-}
-
-double FinestScale(const cv::Mat& image) {
-  return std::max(image.cols, image.rows) <= kAnyScaleFirstSidePx ? kUpscale : 1.0;
 }
 
 // Corners found at the given scale, moved to the full image: pixel centres
@@ -163,7 +150,8 @@ void ToFullScale(std::vector<cv::Point2f>& corners, double scale) {
 
 bool SearchAnyScale(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
   bool sawChecker = false;
-  for (double scale = ScaleForSide(image, kAnyScaleFirstSidePx), first = scale;; scale = NextScale(scale)) {
+  for (double scale = ScaleForSide(image, kAnyScaleFirstSidePx), first = scale;;
+       scale = 2.0 * scale >= kFullSizeStep ? 1.0 : 2.0 * scale) {
     const cv::Mat reduced = Reduced(image, scale);
     // A finer pass runs only where its image shows checker squares.
     if (scale == first || cv::checkChessboard(reduced, patternSize)) {
@@ -174,7 +162,7 @@ bool SearchAnyScale(const cv::Mat& image, cv::Size patternSize, std::vector<cv::
       // Squares of a checker seen at this scale: finer scales show no more.
       sawChecker = scale != first || cv::checkChessboard(reduced, patternSize);
     }
-    if (sawChecker || scale >= FinestScale(image)) break;
+    if (sawChecker || scale >= 1.0) break;
   }
   if (!sawChecker) return false;
   const double scale = ScaleForSide(image, kSectorSidePx);
