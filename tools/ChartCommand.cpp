@@ -96,11 +96,17 @@ std::string PairLabel(int32_t pair, const char* what) {
 const char* PairingName(CornerPairing pairing) { return pairing == CornerPairing::kGrid ? "grid" : "nearest"; }
 const char* SearchName(CornerSearch search) { return search == CornerSearch::kAnyScale ? "any-scale" : "engine"; }
 
-// "1, 4, 7" from 0-based indices.
-std::string OneBasedList(const std::vector<int32_t>& indices) {
+// "1, 4, 7" from numbers.
+std::string NumberList(const std::vector<int32_t>& numbers) {
   std::string list;
-  for (const int32_t index : indices) list += (list.empty() ? "" : ", ") + std::to_string(index + 1);
+  for (const int32_t number : numbers) list += (list.empty() ? "" : ", ") + std::to_string(number);
   return list;
+}
+
+// Indices counted from 1, as the summary and the JSON give corners.
+std::vector<int32_t> OneBased(std::vector<int32_t> indices) {
+  for (int32_t& index : indices) ++index;
+  return indices;
 }
 
 // The pair numbers of the given views (0-based), as PairNumbersOfViews counts.
@@ -112,12 +118,6 @@ std::vector<int32_t> PairsOf(const std::vector<int32_t>& views, const std::vecto
   return pairs;
 }
 
-// "1, 4, 7" from pair numbers.
-std::string NumberList(const std::vector<int32_t>& numbers) {
-  std::string list;
-  for (const int32_t number : numbers) list += (list.empty() ? "" : ", ") + std::to_string(number);
-  return list;
-}
 
 // "pairs 3, 7; corners 12, 40 of pair 1; 3 of pair 5" (corners counted from 1
 // by their place in the grid, row by row); views are the first run's.
@@ -126,7 +126,7 @@ std::string DroppedText(const CornerOutliers& dropped, const std::vector<int32_t
   std::string corners;
   for (size_t v = 0; v < dropped.corners.size() && v < pairNumbers.size(); ++v) {
     if (dropped.corners[v].empty()) continue;
-    corners += (corners.empty() ? "corners " : "; ") + OneBasedList(dropped.corners[v]) + " of pair " +
+    corners += (corners.empty() ? "corners " : "; ") + NumberList(OneBased(dropped.corners[v])) + " of pair " +
                std::to_string(pairNumbers[v]);
   }
   return text + (text.empty() || corners.empty() ? "" : "; ") + corners;
@@ -136,9 +136,7 @@ nlohmann::json DroppedJson(const CornerOutliers& dropped, const std::vector<int3
   nlohmann::json corners = nlohmann::json::array();
   for (size_t v = 0; v < dropped.corners.size() && v < pairNumbers.size(); ++v) {
     if (dropped.corners[v].empty()) continue;
-    std::vector<int32_t> oneBased = dropped.corners[v];
-    for (int32_t& corner : oneBased) ++corner;
-    corners.push_back({{"pair", pairNumbers[v]}, {"corners", oneBased}});
+    corners.push_back({{"pair", pairNumbers[v]}, {"corners", OneBased(dropped.corners[v])}});
   }
   return {{"pairs", PairsOf(dropped.views, pairNumbers)}, {"corners", corners}};
 }
@@ -166,7 +164,9 @@ void PrintPairing(const ChartSummary& summary) {
     const float largest = residuals.empty() ? 0.0f : *std::max_element(residuals.begin(), residuals.end());
     std::printf("%sneighbour residual median %.4f px, max %.4f px", PairLabel(pairs.at(k), "corners").c_str(),
                 UpperMedian(residuals), largest);
-    if (!quality.leftOut.empty()) std::printf("; unlocated, left out: %s", OneBasedList(quality.leftOut).c_str());
+    if (!quality.leftOut.empty()) {
+      std::printf("; unlocated, left out: %s", NumberList(OneBased(quality.leftOut)).c_str());
+    }
     std::printf("\n");
   }
   if (!summary.repeatedCornerViews.empty()) {
@@ -280,6 +280,7 @@ bool AllChartChecksPassed(const ChartLimitChecks& c, bool strictTranslation) {
 
 nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibration& engine) {
   const ChartLimitChecks& c = summary.checks;
+  const std::vector<int32_t> pairs = PairNumbersOfViews(summary);
   nlohmann::json json = {
       {"status", summary.status},
       {"views_found", summary.viewsFound},
@@ -298,8 +299,8 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
       {"corner_search", SearchName(summary.search)},
       {"quick_rejected", summary.quickRejected},
       {"order_undecided", summary.orderUndecided},
-      {"view_pairs", PairNumbersOfViews(summary)},
-      {"outlier_pairs", PairsOf(summary.outlierViews, PairNumbersOfViews(summary))},
+      {"view_pairs", pairs},
+      {"outlier_pairs", PairsOf(summary.outlierViews, pairs)},
       {"views_without_tables", summary.viewsWithoutTables},
   };
   if (summary.pairing == CornerPairing::kGrid) {
@@ -310,7 +311,7 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
     }
     json["grid_pairing"] = orders;
   } else {
-    json["repeated_corner_pairs"] = PairsOf(summary.repeatedCornerViews, PairNumbersOfViews(summary));
+    json["repeated_corner_pairs"] = PairsOf(summary.repeatedCornerViews, pairs);
   }
   if (summary.search == CornerSearch::kAnyScale) {
     nlohmann::json qualities = nlohmann::json::array();
@@ -425,10 +426,12 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
     outcome.recalibrated = true;
     outcome.withoutOutliers = engine.recalibrateChartWithout(summary, summary.outlierCorners);
     std::cout.flush();
-    std::printf("\n== chart summary without outliers: %s\n", DroppedText(outcome.withoutOutliers.dropped, PairNumbersOfViews(summary)).c_str());
+    const std::vector<int32_t> firstPairs = PairNumbersOfViews(summary);
+    std::printf("\n== chart summary without outliers: %s\n",
+                DroppedText(outcome.withoutOutliers.dropped, firstPairs).c_str());
     PrintSummary(outcome.withoutOutliers, options.strictTranslation);
     json["without_outliers"] = ChartSummaryJson(outcome.withoutOutliers, engine);
-    json["without_outliers"]["dropped"] = DroppedJson(outcome.withoutOutliers.dropped, PairNumbersOfViews(summary));
+    json["without_outliers"]["dropped"] = DroppedJson(outcome.withoutOutliers.dropped, firstPairs);
   }
   if (outcome.Final().status == kChartOk) LibraryFile("calibrationResult.txt", outcome.Final().resultFileText);
   json["strict_translation"] = options.strictTranslation;
