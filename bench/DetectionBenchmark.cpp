@@ -47,7 +47,7 @@
 #include "engine/dualCalibration.h"
 #include "synthetic/BoardPlacement.h"
 #include "synthetic/ChessboardRenderer.h"
-#include "tools/ChartCommand.h"
+#include "station/ChartRun.h"
 
 namespace {
 

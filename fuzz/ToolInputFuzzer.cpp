@@ -1,6 +1,7 @@
-// Feeds arbitrary bytes to the command-line tool's input checks that no
-// other target reaches: the image header reader with its size gate and the
-// JPEG end-of-image scan, raw frame sizes and camera strings. The first byte
+// Feeds arbitrary bytes to the station's input checks that no other target
+// reaches: the image header reader with its size gate and the JPEG data
+// check (libjpeg's own header parse, bounded to the accepted size), raw
+// frame sizes and camera strings. The first byte
 // picks the check, the rest is its input; whatever is accepted must lie
 // within the stated bounds.
 #include <cstdint>
@@ -17,8 +18,9 @@ void CheckImageHeader(const std::vector<unsigned char>& bytes) {
   if (read && (size.width < 0 || size.height < 0)) __builtin_trap();
   RequireDecodableSize(bytes, "image");
   if (read && (size.width > kMaxImageSidePx || size.height > kMaxImageSidePx)) __builtin_trap();
-  // The end-of-image scan walks segment lengths read from the file.
-  JpegComplete(bytes);
+  // libjpeg reads the header again and may find a frame the walk above
+  // stopped short of: the size gate must hold there too.
+  JpegDataProblem(bytes);
 }
 
 void CheckFrameSize(const std::string& text) {

@@ -29,7 +29,7 @@ readonly HOST_PACKAGES=(
 readonly ARM64_PACKAGES=(
   libc6 libopencv-core-dev libopencv-imgproc-dev
   libopencv-features2d406 libopencv-calib3d406
-  android-liblog-dev libgtest-dev
+  android-liblog-dev libgtest-dev libjpeg62-turbo-dev
 )
 readonly UNPACKED_PACKAGES=(
   libopencv-imgcodecs406 libgdal32 libarmadillo11 libhdf4-0-alt libogdi4.1

@@ -7,7 +7,8 @@ packages=(
   cmake ninja-build g++ clang libclang-rt-14-dev binutils
   libopencv-dev android-liblog-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  libcli11-dev nlohmann-json3-dev
+  libcli11-dev nlohmann-json3-dev libjpeg62-turbo-dev
+  python3-camera-calibration-parsers
 )
 
 # A package counts as installed in the native architecture or as an

@@ -2,8 +2,6 @@
 
 #include "tests/support/TestPrelude.h"
 
-#include <opencv2/imgcodecs.hpp>
-
 namespace {
 
 // The StationError's text, or "" when run throws none.
@@ -35,44 +33,4 @@ TEST(ToolInput, OptionValuesTakeTheirFormOnly) {
   EXPECT_EQ(ErrorOf([] { ParseFrameSize("10002x2", "--size"); }), "--size: each side must be at most 10000, got '10002x2'");
   EXPECT_EQ(ErrorOf([] { ParseFrameSize("4x3", "--size"); }), "--size: width and height must be even, got '4x3'");
   EXPECT_EQ(ParseCamera("1,2,3,4", "--source-camera"), (std::vector<float>{1, 0, 3, 0, 2, 4, 0, 0, 1}));
-}
-
-// The messages of unreadable files are checked through the tool (QlmCalib.BadInputs...).
-TEST(ToolInput, ColourImagesTurnGreyAndBinaryFilesReadWhole) {
-  TempDir dir;
-  ASSERT_TRUE(cv::imwrite(dir.File("colour.png"), cv::Mat(20, 30, CV_8UC3, cv::Scalar(10, 200, 50))));
-  // 0.114*10 + 0.587*200 + 0.299*50 = 133.49
-  EXPECT_EQ(cv::norm(ReadGrayImage(dir.File("colour.png")), cv::Mat(20, 30, CV_8UC1, cv::Scalar(133)), cv::NORM_INF), 0);
-  WriteFile(dir.File("record.bin"), std::string("\0\1\2\xff", 4));
-  EXPECT_EQ(ReadBinaryFile(dir.File("record.bin"), 4), (std::vector<unsigned char>{0, 1, 2, 255}));
-}
-
-// Headers as the encoders write them, cut short, and of sizes no encoder here would write.
-TEST(ToolInput, ImageHeaderSizeReadsPngJpegAndBmpHeadersOnly) {
-  const cv::Mat image(20, 30, CV_8UC1, cv::Scalar(7));
-  std::vector<unsigned char> png, jpeg, bmp;
-  ASSERT_TRUE(cv::imencode(".png", image, png) && cv::imencode(".jpg", image, jpeg) && cv::imencode(".bmp", image, bmp));
-  std::vector<unsigned char> hugePng = png, widePng = png, hugeBmp = bmp;
-  hugePng[16] = 0x7F;  // width 0x7F00001E
-  widePng[16] = 0xFF;  // width 0xFF00001E
-  hugeBmp[22] = 0xF0, hugeBmp[23] = 0xD8, hugeBmp[24] = 0xFF, hugeBmp[25] = 0xFF;  // height -10000 (top-down)
-  const struct {
-    std::vector<unsigned char> bytes;
-    bool read;
-    cv::Size size;
-  } cases[] = {
-      {png, true, {30, 20}},         {jpeg, true, {30, 20}},           {bmp, true, {30, 20}},
-      {hugePng, true, {0x7F00001E, 20}}, {widePng, true, {INT32_MAX, 20}}, {hugeBmp, true, {30, 10000}},
-      {{png.begin(), png.begin() + 23}, false, {}},   // cut in IHDR
-      {{jpeg.begin(), jpeg.begin() + 20}, false, {}},  // no frame
-      {{'B', 'M'}, false, {}},
-  };
-  for (const auto& c : cases) {
-    cv::Size size;
-    EXPECT_EQ(ImageHeaderSize(c.bytes, &size), c.read) << c.bytes.size();
-    EXPECT_EQ(size, c.size) << c.bytes.size();
-  }
-  EXPECT_EQ(ErrorOf([&] { RequireDecodableSize(hugePng, "big.png"); }),
-            "big.png: 2130706462x20 is larger than the accepted 10000x10000, not decoded");
-  EXPECT_EQ(ErrorOf([&] { RequireDecodableSize(hugeBmp, "tall.bmp"); }), "");
 }

@@ -1,4 +1,4 @@
-#include "tools/PairList.h"
+#include "station/PairList.h"
 
 #include "tests/support/TestPrelude.h"
 

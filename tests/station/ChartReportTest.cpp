@@ -3,7 +3,7 @@
 #include <opencv2/calib3d.hpp>
 
 #include "synthetic/ChessboardRenderer.h"
-#include "tools/ChartReport.h"
+#include "station/ChartReport.h"
 #include "station/RunOutputs.h"
 
 // Eight tilted views with the board's centre 1000 units along the main camera's axis (the corners stay inside the

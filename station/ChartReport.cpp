@@ -1,4 +1,4 @@
-#include "tools/ChartReport.h"
+#include "station/ChartReport.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,7 +12,7 @@
 #include "chart/ViewOutliers.h"
 #include "engine/dualCalibration.h"
 #include "station/RunOutputs.h"
-#include "tools/ToolInput.h"
+#include "station/StationError.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
-#include "tools/AndroidMetadata.h"
+#include "station/AndroidMetadata.h"
 
 #include <cmath>
 
 #include "engine/dualCalibration.h"
-#include "tools/ToolInput.h"
+#include "station/StationError.h"
 
 namespace {
 

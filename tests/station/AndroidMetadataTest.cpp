@@ -4,8 +4,8 @@
 
 #include "engine/dualCalibration.h"
 #include "synthetic/ChessboardRenderer.h"
-#include "tools/AndroidMetadata.h"
-#include "tools/ToolInput.h"
+#include "station/AndroidMetadata.h"
+#include "station/StationError.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "tools/PairList.h"
+#include "station/PairList.h"
 
 #include <algorithm>
 #include <cctype>
@@ -7,7 +7,7 @@
 #include <map>
 #include <sstream>
 
-#include "tools/ToolInput.h"
+#include "station/InputFiles.h"
 
 namespace fs = std::filesystem;
 

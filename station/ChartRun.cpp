@@ -1,0 +1,233 @@
+#include "station/ChartRun.h"
+
+#include <memory>
+
+#include <opencv2/calib3d.hpp>
+#include <opencv2/imgproc.hpp>
+
+#include "engine/dualCalibration.h"
+#include "station/AndroidMetadata.h"
+#include "station/ChartReport.h"
+#include "station/InputFiles.h"
+#include "station/PairIntake.h"
+#include "station/PairList.h"
+#include "station/RunOutputs.h"
+
+namespace {
+
+constexpr double kDegreesPerRadian = 180.0 / 3.14159265358979323846;
+constexpr int kGuideLineSpacingPx = 64;
+
+nlohmann::json DroppedJson(const CornerOutliers& dropped, const std::vector<int32_t>& pairNumbers) {
+  nlohmann::json corners = nlohmann::json::array();
+  for (size_t v = 0; v < dropped.corners.size() && v < pairNumbers.size(); ++v) {
+    if (dropped.corners[v].empty()) continue;
+    corners.push_back({{"pair", pairNumbers[v]}, {"corners", OneBased(dropped.corners[v])}});
+  }
+  return {{"pairs", PairsOf(dropped.views, pairNumbers)}, {"corners", corners}};
+}
+
+nlohmann::json DeviationsJson(const MonoIntrinsics& mono) {
+  nlohmann::json json;
+  for (int i = 0; i < 9; ++i) json[kMonoIntrinsicNames[i]] = mono.stdDev[i];
+  return json;
+}
+
+// The first pair undistorted and rectified side by side, with horizontal
+// guide lines: matching points of a good calibration lie on one line.
+cv::Mat RectifiedSideBySide(const dualCalibration& engine, const std::pair<cv::Mat, cv::Mat>& pair) {
+  const cv::Size size = pair.first.size();
+  cv::Mat R1, R2, P1, P2, Q;
+  cv::stereoRectify(engine.K1, engine.D1, engine.K2, engine.D2, size, engine.R, engine.mT, R1, R2, P1, P2, Q,
+                    cv::CALIB_ZERO_DISPARITY, 0.0);
+  cv::Mat canvas(size.height, 2 * size.width, CV_8UC3);
+  const cv::Mat* images[2] = {&pair.first, &pair.second};
+  const cv::Mat* cameras[2] = {&engine.K1, &engine.K2};
+  const cv::Mat* distortions[2] = {&engine.D1, &engine.D2};
+  const cv::Mat* rotations[2] = {&R1, &R2};
+  const cv::Mat* projections[2] = {&P1, &P2};
+  for (int i = 0; i < 2; ++i) {
+    cv::Mat mapX, mapY, rectified;
+    cv::initUndistortRectifyMap(*cameras[i], *distortions[i], *rotations[i], *projections[i], size, CV_32FC1,
+                                mapX, mapY);
+    cv::remap(*images[i], rectified, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_CONSTANT, 0);
+    cv::cvtColor(rectified, canvas(cv::Rect(i * size.width, 0, size.width, size.height)), cv::COLOR_GRAY2BGR);
+  }
+  for (int y = 0; y < canvas.rows; y += kGuideLineSpacingPx) {
+    cv::line(canvas, {0, y}, {canvas.cols - 1, y}, cv::Scalar(0, 255, 0), 1);
+  }
+  return canvas;
+}
+
+
+}  // namespace
+
+const char* PairingName(CornerPairing pairing) { return pairing == CornerPairing::kGrid ? "grid" : "nearest"; }
+const char* SearchName(CornerSearch search) { return search == CornerSearch::kAnyScale ? "any-scale" : "engine"; }
+
+std::vector<int32_t> OneBased(std::vector<int32_t> indices) {
+  for (int32_t& index : indices) ++index;
+  return indices;
+}
+
+std::vector<int32_t> PairsOf(const std::vector<int32_t>& views, const std::vector<int32_t>& pairNumbers) {
+  std::vector<int32_t> pairs;
+  for (const int32_t view : views) {
+    if (view >= 0 && static_cast<size_t>(view) < pairNumbers.size()) pairs.push_back(pairNumbers[view]);
+  }
+  return pairs;
+}
+
+
+
+bool AllChartChecksPassed(const ChartLimitChecks& c, bool strictTranslation) {
+  const bool translationWithin = c.translationX && c.translationY && c.translationZ;
+  return c.monoReprojection && c.rotationX && c.rotationY && c.rotationZ && c.stereoReprojection &&
+         (translationWithin || !strictTranslation);
+}
+
+nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibration& engine) {
+  const ChartLimitChecks& c = summary.checks;
+  const std::vector<int32_t> pairs = PairNumbersOfViews(summary);
+  nlohmann::json json = {
+      {"status", summary.status},
+      {"views_found", summary.viewsFound},
+      {"views_total", summary.viewCount},
+      {"mono_rms", {summary.monoRms1, summary.monoRms2}},
+      {"per_view_errors", {{"main", summary.viewErrors1}, {"second", summary.viewErrors2}}},
+      {"rms", summary.stereoRms},
+      {"T", {summary.T[0], summary.T[1], summary.T[2]}},
+      {"angles_deg",
+       {summary.r_x * kDegreesPerRadian, summary.r_y * kDegreesPerRadian, summary.r_z * kDegreesPerRadian}},
+      {"checks",
+       {{"mono_reprojection", c.monoReprojection}, {"rotation_x", c.rotationX}, {"rotation_y", c.rotationY},
+        {"rotation_z", c.rotationZ}, {"stereo_reprojection", c.stereoReprojection},
+        {"translation_x", c.translationX}, {"translation_y", c.translationY}, {"translation_z", c.translationZ}}},
+      {"pairing", PairingName(summary.pairing)},
+      {"corner_search", SearchName(summary.search)},
+      {"quick_rejected", summary.quickRejected},
+      {"order_undecided", summary.orderUndecided},
+      {"view_pairs", pairs},
+      {"outlier_pairs", PairsOf(summary.outlierViews, pairs)},
+      {"views_without_tables", summary.viewsWithoutTables},
+  };
+  if (summary.pairing == CornerPairing::kGrid) {
+    nlohmann::json orders = nlohmann::json::array();
+    for (const GridPairing& pairing : summary.gridPairings) {
+      orders.push_back({{"order", pairing.order < 0 ? "none" : kGridOrders[pairing.order].name},
+                        {"residual_px", pairing.residualPx}});
+    }
+    json["grid_pairing"] = orders;
+  } else {
+    json["repeated_corner_pairs"] = PairsOf(summary.repeatedCornerViews, pairs);
+  }
+  if (summary.search == CornerSearch::kAnyScale) {
+    nlohmann::json qualities = nlohmann::json::array();
+    for (const ViewCornerQuality& quality : summary.cornerQuality) {
+      qualities.push_back({{"neighbour_residual_px", {{"main", quality.residuals1}, {"second", quality.residuals2}}},
+                           {"left_out", quality.leftOut}});
+    }
+    json["corner_quality"] = qualities;
+    json["corners_unlocated"] = summary.cornersUnlocated;
+  }
+  if (summary.status == kChartOk) {
+    json["K1"] = MatrixJson(engine.K1), json["K2"] = MatrixJson(engine.K2);
+    json["D1"] = MatrixJson(engine.D1), json["D2"] = MatrixJson(engine.D2);
+    json["intrinsic_std_dev"] = {{"main", DeviationsJson(summary.mono1)}, {"second", DeviationsJson(summary.mono2)}};
+  } else {
+    json["failed_stage"] = summary.failedStage;
+    json["message"] = summary.message;
+  }
+  return json;
+}
+
+ChartRun::ChartRun(dualCalibration& engine, ChartOptions options)
+    : mEngine(engine), mOptions(std::move(options)) {
+  for (const std::string& table : mOptions.tables) RequireReadableFile(table, kMaxTextFileBytes);
+  mImages = ChartImagePaths(mOptions.images, mOptions.pairsDir, mOptions.pairsFile);
+  RunFiles files{mImages, {mOptions.pairsDir}, {mOptions.json, mOptions.saveRectified, mOptions.androidMetadata},
+                 {mOptions.reportDir}};
+  files.inputs.insert(files.inputs.end(), {mOptions.params, mOptions.pairsFile});
+  files.inputs.insert(files.inputs.end(), mOptions.tables.begin(), mOptions.tables.end());
+  CheckRunFiles(files);
+  if (mImages.size() < 2 || mImages.size() % 2 != 0) {
+    throw StationError("chart: expected image pairs MAIN1 SECOND1 [MAIN2 SECOND2 ...], got " +
+                       std::to_string(mImages.size()) + " files");
+  }
+  for (const std::string& image : mImages) RequireReadableFile(image, kMaxImageFileBytes);
+  if (LoadParametersFromFile(mEngine, mOptions.params.c_str()) != 1) {
+    throw StationError(mOptions.params + ": parameter file could not be loaded");
+  }
+}
+
+const ChartSummary& ChartRun::Calibrate(const ChartPairProgress& onPair) {
+  const bool withTables = mOptions.tables.size() == 2;
+  ChartRunOptions run;
+  run.mainTablePath = withTables ? mOptions.tables[0].c_str() : nullptr;
+  run.secondTablePath = withTables ? mOptions.tables[1].c_str() : nullptr;
+  run.pairing = mOptions.pairing;
+  run.quickCheck = mOptions.quickCheck;
+  run.search = mOptions.search;
+  run.onPair = onPair;
+  // The stereo stage appends its limits to the log.
+  AppendedLibraryFile("calib_log.txt");
+  // Pairs are read as their searches come; the first bad one stops the run.
+  PairIntake intake(mImages);
+  std::unique_ptr<StationError> badPair;
+  mOutcome = ChartOutcome();
+  mOutcome.summary = mEngine.runChartCalibration(mImages.size() / 2, [&](size_t k) {
+    try {
+      return intake.Read(k);
+    } catch (const StationError& error) {
+      badPair = std::make_unique<StationError>(error);
+      return std::pair<cv::Mat, cv::Mat>();
+    }
+  }, run);
+  if (badPair) throw *badPair;
+  const ChartSummary& summary = mOutcome.summary;
+  if (summary.status == kChartBadImages || summary.status == kChartBadTables) {
+    throw StationError(summary.failedStage + ": " + summary.message);
+  }
+  return summary;
+}
+
+const ChartSummary* ChartRun::RecalibrateWithoutOutliers() {
+  const ChartSummary& summary = mOutcome.summary;
+  if (!mOptions.dropOutliers || summary.status != kChartOk || summary.outlierCorners.empty()) return nullptr;
+  mOutcome.recalibrated = true;
+  mOutcome.withoutOutliers = mEngine.recalibrateChartWithout(summary, summary.outlierCorners);
+  return &mOutcome.withoutOutliers;
+}
+
+bool ChartRun::ChecksPassed() const {
+  const ChartSummary& final = mOutcome.Final();
+  return final.status == kChartOk && AllChartChecksPassed(final.checks, mOptions.strictTranslation);
+}
+
+nlohmann::json ChartRun::Json() const {
+  nlohmann::json json = ChartSummaryJson(mOutcome.summary, mEngine);
+  if (mOutcome.recalibrated) {
+    json["without_outliers"] = ChartSummaryJson(mOutcome.withoutOutliers, mEngine);
+    json["without_outliers"]["dropped"] =
+        DroppedJson(mOutcome.withoutOutliers.dropped, PairNumbersOfViews(mOutcome.summary));
+  }
+  json["strict_translation"] = mOptions.strictTranslation;
+  json["checks_passed"] = ChecksPassed();
+  return json;
+}
+
+void ChartRun::WriteOutputs() const {
+  const ChartSummary& final = mOutcome.Final();
+  if (final.status == kChartOk) LibraryFile("calibrationResult.txt", final.resultFileText);
+  if (!mOptions.json.empty()) WriteJsonAtomically(mOptions.json, Json());
+  if (final.status != kChartOk) return;
+  if (!mOptions.saveRectified.empty()) {
+    WriteImageAtomically(mOptions.saveRectified,
+                         RectifiedSideBySide(mEngine, {mEngine.mChartImages[0], mEngine.mChartImages[1]}));
+  }
+  if (!mOptions.reportDir.empty()) WriteChartReport(mOptions.reportDir, ChartReportInput(mEngine, final, mImages));
+  if (!mOptions.androidMetadata.empty()) {
+    WriteJsonAtomically(mOptions.androidMetadata,
+                        AndroidMetadataJson(mEngine, mOptions.squareMm, mOptions.sensorOrientationDeg));
+  }
+}

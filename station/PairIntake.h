@@ -1,0 +1,33 @@
+// Reads a chart run's image pairs one at a time, as their searches come, and
+// refuses what cannot be a view of a stereo rig: a pair whose size differs
+// from the first pair's, an image too small for the search, the same image
+// as main and second, a pair that repeats an earlier one, or one file used
+// as the main image of one pair and the second of another. Only keys of the
+// pairs read so far are kept, so a long run holds one pair's images at a time.
+#pragma once
+
+#include <sys/types.h>
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <opencv2/core.hpp>
+
+class PairIntake {
+ public:
+  // images: main1 second1 main2 second2 ..., kept by reference.
+  explicit PairIntake(const std::vector<std::string>& images) : mImages(images) {}
+
+  // Pair k (counted from 0) read as grey images and checked against pair 0
+  // and the pairs before it; throws StationError naming the file or pair.
+  std::pair<cv::Mat, cv::Mat> Read(size_t k);
+
+ private:
+  static constexpr const char* kRoles[2] = {"main", "second"};
+  const std::vector<std::string>& mImages;
+  std::pair<cv::Size, cv::Size> mSizes;
+  std::map<std::pair<dev_t, ino_t>, std::pair<size_t, int>> mFiles;
+  std::map<std::pair<size_t, size_t>, size_t> mPairs;
+};
