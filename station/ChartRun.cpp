@@ -1,5 +1,7 @@
 #include "station/ChartRun.h"
 
+#include <algorithm>
+#include <cmath>
 #include <memory>
 
 #include <opencv2/calib3d.hpp>
@@ -7,11 +9,13 @@
 
 #include "engine/dualCalibration.h"
 #include "station/AndroidMetadata.h"
+#include "station/CalibrationFiles.h"
 #include "station/ChartReport.h"
 #include "station/InputFiles.h"
 #include "station/PairIntake.h"
 #include "station/PairList.h"
 #include "station/RunOutputs.h"
+#include "station/VerifyRun.h"
 
 namespace {
 
@@ -59,6 +63,25 @@ cv::Mat RectifiedSideBySide(const dualCalibration& engine, const std::pair<cv::M
   return canvas;
 }
 
+
+// A matrix of rows rows, each an array of one of columns numbers (a single
+// row may also stand as a plain array), finite; empty otherwise.
+cv::Mat JsonMatrix(const nlohmann::json& values, int rows, const std::vector<int>& columns) {
+  const bool plainRow = rows == 1 && values.is_array() && !values.empty() && !values[0].is_array();
+  const nlohmann::json lines = plainRow ? nlohmann::json::array({values}) : values;
+  if (!lines.is_array() || static_cast<int>(lines.size()) != rows) return {};
+  cv::Mat matrix;
+  for (const nlohmann::json& line : lines) {
+    if (!line.is_array() || std::find(columns.begin(), columns.end(), static_cast<int>(line.size())) == columns.end() ||
+        (!matrix.empty() && matrix.cols != static_cast<int>(line.size()))) {
+      return {};
+    }
+    cv::Mat row(1, static_cast<int>(line.size()), CV_64F);
+    for (int c = 0; c < row.cols; ++c) row.at<double>(c) = line[c].is_number() ? line[c].get<double>() : NAN;
+    matrix.push_back(row);
+  }
+  return cv::checkRange(matrix) ? matrix : cv::Mat();
+}
 
 }  // namespace
 
@@ -131,8 +154,10 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
     json["corners_unlocated"] = summary.cornersUnlocated;
   }
   if (summary.status == kChartOk) {
+    json["image_size"] = {engine.chartImageSizes[0], engine.chartImageSizes[1]};
     json["K1"] = MatrixJson(engine.K1), json["K2"] = MatrixJson(engine.K2);
     json["D1"] = MatrixJson(engine.D1), json["D2"] = MatrixJson(engine.D2);
+    json["R"] = MatrixJson(engine.R);
     json["intrinsic_std_dev"] = {{"main", DeviationsJson(summary.mono1)}, {"second", DeviationsJson(summary.mono2)}};
   } else {
     json["failed_stage"] = summary.failedStage;
@@ -146,7 +171,7 @@ ChartRun::ChartRun(dualCalibration& engine, ChartOptions options)
   for (const std::string& table : mOptions.tables) RequireReadableFile(table, kMaxTextFileBytes);
   mImages = ChartImagePaths(mOptions.images, mOptions.pairsDir, mOptions.pairsFile);
   RunFiles files{mImages, {mOptions.pairsDir}, {mOptions.json, mOptions.saveRectified, mOptions.androidMetadata},
-                 {mOptions.reportDir}};
+                 {mOptions.reportDir, mOptions.openCvDir, mOptions.rosDir}};
   files.inputs.insert(files.inputs.end(), {mOptions.params, mOptions.pairsFile});
   files.inputs.insert(files.inputs.end(), mOptions.tables.begin(), mOptions.tables.end());
   CheckRunFiles(files);
@@ -188,7 +213,14 @@ const ChartSummary& ChartRun::Calibrate(const ChartPairProgress& onPair) {
   if (summary.status == kChartBadImages || summary.status == kChartBadTables) {
     throw StationError(summary.failedStage + ": " + summary.message);
   }
+  MeasureRowErrors();
   return summary;
+}
+
+void ChartRun::MeasureRowErrors() {
+  mRowErrors = StereoVerification();
+  if (mOutcome.Final().status != kChartOk) return;
+  mRowErrors = VerifyStereo(DeliveredCalibration(mEngine), mEngine.mImagePoints1, mEngine.mImagePoints2);
 }
 
 const ChartSummary* ChartRun::RecalibrateWithoutOutliers() {
@@ -196,6 +228,7 @@ const ChartSummary* ChartRun::RecalibrateWithoutOutliers() {
   if (!mOptions.dropOutliers || summary.status != kChartOk || summary.outlierCorners.empty()) return nullptr;
   mOutcome.recalibrated = true;
   mOutcome.withoutOutliers = mEngine.recalibrateChartWithout(summary, summary.outlierCorners);
+  MeasureRowErrors();
   return &mOutcome.withoutOutliers;
 }
 
@@ -213,6 +246,11 @@ nlohmann::json ChartRun::Json() const {
   }
   json["strict_translation"] = mOptions.strictTranslation;
   json["checks_passed"] = ChecksPassed();
+  if (const StereoVerification* rows = RowErrors()) {
+    json["row_error"] = ErrorFiguresJson(rows->rowError);
+    json["epipolar_error"] = ErrorFiguresJson(rows->epipolarError);
+    json["health"] = HealthName(HealthOf(rows->rowError.p95, mOptions.health));
+  }
   return json;
 }
 
@@ -230,4 +268,53 @@ void ChartRun::WriteOutputs() const {
     WriteJsonAtomically(mOptions.androidMetadata,
                         AndroidMetadataJson(mEngine, mOptions.squareMm, mOptions.sensorOrientationDeg));
   }
+  const StereoCalibration calibration = DeliveredCalibration(mEngine);
+  if (!mOptions.openCvDir.empty()) {
+    const OpenCvCalibrationText text = OpenCvCalibrationYaml(calibration);
+    CreateOutputFolder(mOptions.openCvDir);
+    WriteStringAtomically(mOptions.openCvDir + "/intrinsics.yml", text.intrinsics);
+    WriteStringAtomically(mOptions.openCvDir + "/extrinsics.yml", text.extrinsics);
+  }
+  if (!mOptions.rosDir.empty()) {
+    CreateOutputFolder(mOptions.rosDir);
+    WriteStringAtomically(mOptions.rosDir + "/main.yaml", RosCameraInfoYaml(calibration, 0, "main"));
+    WriteStringAtomically(mOptions.rosDir + "/second.yaml", RosCameraInfoYaml(calibration, 1, "second"));
+  }
+}
+
+StereoCalibration DeliveredCalibration(const dualCalibration& engine) {
+  StereoCalibration calibration;
+  calibration.imageSize = {engine.chartImageSizes[0], engine.chartImageSizes[1]};
+  engine.K1.convertTo(calibration.K1, CV_64F);
+  engine.K2.convertTo(calibration.K2, CV_64F);
+  engine.D1.convertTo(calibration.D1, CV_64F);
+  engine.D2.convertTo(calibration.D2, CV_64F);
+  engine.R.convertTo(calibration.R, CV_64F);
+  calibration.T = engine.mT;
+  return calibration;
+}
+
+StereoCalibration ChartJsonCalibration(const std::string& path) {
+  const std::vector<unsigned char> bytes = ReadBinaryFile(path, kMaxTextFileBytes);
+  const nlohmann::json file = nlohmann::json::parse(bytes.begin(), bytes.end(), nullptr, false);
+  if (file.is_discarded() || !file.is_object()) throw StationError(path + ": not a JSON object");
+  const nlohmann::json& run = file.contains("without_outliers") ? file["without_outliers"] : file;
+  if (run.value("status", 0) != kChartOk) throw StationError(path + ": the run it holds did not calibrate");
+  const auto matrix = [&](const char* key, int rows, const std::vector<int>& columns) {
+    const nlohmann::json* values = run.contains(key) ? &run[key] : file.contains(key) ? &file[key] : nullptr;
+    const cv::Mat result = values != nullptr ? JsonMatrix(*values, rows, columns) : cv::Mat();
+    if (result.empty()) throw StationError(path + ": no finite " + std::to_string(rows) + "-row matrix " + key);
+    return result;
+  };
+  StereoCalibration calibration;
+  calibration.K1 = matrix("K1", 3, {3});
+  calibration.K2 = matrix("K2", 3, {3});
+  calibration.D1 = matrix("D1", 1, {4, 5, 8, 12, 14});
+  calibration.D2 = matrix("D2", 1, {4, 5, 8, 12, 14});
+  calibration.R = matrix("R", 3, {3});
+  const cv::Mat T = matrix("T", 1, {3});
+  calibration.T = {T.at<double>(0), T.at<double>(1), T.at<double>(2)};
+  const cv::Mat size = matrix("image_size", 1, {2});
+  calibration.imageSize = {static_cast<int>(size.at<double>(0)), static_cast<int>(size.at<double>(1))};
+  return calibration;
 }

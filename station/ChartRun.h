@@ -16,6 +16,9 @@
 #include <opencv2/core.hpp>
 
 #include "chart/ChartDriver.h"
+#include "station/HealthVerdict.h"
+#include "station/StereoCalibration.h"
+#include "station/StereoVerification.h"
 
 class dualCalibration;
 
@@ -35,6 +38,11 @@ struct ChartOptions {
   // The library checks the translation only when the stereo RMS is over its
   // limit; with this set the tool fails any translation over its limit.
   bool strictTranslation = false;
+  HealthLimits health;
+  // Folders for the calibration as OpenCV's stereo sample files
+  // (intrinsics.yml, extrinsics.yml) and as ROS camera_info files
+  // (main.yaml, second.yaml).
+  std::string openCvDir, rosDir;
 };
 
 // What a chart run hands back: the summary of the run, and with
@@ -62,13 +70,19 @@ class ChartRun {
   // corners: the run again without them. nullptr when there is none.
   const ChartSummary* RecalibrateWithoutOutliers();
   const ChartOutcome& Outcome() const { return mOutcome; }
+  // The rectified row and epipolar errors of the final run's own views
+  // under the calibration it delivered; nullptr when it did not calibrate.
+  const StereoVerification* RowErrors() const { return mRowErrors.rowError.count > 0 ? &mRowErrors : nullptr; }
   // The final run succeeded and passed every limit check (AllChartChecksPassed).
   bool ChecksPassed() const;
   // The summary JSON: the first run's ChartSummaryJson, with the second run
-  // under "without_outliers", then strict_translation and checks_passed.
+  // under "without_outliers", then strict_translation, checks_passed and,
+  // for a calibration, the final run's row_error, epipolar_error and health.
   nlohmann::json Json() const;
   // When the final run succeeded, registers calibrationResult.txt and the
-  // files the options ask for; --json is written whatever the outcome.
+  // files the options ask for (the interchange files as StationError when
+  // the calibration cannot be expressed in them); --json is written
+  // whatever the outcome.
   void WriteOutputs() const;
 
  private:
@@ -76,6 +90,9 @@ class ChartRun {
   const ChartOptions mOptions;
   std::vector<std::string> mImages;
   ChartOutcome mOutcome;
+  StereoVerification mRowErrors;
+
+  void MeasureRowErrors();
 };
 
 // The library's verdict: every check passed, the translation counting only
@@ -95,3 +112,11 @@ const char* SearchName(CornerSearch search);
 std::vector<int32_t> OneBased(std::vector<int32_t> indices);
 // The pair numbers of the given views (0-based), as PairNumbersOfViews counts.
 std::vector<int32_t> PairsOf(const std::vector<int32_t>& views, const std::vector<int32_t>& pairNumbers);
+
+// The calibration the engine holds after a successful run: K1 D1 K2 D2 R T,
+// with the main image's size.
+StereoCalibration DeliveredCalibration(const dualCalibration& engine);
+// The calibration a chart run's JSON holds (the run without outliers when
+// there is one). StationError naming path when the file is not such a JSON,
+// its run did not calibrate, or a matrix is missing, misshapen or not finite.
+StereoCalibration ChartJsonCalibration(const std::string& path);

@@ -396,7 +396,10 @@ void WriteBytesAtomically(const std::string& path, const void* data, size_t size
 }
 
 void WriteJsonAtomically(const std::string& path, const nlohmann::json& document) {
-  const std::string text = document.dump(2) + "\n";
+  WriteStringAtomically(path, document.dump(2) + "\n");
+}
+
+void WriteStringAtomically(const std::string& path, const std::string& text) {
   WriteBytesAtomically(path, text.data(), text.size());
 }
 

@@ -62,6 +62,7 @@ void CreateOutputFolder(const std::string& folder);
 void WriteAtomically(const std::string& path, const std::function<bool(const std::string&)>& write);
 void WriteBytesAtomically(const std::string& path, const void* data, size_t size);
 void WriteJsonAtomically(const std::string& path, const nlohmann::json& document);
+void WriteStringAtomically(const std::string& path, const std::string& text);
 // The image encoded in the format its path's extension names.
 void WriteImageAtomically(const std::string& path, const cv::Mat& image);
 // Writes size bytes to an open descriptor; throws StorageError naming

@@ -11,6 +11,8 @@ constexpr int kExitSuccess = 0;
 constexpr int kExitBadInput = 2;
 constexpr int kExitChecksFailed = 3;
 constexpr int kExitFilesNotStored = 4;
+// verify: the p95 row error is over --max-row-error.
+constexpr int kExitRowErrorOverLimit = 5;
 
 // Bad input or any other error (exit status 2).
 class StationError : public std::runtime_error {

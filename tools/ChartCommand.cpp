@@ -11,6 +11,7 @@
 #include "framework/PicturesDir.h"
 #include "station/StationError.h"
 #include "tools/ToolInput.h"
+#include "tools/VerifyCommand.h"
 
 namespace {
 
@@ -172,6 +173,10 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
   command.add_option("--pairs", options.pairsFile, "Text file with one pair 'MAIN SECOND' per line");
   command.add_option("--report", options.reportDir, "Folder for the picture report (PNGs and report.json)");
   command.add_option("--android-metadata", options.androidMetadata, "Camera2 static metadata of both cameras (JSON)");
+  command.add_option("--opencv", options.openCvDir,
+                     "Folder for intrinsics.yml and extrinsics.yml in the layout of OpenCV's stereo sample");
+  command.add_option("--ros", options.rosDir, "Folder for ROS camera_info files main.yaml and second.yaml");
+  AddHealthOptions(command, options.health);
   command.add_option("--square-mm", options.squareMm, "Real size of a board square in mm (default: nSquareSize mm)")
       ->check(FiniteWithin(1e-6, 1e6));
   command.add_option("--sensor-orientation", options.sensorOrientationDeg, "Main camera's sensor orientation (deg)")
@@ -197,11 +202,14 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
                 DroppedText(withoutOutliers->dropped, PairNumbersOfViews(summary)).c_str());
     PrintSummary(*withoutOutliers, options.strictTranslation);
   }
+  if (const StereoVerification* rows = run.RowErrors()) PrintRowErrorFigures(*rows, options.health);
   run.WriteOutputs();
   if (run.Outcome().Final().status == kChartOk) {
     if (!options.saveRectified.empty()) std::printf("rectified pair:   %s\n", options.saveRectified.c_str());
     if (!options.reportDir.empty()) std::printf("report:           %s/report.json\n", options.reportDir.c_str());
     if (!options.androidMetadata.empty()) std::printf("android metadata: %s\n", options.androidMetadata.c_str());
+    if (!options.openCvDir.empty()) std::printf("opencv files:     %s/intrinsics.yml, extrinsics.yml\n", options.openCvDir.c_str());
+    if (!options.rosDir.empty()) std::printf("ros camera info:  %s/main.yaml, second.yaml\n", options.rosDir.c_str());
   }
   return run.Outcome();
 }

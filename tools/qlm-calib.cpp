@@ -23,6 +23,7 @@
 #include "tools/RefineCommand.h"
 #include "tools/SynthCommand.h"
 #include "tools/ToolInput.h"
+#include "tools/VerifyCommand.h"
 #include "tools/WarpYuvCommand.h"
 
 namespace {
@@ -31,7 +32,7 @@ constexpr char kExitStatusHelp[] =
     "Exit status: 0 success, 2 bad input (missing, unreadable, irregular or oversized file, undecodable image, "
     "size outside what the library accepts, malformed option) or any other error, 3 a calibration that ran but "
     "failed its checks, 4 the library did not write the files the run names in its directory, or a file system "
-    "is full, 128 + N stopped by signal N (SIGINT, SIGTERM). Output files are kept only with status 0 or 3, all "
+    "is full, 5 verify's row error over --max-row-error, 128 + N stopped by signal N (SIGINT, SIGTERM). Output files are kept only with status 0 or 3, all "
     "of them; an output that is a symbolic link writes its target.";
 
 int RunVersion() {
@@ -128,6 +129,11 @@ int RunTool(int argc, char** argv) {
   AddChartOptions(*add(app, "chart", "Chessboard stereo calibration over image pairs", true,
                        [&] { return RunChart(chartRun); }),
                   chartRun);
+
+  VerifyOptions verify;
+  AddVerifyOptions(*add(app, "verify", "Check a stereo calibration by the row error of rectified board pairs", false,
+                        [&] { return RunVerify(verify); }),
+                   verify);
 
   add(app, "demo", "Generate synthetic data, run refine and chart on it, compare with the truth", true, RunDemo);
 
