@@ -12,6 +12,7 @@
 #include <regex>
 
 #include <nlohmann/json.hpp>
+#include <opencv2/calib3d.hpp>
 #include <opencv2/imgcodecs.hpp>
 
 #include "api/CalibrationRecord.h"
@@ -337,4 +338,42 @@ TEST_F(QlmCalib, ChartNamesEveryViewByItsPair) {
   const nlohmann::json report = ReadJson(Path("report/report.json"));
   EXPECT_EQ(report["views"][1]["pair"].dump() + report["views"][1]["picture"].dump(), "3\"pair_03.png\"");
   EXPECT_TRUE(FileExists(Path("report/pair_06.png")) && !FileExists(Path("report/pair_02.png")));
+}
+
+// verify measures a calibration on pairs by the rows of their rectified corners: the same figures from the chart's
+// JSON and from its OpenCV files read back, and about f * tan(0.1 deg) of row error once R is turned 0.1 degree about
+// x, which --max-row-error fails with status 5.
+TEST_F(QlmCalib, VerifyFindsTheRowErrorOfASecondCameraTurnedFurther) {
+  const std::string pairs = " --params " + Data("c/params.txt") + " --pairs-dir " + Data("c");
+  ASSERT_EQ(RunTool("chart" + pairs + " --json " + Path("chart.json") + " --opencv " + Path("ocv") + " --ros " +
+                    Path("ros") + " --pictures-dir " + Path("pics")).status, 0);
+  const ToolRun fromJson = RunTool("verify" + pairs + " --calibration " + Path("chart.json") + " --json " + Path("v1.json"));
+  const ToolRun fromYaml = RunTool("verify" + pairs + " --opencv " + Path("ocv/intrinsics.yml") + " " +
+                                   Path("ocv/extrinsics.yml") + " --json " + Path("v2.json") + " --map " + Path("map.png"));
+  ASSERT_EQ(fromJson.status + fromYaml.status, 0) << fromJson.out << fromYaml.out;
+  const nlohmann::json v1 = ReadJson(Path("v1.json")), v2 = ReadJson(Path("v2.json")), chart = ReadJson(Path("chart.json"));
+  EXPECT_EQ(v1["row_error"], v2["row_error"]);
+  EXPECT_EQ(v1["row_error"]["count"], 5 * 54);
+  EXPECT_LT(v1["row_error"]["p95"].get<double>(), 0.05);
+  EXPECT_EQ(v1["health"], "good");
+  EXPECT_EQ(chart["row_error"], v1["row_error"]);
+  EXPECT_TRUE(FileExists(Path("map.png")) && FileExists(Path("ros/main.yaml")) && FileExists(Path("ros/second.yaml")));
+
+  nlohmann::json turned = chart;
+  cv::Mat R(3, 3, CV_64F), turn;
+  for (int i = 0; i < 9; ++i) R.at<double>(i / 3, i % 3) = chart["R"][i / 3][i % 3].get<double>();
+  const double angle = 0.1 * CV_PI / 180.0;
+  cv::Rodrigues(cv::Vec3d(angle, 0, 0), turn);
+  R = turn.t() * R;
+  for (int i = 0; i < 9; ++i) turned["R"][i / 3][i % 3] = R.at<double>(i / 3, i % 3);
+  WriteFile(Path("turned.json"), turned.dump());
+  const ToolRun off = RunTool("verify" + pairs + " --calibration " + Path("turned.json") + " --json " + Path("v3.json") +
+                              " --max-row-error 1");
+  EXPECT_EQ(off.status, 5) << off.out;
+  EXPECT_NE(off.out.find("\nrow error check:  FAIL (p95 "), std::string::npos) << off.out;
+  const nlohmann::json v3 = ReadJson(Path("v3.json"));
+  const double expected = chart["K1"][1][1].get<double>() * std::tan(angle);
+  EXPECT_GT(v3["row_error"]["rms"].get<double>(), expected);
+  EXPECT_LT(v3["row_error"]["rms"].get<double>(), 1.1 * expected);
+  EXPECT_EQ(v3["health"].dump() + v3["passed"].dump(), "\"recalibrate\"false");
 }
