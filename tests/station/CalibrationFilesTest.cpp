@@ -1,6 +1,7 @@
 #include "station/CalibrationFiles.h"
 
 #include "tests/support/TestPrelude.h"
+#include "tests/support/StationErrorOf.h"
 
 #include <filesystem>
 
@@ -41,16 +42,6 @@ StereoCalibration PhoneRig() {
 std::vector<double> Values(const cv::Mat& matrix) {
   EXPECT_EQ(matrix.type(), CV_64F);
   return {matrix.begin<double>(), matrix.end<double>()};
-}
-
-// What run throws as a StationError, or "no StationError".
-std::string ErrorOf(const std::function<void()>& run) {
-  try {
-    run();
-  } catch (const StationError& error) {
-    return error.what();
-  }
-  return "no StationError";
 }
 
 // Matrices written by plain cv::FileStorage, as OpenCV's stereo calibration sample writes them.
@@ -159,7 +150,7 @@ TEST(CalibrationFiles, BadOpenCvFilesNameTheFileAndTheFault) {
       {in + "image_width: 640\n", ex, "in.yml: image_width and image_height are not two positive integers"},
       {in, "", "ex.yml: not a YAML file OpenCV reads"}};
   for (const auto& [intrinsics, extrinsics, message] : cases) {
-    EXPECT_EQ(ErrorOf([&] { ParseOpenCvCalibration({intrinsics, extrinsics}, "in.yml", "ex.yml"); }), message);
+    EXPECT_EQ(StationErrorOf([&] { ParseOpenCvCalibration({intrinsics, extrinsics}, "in.yml", "ex.yml"); }), message);
   }
 
   TempDir dir;
@@ -172,7 +163,7 @@ TEST(CalibrationFiles, BadOpenCvFilesNameTheFileAndTheFault) {
       {dir.Path(), ": not a regular file"},
       {dir.File("over.yml"), ": 1048577 bytes, more than the 1048576 this input may hold"}};
   for (const auto& [path, fault] : paths) {
-    EXPECT_EQ(ErrorOf([&] { ReadOpenCvCalibration(dir.File("in.yml"), path); }), path + fault);
+    EXPECT_EQ(StationErrorOf([&] { ReadOpenCvCalibration(dir.File("in.yml"), path); }), path + fault);
   }
 }
 
@@ -195,8 +186,8 @@ TEST(CalibrationFiles, MalformedCalibrationIsNotWritten) {
   for (const auto& [spoil, message] : cases) {
     StereoCalibration rig = SimpleRig();
     spoil(rig);
-    EXPECT_EQ(ErrorOf([&] { OpenCvCalibrationYaml(rig); }), message);
-    EXPECT_EQ(ErrorOf([&] { RosCameraInfoYaml(rig, 1, "second"); }), message);
+    EXPECT_EQ(StationErrorOf([&] { OpenCvCalibrationYaml(rig); }), message);
+    EXPECT_EQ(StationErrorOf([&] { RosCameraInfoYaml(rig, 1, "second"); }), message);
   }
 }
 
@@ -233,13 +224,13 @@ TEST(CalibrationFiles, RosCameraInfoOfASimpleRig) {
       << second;
   EXPECT_NE(second.find("  data: [1024, 0, 639.5, -40960, 0, 1024, 479.5, 0, 0, 0, 1, 0]\n"), std::string::npos)
       << second;
-  EXPECT_EQ(ErrorOf([&] { RosCameraInfoYaml(rig, 2, "main"); }), "camera 2: expected 0 (main) or 1 (second)");
+  EXPECT_EQ(StationErrorOf([&] { RosCameraInfoYaml(rig, 2, "main"); }), "camera 2: expected 0 (main) or 1 (second)");
   for (const char* name : {"", "main camera", "main:\n"}) {
-    EXPECT_EQ(ErrorOf([&] { RosCameraInfoYaml(rig, 0, name); }),
+    EXPECT_EQ(StationErrorOf([&] { RosCameraInfoYaml(rig, 0, name); }),
               "camera name: expected letters, digits and underscores");
   }
   rig.D1 = cv::Mat::zeros(1, 14, CV_64F);
-  EXPECT_EQ(ErrorOf([&] { RosCameraInfoYaml(rig, 0, "main"); }),
+  EXPECT_EQ(StationErrorOf([&] { RosCameraInfoYaml(rig, 0, "main"); }),
             "stereo calibration: D1 has 14 coefficients, more than the 8 of ROS's rational_polynomial");
   EXPECT_NE(RosCameraInfoYaml(rig, 1, "second"), "");  // the other camera is still expressible
 }

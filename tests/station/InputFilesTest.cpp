@@ -1,22 +1,9 @@
 #include "station/InputFiles.h"
 
 #include "tests/support/TestPrelude.h"
+#include "tests/support/StationErrorOf.h"
 
 #include <opencv2/imgcodecs.hpp>
-
-namespace {
-
-// The StationError's text, or "" when run throws none.
-std::string ErrorOf(const std::function<void()>& run) {
-  try {
-    run();
-  } catch (const StationError& error) {
-    return error.what();
-  }
-  return "";
-}
-
-}  // namespace
 
 // The messages of unreadable files are checked through the tool (QlmCalib.BadInputs...).
 TEST(InputFiles, ColourImagesTurnGreyAndBinaryFilesReadWhole) {
@@ -53,9 +40,9 @@ TEST(InputFiles, ImageHeaderSizeReadsPngJpegAndBmpHeadersOnly) {
     EXPECT_EQ(ImageHeaderSize(c.bytes, &size), c.read) << c.bytes.size();
     EXPECT_EQ(size, c.size) << c.bytes.size();
   }
-  EXPECT_EQ(ErrorOf([&] { RequireDecodableSize(hugePng, "big.png"); }),
+  EXPECT_EQ(StationErrorOf([&] { RequireDecodableSize(hugePng, "big.png"); }),
             "big.png: 2130706462x20 is larger than the accepted 10000x10000, not decoded");
-  EXPECT_EQ(ErrorOf([&] { RequireDecodableSize(hugeBmp, "tall.bmp"); }), "");
+  EXPECT_EQ(StationErrorOf([&] { RequireDecodableSize(hugeBmp, "tall.bmp"); }), "");
 }
 
 // A JPEG decodes in OpenCV whatever its scan data holds; damage shows only
@@ -79,6 +66,6 @@ TEST(InputFiles, JpegWithDamagedOrMissingDataIsRefused) {
   EXPECT_EQ(JpegDataProblem({0xFF, 0xD8, 0xFF, 0xD9}), "a JPEG libjpeg cannot decode (JPEG datastream contains no image)");
   TempDir dir;
   WriteFile(dir.File("damaged.jpg"), std::string(damaged.begin(), damaged.end()));
-  EXPECT_EQ(ErrorOf([&] { ReadGrayImage(dir.File("damaged.jpg")); }),
+  EXPECT_EQ(StationErrorOf([&] { ReadGrayImage(dir.File("damaged.jpg")); }),
             dir.File("damaged.jpg") + ": " + damage);
 }

@@ -1,6 +1,7 @@
 #include "station/RunOutputs.h"
 
 #include "tests/support/TestPrelude.h"
+#include "tests/support/StationErrorOf.h"
 
 #include <filesystem>
 #include <new>
@@ -108,12 +109,7 @@ TEST(RunOutputs, CollidingRunFilesAreRefusedBeforeTheRun) {
       {{{}, {}, {}, {dir.File("file.txt")}}, dir.File("file.txt") + ": is a file, not a folder"},
       {{{}, {}, {dir.File("r/report.json")}, {dir.File("r")}}, dir.File("r/report.json") + ": inside the output folder " + dir.File("r")}};
   for (const auto& [files, message] : refused) {
-    try {
-      CheckRunFiles(files);
-      ADD_FAILURE() << message;
-    } catch (const StationError& error) {
-      EXPECT_EQ(std::string(error.what()), message);
-    }
+    EXPECT_EQ(StationErrorOf([&] { CheckRunFiles(files); }), message);
   }
   EXPECT_NO_THROW(CheckRunFiles({{dir.File("in/a.png")}, {dir.File("in")}, {dir.File("x.json"), "", "/dev/stdout"}, {dir.File("report")}}));
 }

@@ -1,6 +1,7 @@
 #include "station/StereoVerification.h"
 
 #include "tests/support/TestPrelude.h"
+#include "tests/support/StationErrorOf.h"
 
 #include <opencv2/calib3d.hpp>
 
@@ -294,12 +295,7 @@ TEST(StereoVerification, BadInputThrowsStationError) {
     StereoCalibration calibration = ModerateRig();
     Views spoiltMain = main, spoiltSecond = second;
     spoil(calibration, spoiltMain, spoiltSecond);
-    try {
-      VerifyStereo(calibration, spoiltMain, spoiltSecond);
-      ADD_FAILURE() << message;
-    } catch (const StationError& error) {
-      EXPECT_EQ(std::string(error.what()), message);
-    }
+    EXPECT_EQ(StationErrorOf([&] { VerifyStereo(calibration, spoiltMain, spoiltSecond); }), message);
   }
   // The true lenses (k3 is 0) written with each count, D2 as a float column, K2 in float: no error left.
   for (int count : {4, 5, 8, 12, 14}) {
@@ -320,12 +316,7 @@ TEST(StereoVerification, BadInputThrowsStationError) {
       {{main[0], {main[1].begin(), main[1].end() - 1}},
        "view 2: the verification holds 54 row errors, the corners 53"}};
   for (const auto& [corners, message] : mismatched) {
-    try {
-      RowErrorMap(scene.truth, corners, verification);
-      ADD_FAILURE() << message;
-    } catch (const StationError& error) {
-      EXPECT_EQ(std::string(error.what()), message);
-    }
+    EXPECT_EQ(StationErrorOf([&] { RowErrorMap(scene.truth, corners, verification); }), message);
   }
 }
 
