@@ -402,6 +402,31 @@ std::vector<std::vector<int32_t>> RemoveCorners(dualCalibration& engine,
 
 }  // namespace
 
+ChartSummary IntakeOf(const ChartSummary& first) {
+  ChartSummary summary;
+  summary.viewsFound = first.viewsFound;
+  summary.quickRejected = first.quickRejected;
+  summary.orderUndecided = first.orderUndecided;
+  summary.cornersUnlocated = first.cornersUnlocated;
+  summary.cornerQuality = first.cornerQuality;
+  summary.viewCount = first.viewCount;
+  summary.pairing = first.pairing;
+  summary.search = first.search;
+  summary.gridPairings = first.gridPairings;
+  summary.repeatedCornerViews = first.repeatedCornerViews;
+  summary.viewsWithoutTables = first.viewsWithoutTables;
+  return summary;
+}
+
+ChartPairResult PairResultOf(const ChartSummary& summary, size_t k) {
+  const auto flagged = [&](const std::vector<int32_t>& flags) { return k < flags.size() && flags[k] == 1; };
+  if (flagged(summary.viewsFound)) return ChartPairResult::kView;
+  if (flagged(summary.quickRejected)) return ChartPairResult::kNoBoardQuickCheck;
+  if (flagged(summary.orderUndecided)) return ChartPairResult::kOrderUndecided;
+  if (flagged(summary.cornersUnlocated)) return ChartPairResult::kCornersUnlocated;
+  return ChartPairResult::kNoBoard;
+}
+
 ChartSummary dualCalibration::runChartCalibration(const std::vector<std::pair<cv::Mat, cv::Mat>>& pairs,
                                                   const ChartRunOptions& options) {
   ChartSummary summary;
@@ -417,6 +442,28 @@ ChartSummary dualCalibration::runChartCalibration(size_t pairCount, const ChartP
   } catch (...) {
     // Only the summary's own bookkeeping can get here (out of memory); the
     // stages' errors are caught where they run.
+    return ChartSummary();
+  }
+}
+
+ChartViews dualCalibration::chartViews(const ChartSummary& first) const {
+  return {{chartImageSizes[0], chartImageSizes[1]}, {chartImageSizes[2], chartImageSizes[3]}, mObjectPoints,
+          mImagePoints1, mImagePoints2, IntakeOf(first)};
+}
+
+ChartSummary dualCalibration::runChartCalibration(const ChartViews& views) {
+  try {
+    ChartSummary summary = IntakeOf(views.intake);
+    chartImageSizes[0] = views.mainSize.width, chartImageSizes[1] = views.mainSize.height;
+    chartImageSizes[2] = views.secondSize.width, chartImageSizes[3] = views.secondSize.height;
+    mChartImages = {cv::Mat::zeros(views.mainSize, CV_8UC1), cv::Mat::zeros(views.secondSize, CV_8UC1)};
+    mObjectPoints = views.objectPoints;
+    mImagePoints1 = views.imagePoints1;
+    mImagePoints2 = views.imagePoints2;
+    mCornerPairing = summary.pairing;
+    mCornerSearch = summary.search;
+    return CalibrateViews(*this, summary);
+  } catch (...) {
     return ChartSummary();
   }
 }
@@ -438,18 +485,7 @@ ChartSummary dualCalibration::recalibrateChartWithout(const ChartSummary& first,
     }
     std::sort(removed.begin(), removed.end());
     removed.erase(std::unique(removed.begin(), removed.end()), removed.end());
-    ChartSummary summary;
-    summary.viewsFound = first.viewsFound;
-    summary.quickRejected = first.quickRejected;
-    summary.orderUndecided = first.orderUndecided;
-    summary.cornersUnlocated = first.cornersUnlocated;
-    summary.cornerQuality = first.cornerQuality;
-    summary.viewCount = first.viewCount;
-    summary.pairing = first.pairing;
-    summary.search = first.search;
-    summary.gridPairings = first.gridPairings;
-    summary.repeatedCornerViews = first.repeatedCornerViews;
-    summary.viewsWithoutTables = first.viewsWithoutTables;
+    ChartSummary summary = IntakeOf(first);
     summary.dropped.views = removed;
     summary.dropped.corners = RemoveCorners(*this, outliers.corners, removed);
     RemoveViews(*this, removed, summary);

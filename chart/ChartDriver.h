@@ -129,6 +129,25 @@ struct ChartSummary {
   CornerOutliers dropped;
 };
 
+// What the pair searches of a run left: both image sizes, the view lists as
+// the stages take them (after the distortion tables, when given) and the
+// summary's facts about every pair and view, so that the stages can run
+// again without the images and reach the same result.
+struct ChartViews {
+  cv::Size mainSize, secondSize;
+  std::vector<std::vector<cv::Point3f>> objectPoints;
+  std::vector<std::vector<cv::Point2f>> imagePoints1, imagePoints2;
+  // viewsFound, quickRejected, orderUndecided, cornersUnlocated, viewCount,
+  // pairing, search, gridPairings, cornerQuality, repeatedCornerViews and
+  // viewsWithoutTables; the rest as a fresh summary has it.
+  ChartSummary intake;
+};
+
+// The intake facts of summary (as ChartViews::intake lists them) in a fresh summary.
+ChartSummary IntakeOf(const ChartSummary& summary);
+// What became of pair k of the run that summary describes.
+ChartPairResult PairResultOf(const ChartSummary& summary, size_t k);
+
 // Each view's pair, counted from 1 in the order the pairs were given: the one
 // numbering the summary, its JSON and the report share.
 std::vector<int32_t> PairNumbersOfViews(const ChartSummary& summary);

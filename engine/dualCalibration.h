@@ -285,6 +285,13 @@ class dualCalibration final : public CFilter {
   // checked as it comes (a pair of other sizes, or not grey, stops the run
   // with kChartBadImages).
   ChartSummary runChartCalibration(size_t pairCount, const ChartPairSource& source, const ChartRunOptions& options);
+  // The views and intake facts of the last runChartCalibration, whose
+  // summary is first; valid until a recalibration changes the view lists.
+  ChartViews chartViews(const ChartSummary& first) const;
+  // The mono and the stereo stage on stored views, as runChartCalibration
+  // runs them after its searches: the same views give the same result. The
+  // stored chart images are blank ones of the views' sizes. Nothing throws.
+  ChartSummary runChartCalibration(const ChartViews& views);
   // Runs the mono and the stereo stage again on the views of the last
   // runChartCalibration without the given views (0-based, as in first's
   // per-view lists), which are removed from the view lists; first is that

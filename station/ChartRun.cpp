@@ -11,6 +11,7 @@
 #include "station/AndroidMetadata.h"
 #include "station/CalibrationFiles.h"
 #include "station/ChartReport.h"
+#include "station/CornersFile.h"
 #include "station/InputFiles.h"
 #include "station/PairIntake.h"
 #include "station/PairList.h"
@@ -81,6 +82,22 @@ cv::Mat JsonMatrix(const nlohmann::json& values, int rows, const std::vector<int
     matrix.push_back(row);
   }
   return cv::checkRange(matrix) ? matrix : cv::Mat();
+}
+
+// T (and T_mm), angles_deg, and fx, fy, cx, cy of main and second.
+nlohmann::json StereoParametersJson(const StereoParameters& p, double millimetresPerUnit) {
+  const auto camera = [](const cv::Vec4d& c) { return nlohmann::json{{"fx", c[0]}, {"fy", c[1]}, {"cx", c[2]}, {"cy", c[3]}}; };
+  return {{"T", {p.T[0], p.T[1], p.T[2]}},
+          {"T_mm", {p.T[0] * millimetresPerUnit, p.T[1] * millimetresPerUnit, p.T[2] * millimetresPerUnit}},
+          {"angles_deg", {p.anglesDeg[0], p.anglesDeg[1], p.anglesDeg[2]}},
+          {"main", camera(p.camera1)},
+          {"second", camera(p.camera2)}};
+}
+
+// "9 x 6 corners, squares of 25".
+std::string BoardText(const CornersBoard& board) {
+  return std::to_string(board.width) + " x " + std::to_string(board.height) + " corners, squares of " +
+         std::to_string(board.squareSize);
 }
 
 }  // namespace
@@ -169,19 +186,46 @@ nlohmann::json ChartSummaryJson(const ChartSummary& summary, const dualCalibrati
 ChartRun::ChartRun(dualCalibration& engine, ChartOptions options)
     : mEngine(engine), mOptions(std::move(options)) {
   for (const std::string& table : mOptions.tables) RequireReadableFile(table, kMaxTextFileBytes);
-  mImages = ChartImagePaths(mOptions.images, mOptions.pairsDir, mOptions.pairsFile);
-  RunFiles files{mImages, {mOptions.pairsDir}, {mOptions.json, mOptions.saveRectified, mOptions.androidMetadata},
+  const bool fromCorners = !mOptions.fromCorners.empty();
+  if (fromCorners && !(mOptions.images.empty() && mOptions.pairsDir.empty() && mOptions.pairsFile.empty())) {
+    throw StationError("chart: --from-corners takes the pairs from its file, not from IMAGES, --pairs-dir or --pairs");
+  }
+  if (fromCorners && !mOptions.saveRectified.empty()) {
+    throw StationError("--save-rectified: draws the images, which --from-corners does not read");
+  }
+  if (fromCorners && !mOptions.tables.empty()) {
+    throw StationError("--tables: the corners file holds its corners after the tables already");
+  }
+  CornersFile corners;
+  if (fromCorners) {
+    corners = ReadCornersFile(mOptions.fromCorners);
+    mImages = corners.images;
+  } else {
+    mImages = ChartImagePaths(mOptions.images, mOptions.pairsDir, mOptions.pairsFile);
+  }
+  RunFiles files{fromCorners ? std::vector<std::string>() : mImages, {mOptions.pairsDir},
+                 {mOptions.json, mOptions.saveRectified, mOptions.androidMetadata, mOptions.saveCorners},
                  {mOptions.reportDir, mOptions.openCvDir, mOptions.rosDir}};
-  files.inputs.insert(files.inputs.end(), {mOptions.params, mOptions.pairsFile});
+  files.inputs.insert(files.inputs.end(), {mOptions.params, mOptions.pairsFile, mOptions.fromCorners});
   files.inputs.insert(files.inputs.end(), mOptions.tables.begin(), mOptions.tables.end());
   CheckRunFiles(files);
   if (mImages.size() < 2 || mImages.size() % 2 != 0) {
     throw StationError("chart: expected image pairs MAIN1 SECOND1 [MAIN2 SECOND2 ...], got " +
                        std::to_string(mImages.size()) + " files");
   }
-  for (const std::string& image : mImages) RequireReadableFile(image, kMaxImageFileBytes);
+  if (!fromCorners) {
+    for (const std::string& image : mImages) RequireReadableFile(image, kMaxImageFileBytes);
+  }
   if (LoadParametersFromFile(mEngine, mOptions.params.c_str()) != 1) {
     throw StationError(mOptions.params + ": parameter file could not be loaded");
+  }
+  if (fromCorners) {
+    const CornersBoard board{mEngine.m_nBoardWidth, mEngine.m_nBoardHeight, mEngine.m_nSquareSize};
+    if (!(corners.board == board)) {
+      throw StationError(mOptions.fromCorners + ": a board of " + BoardText(corners.board) + ", the parameters give " +
+                         BoardText(board));
+    }
+    mStoredViews = std::make_unique<ChartViews>(std::move(corners.views));
   }
 }
 
@@ -200,6 +244,12 @@ const ChartSummary& ChartRun::Calibrate(const ChartPairProgress& onPair) {
   PairIntake intake(mImages);
   std::unique_ptr<StationError> badPair;
   mOutcome = ChartOutcome();
+  if (mStoredViews) {
+    for (size_t k = 0; k < mImages.size() / 2 && onPair; ++k) onPair(k, PairResultOf(mStoredViews->intake, k));
+    mOutcome.summary = mEngine.runChartCalibration(*mStoredViews);
+    MeasureDelivered();
+    return mOutcome.summary;
+  }
   mOutcome.summary = mEngine.runChartCalibration(mImages.size() / 2, [&](size_t k) {
     try {
       return intake.Read(k);
@@ -213,14 +263,30 @@ const ChartSummary& ChartRun::Calibrate(const ChartPairProgress& onPair) {
   if (summary.status == kChartBadImages || summary.status == kChartBadTables) {
     throw StationError(summary.failedStage + ": " + summary.message);
   }
-  MeasureRowErrors();
+  mSearchedViews = mEngine.chartViews(summary);
+  MeasureDelivered();
   return summary;
 }
 
-void ChartRun::MeasureRowErrors() {
+void ChartRun::MeasureDelivered() {
   mRowErrors = StereoVerification();
+  mLensModels = {};
   if (mOutcome.Final().status != kChartOk) return;
-  mRowErrors = VerifyStereo(DeliveredCalibration(mEngine), mEngine.mImagePoints1, mEngine.mImagePoints2);
+  const StereoCalibration calibration = DeliveredCalibration(mEngine);
+  mRowErrors = VerifyStereo(calibration, mEngine.mImagePoints1, mEngine.mImagePoints2);
+  mLensModels = {CheckLensModel(calibration.K1, calibration.D1, calibration.imageSize),
+                 CheckLensModel(calibration.K2, calibration.D2, {mEngine.chartImageSizes[2], mEngine.chartImageSizes[3]})};
+  mUncertainty = StereoUncertainty();
+  if (mOptions.uncertaintyFolds < 2 || mEngine.mObjectPoints.size() < 5) return;
+  const ChartSummary& final = mOutcome.Final();
+  mUncertainty = EstimateStereoUncertainty({mEngine.mObjectPoints, mEngine.mImagePoints1, mEngine.mImagePoints2,
+                                            calibration.imageSize, final.mono1.K, final.mono2.K,
+                                            mEngine.stereoCalibrationFlags()},
+                                           mOptions.uncertaintyFolds);
+}
+
+double ChartRun::MillimetresPerUnit() const {
+  return mOptions.squareMm > 0.0 ? mOptions.squareMm / std::max(mEngine.m_nSquareSize, 1) : 1.0;
 }
 
 const ChartSummary* ChartRun::RecalibrateWithoutOutliers() {
@@ -228,13 +294,14 @@ const ChartSummary* ChartRun::RecalibrateWithoutOutliers() {
   if (!mOptions.dropOutliers || summary.status != kChartOk || summary.outlierCorners.empty()) return nullptr;
   mOutcome.recalibrated = true;
   mOutcome.withoutOutliers = mEngine.recalibrateChartWithout(summary, summary.outlierCorners);
-  MeasureRowErrors();
+  MeasureDelivered();
   return &mOutcome.withoutOutliers;
 }
 
 bool ChartRun::ChecksPassed() const {
   const ChartSummary& final = mOutcome.Final();
-  return final.status == kChartOk && AllChartChecksPassed(final.checks, mOptions.strictTranslation);
+  return final.status == kChartOk && AllChartChecksPassed(final.checks, mOptions.strictTranslation) &&
+         mLensModels[0].valid && mLensModels[1].valid;
 }
 
 nlohmann::json ChartRun::Json() const {
@@ -250,6 +317,18 @@ nlohmann::json ChartRun::Json() const {
     json["row_error"] = ErrorFiguresJson(rows->rowError);
     json["epipolar_error"] = ErrorFiguresJson(rows->epipolarError);
     json["health"] = HealthName(HealthOf(rows->rowError.p95, mOptions.health));
+    const char* cameras[2] = {"main", "second"};
+    if (const StereoUncertainty* uncertainty = Uncertainty()) {
+      json["stereo_std_dev"] = StereoParametersJson(uncertainty->stdDev, MillimetresPerUnit());
+      json["stereo_std_dev"]["folds"] = uncertainty->groups;
+      json["cross_validation_largest_shift"] = StereoParametersJson(uncertainty->largestShift, MillimetresPerUnit());
+    }
+    for (int i = 0; i < 2; ++i) {
+      const LensModelCheck& lens = mLensModels[i];
+      json["lens_model"][cameras[i]] = {{"valid", lens.valid}, {"problem", lens.problem},
+                                        {"fold_radius_px", lens.foldRadiusPx}, {"reach_px", lens.reachPx},
+                                        {"undistort_residual_px", lens.worstUndistortResidualPx}};
+    }
   }
   return json;
 }
@@ -258,6 +337,10 @@ void ChartRun::WriteOutputs() const {
   const ChartSummary& final = mOutcome.Final();
   if (final.status == kChartOk) LibraryFile("calibrationResult.txt", final.resultFileText);
   if (!mOptions.json.empty()) WriteJsonAtomically(mOptions.json, Json());
+  if (!mOptions.saveCorners.empty()) {
+    const CornersBoard board{mEngine.m_nBoardWidth, mEngine.m_nBoardHeight, mEngine.m_nSquareSize};
+    WriteJsonAtomically(mOptions.saveCorners, CornersJson(mStoredViews ? *mStoredViews : mSearchedViews, mImages, board));
+  }
   if (final.status != kChartOk) return;
   if (!mOptions.saveRectified.empty()) {
     WriteImageAtomically(mOptions.saveRectified,

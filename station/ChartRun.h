@@ -8,6 +8,8 @@
 // Problems with the inputs throw StationError naming the file or pair.
 #pragma once
 
+#include <array>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -17,7 +19,9 @@
 
 #include "chart/ChartDriver.h"
 #include "station/HealthVerdict.h"
+#include "station/LensModelCheck.h"
 #include "station/StereoCalibration.h"
+#include "station/StereoUncertainty.h"
 #include "station/StereoVerification.h"
 
 class dualCalibration;
@@ -43,6 +47,13 @@ struct ChartOptions {
   // (intrinsics.yml, extrinsics.yml) and as ROS camera_info files
   // (main.yaml, second.yaml).
   std::string openCvDir, rosDir;
+  // The detected corners of every view written to saveCorners
+  // (station/CornersFile.h); fromCorners solves from such a file instead of
+  // the images.
+  std::string saveCorners, fromCorners;
+  // Groups of views the final run is solved again without, for the
+  // standard deviations of what it delivers (0: none).
+  size_t uncertaintyFolds = 10;
 };
 
 // What a chart run hands back: the summary of the run, and with
@@ -73,7 +84,16 @@ class ChartRun {
   // The rectified row and epipolar errors of the final run's own views
   // under the calibration it delivered; nullptr when it did not calibrate.
   const StereoVerification* RowErrors() const { return mRowErrors.rowError.count > 0 ? &mRowErrors : nullptr; }
-  // The final run succeeded and passed every limit check (AllChartChecksPassed).
+  // The final run's lens models (main, second) checked out to the image
+  // corners; both valid when it did not calibrate.
+  const std::array<LensModelCheck, 2>& LensModels() const { return mLensModels; }
+  // The jackknife of the final run's stereo stage (station/StereoUncertainty.h);
+  // nullptr without a calibration, folds or at least 5 views.
+  const StereoUncertainty* Uncertainty() const { return mUncertainty.groups > 0 ? &mUncertainty : nullptr; }
+  // Millimetres per unit of T: --square-mm over nSquareSize, else 1.
+  double MillimetresPerUnit() const;
+  // The final run succeeded, passed every limit check (AllChartChecksPassed)
+  // and delivered lens models that hold out to the image corners.
   bool ChecksPassed() const;
   // The summary JSON: the first run's ChartSummaryJson, with the second run
   // under "without_outliers", then strict_translation, checks_passed and,
@@ -91,8 +111,13 @@ class ChartRun {
   std::vector<std::string> mImages;
   ChartOutcome mOutcome;
   StereoVerification mRowErrors;
+  std::array<LensModelCheck, 2> mLensModels;
+  StereoUncertainty mUncertainty;
+  std::unique_ptr<ChartViews> mStoredViews;  // from --from-corners
+  ChartViews mSearchedViews;                 // for --save-corners
 
-  void MeasureRowErrors();
+  // Row errors, lens model checks and uncertainty of the final run's calibration.
+  void MeasureDelivered();
 };
 
 // The library's verdict: every check passed, the translation counting only

@@ -142,12 +142,28 @@ void PrintSummary(const ChartSummary& summary, bool strictTranslation) {
   std::printf("result files:     %s\n                  %s\n", PicturesPath("calibrationResult.txt").c_str(),
               PicturesPath("calib_log.txt").c_str());
 }
+void PrintUncertainty(const StereoUncertainty& u, double millimetresPerUnit) {
+  const cv::Vec3d mm = u.stdDev.T * millimetresPerUnit;
+  std::printf("T std dev:        [%.4f, %.4f, %.4f] ([%.4f, %.4f, %.4f] mm; jackknife over %zu folds)\n", u.stdDev.T[0],
+              u.stdDev.T[1], u.stdDev.T[2], mm[0], mm[1], mm[2], u.groups);
+  std::printf("angles std dev:   x %.4f, y %.4f, z %.4f deg\n", u.stdDev.anglesDeg[0], u.stdDev.anglesDeg[1],
+              u.stdDev.anglesDeg[2]);
+  std::printf("focal std dev:    main fx %.3f fy %.3f cx %.3f cy %.3f, second fx %.3f fy %.3f cx %.3f cy %.3f px\n",
+              u.stdDev.camera1[0], u.stdDev.camera1[1], u.stdDev.camera1[2], u.stdDev.camera1[3], u.stdDev.camera2[0],
+              u.stdDev.camera2[1], u.stdDev.camera2[2], u.stdDev.camera2[3]);
+  std::printf("left out, moves:  T up to [%.4f, %.4f, %.4f], angles up to %.4f, %.4f, %.4f deg, fx up to %.3f, %.3f px\n",
+              u.largestShift.T[0], u.largestShift.T[1], u.largestShift.T[2], u.largestShift.anglesDeg[0],
+              u.largestShift.anglesDeg[1], u.largestShift.anglesDeg[2], u.largestShift.camera1[0],
+              u.largestShift.camera2[0]);
+}
+
 }  // namespace
 
 void AddChartOptions(CLI::App& command, ChartOptions& options) {
   command.add_option("--params", options.params, "Parameter file (section ParameterList)")->required();
   command.add_option("--tables", options.tables, "Distortion tables of the main and the second camera")
-      ->expected(2);
+      ->expected(2)
+      ->allow_extra_args(false);
   command.add_option("--json", options.json, "Summary as JSON");
   command.add_option("--save-rectified", options.saveRectified, "First pair rectified side by side (PNG)");
   command.add_option("--pairing", options.pairing, "Corner pairing: grid (the board's symmetric orders) or nearest")
@@ -173,10 +189,19 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
   command.add_option("--pairs", options.pairsFile, "Text file with one pair 'MAIN SECOND' per line");
   command.add_option("--report", options.reportDir, "Folder for the picture report (PNGs and report.json)");
   command.add_option("--android-metadata", options.androidMetadata, "Camera2 static metadata of both cameras (JSON)");
+  command.add_option("--save-corners", options.saveCorners,
+                     "The detected corners of every view (JSON), to solve again later with --from-corners");
+  command.add_option("--from-corners", options.fromCorners,
+                     "Solve from a --save-corners file instead of images (the same views give the same result)");
   command.add_option("--opencv", options.openCvDir,
                      "Folder for intrinsics.yml and extrinsics.yml in the layout of OpenCV's stereo sample");
   command.add_option("--ros", options.rosDir, "Folder for ROS camera_info files main.yaml and second.yaml");
   AddHealthOptions(command, options.health);
+  command.add_option("--folds", options.uncertaintyFolds,
+                     "Solve the stereo stage again this many times, each without a group of views, for the "
+                     "standard deviations of T, the angles and the intrinsics it delivers (0: not)")
+      ->check(CLI::Range(0, 1000))
+      ->capture_default_str();
   command.add_option("--square-mm", options.squareMm, "Real size of a board square in mm (default: nSquareSize mm)")
       ->check(FiniteWithin(1e-6, 1e6));
   command.add_option("--sensor-orientation", options.sensorOrientationDeg, "Main camera's sensor orientation (deg)")
@@ -202,7 +227,17 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
                 DroppedText(withoutOutliers->dropped, PairNumbersOfViews(summary)).c_str());
     PrintSummary(*withoutOutliers, options.strictTranslation);
   }
-  if (const StereoVerification* rows = run.RowErrors()) PrintRowErrorFigures(*rows, options.health);
+  if (const StereoVerification* rows = run.RowErrors()) {
+    PrintRowErrorFigures(*rows, options.health);
+    if (const StereoUncertainty* uncertainty = run.Uncertainty()) PrintUncertainty(*uncertainty, run.MillimetresPerUnit());
+    const std::array<LensModelCheck, 2>& lenses = run.LensModels();
+    const char* cameras[2] = {"main", "second"};
+    for (int i = 0; i < 2; ++i) {
+      std::printf("%-18s%s\n", ("lens " + std::string(cameras[i]) + ":").c_str(),
+                  lenses[i].valid ? "model holds out to the image corners"
+                                  : ("FAIL: " + lenses[i].problem + " (the calibration failed)").c_str());
+    }
+  }
   run.WriteOutputs();
   if (run.Outcome().Final().status == kChartOk) {
     if (!options.saveRectified.empty()) std::printf("rectified pair:   %s\n", options.saveRectified.c_str());

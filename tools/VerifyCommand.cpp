@@ -36,7 +36,8 @@ void AddVerifyOptions(CLI::App& command, VerifyOptions& options) {
   command.add_option("--params", options.params, "Parameter file (section ParameterList): the board")->required();
   command.add_option("--calibration", options.calibration, "The JSON of a chart run (--json)");
   command.add_option("--opencv", options.openCvFiles, "intrinsics.yml and extrinsics.yml (OpenCV's stereo sample)")
-      ->expected(2);
+      ->expected(2)
+      ->allow_extra_args(false);
   command.add_option("IMAGES", options.images, "MAIN1 SECOND1 [MAIN2 SECOND2 ...]");
   command.add_option("--pairs-dir", options.pairsDir, "Folder of NAME_main.EXT / NAME_second.EXT pairs");
   command.add_option("--pairs", options.pairsFile, "Text file with one pair 'MAIN SECOND' per line");

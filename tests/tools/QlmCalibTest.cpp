@@ -227,7 +227,11 @@ TEST_F(QlmCalib, BadInputsGiveOneMessageAndLeaveNoFile) {
       {"short.bin", "tiny"},
       {"huge.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\0\x75\x30\0\0\x75\x30\x08\0\0\0\0", 29)},  // 30000x30000
       {"only-main/b_main.png", ""},     {"only-second/b_second.png", ""},     {"two-lines.txt", "m1.png s1.png\nm2.png\n"},
-      {"three.txt", "m1.png s1.png extra.png\n"}, {"comment.txt", "# nothing\n"}, {"big.txt", std::string((1 << 20) + 1, 'x')}};
+      {"three.txt", "m1.png s1.png extra.png\n"}, {"comment.txt", "# nothing\n"}, {"big.txt", std::string((1 << 20) + 1, 'x')},
+      {"corners.json", R"({"format": "qlm-chart-corners", "version": 1, "board": {"width": 9, "height": 6, "square_size": 10},
+          "main_size": [2000, 1500], "second_size": [2000, 1500], "pairing": "grid", "corner_search": "any-scale",
+          "pairs": [{"main": "m.png", "second": "s.png", "result": "no board"}], "views": [], "grid_pairing": [],
+          "corner_quality": [], "repeated_corner_views": [], "views_without_tables": 0})"}};
   for (const auto& [name, text] : files) WriteFile(Path(name), text);
   const std::pair<const char*, cv::Mat> images[] = {{"a.png", cv::Mat(80, 100, CV_8UC1, 1)}, {"b.png", cv::Mat(80, 90, CV_8UC1, 1)}, {"c.png", cv::Mat(80, 100, CV_8UC1, 2)},
       {"narrow.png", cv::Mat(1000, 999, CV_8UC1, 9)}, {"deep.png", cv::Mat(1000, 1000, CV_16UC1, 1000)},
@@ -340,13 +344,17 @@ TEST_F(QlmCalib, ChartNamesEveryViewByItsPair) {
   EXPECT_TRUE(FileExists(Path("report/pair_06.png")) && !FileExists(Path("report/pair_02.png")));
 }
 
-// verify measures a calibration on pairs by the rows of their rectified corners: the same figures from the chart's
-// JSON and from its OpenCV files read back, and about f * tan(0.1 deg) of row error once R is turned 0.1 degree about
+// chart --from-corners solves its --save-corners file to the same JSON. verify measures a calibration on pairs by the
+// rows of their rectified corners: the same figures from the chart's JSON and from its OpenCV files read back, and about f * tan(0.1 deg) of row error once R is turned 0.1 degree about
 // x, which --max-row-error fails with status 5.
 TEST_F(QlmCalib, VerifyFindsTheRowErrorOfASecondCameraTurnedFurther) {
   const std::string pairs = " --params " + Data("c/params.txt") + " --pairs-dir " + Data("c");
   ASSERT_EQ(RunTool("chart" + pairs + " --json " + Path("chart.json") + " --opencv " + Path("ocv") + " --ros " +
-                    Path("ros") + " --pictures-dir " + Path("pics")).status, 0);
+                    Path("ros") + " --save-corners " + Path("corners.json") + " --pictures-dir " + Path("pics")).status, 0);
+  // Solved again from the corners alone: the same JSON to the last digit.
+  ASSERT_EQ(RunTool("chart --params " + Data("c/params.txt") + " --from-corners " + Path("corners.json") + " --json " +
+                    Path("again.json") + " --pictures-dir " + Path("pics")).status, 0);
+  EXPECT_EQ(ReadFile(Path("again.json")), ReadFile(Path("chart.json")));
   const ToolRun fromJson = RunTool("verify" + pairs + " --calibration " + Path("chart.json") + " --json " + Path("v1.json"));
   const ToolRun fromYaml = RunTool("verify" + pairs + " --opencv " + Path("ocv/intrinsics.yml") + " " +
                                    Path("ocv/extrinsics.yml") + " --json " + Path("v2.json") + " --map " + Path("map.png"));
