@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <exception>
 #include <filesystem>
+#include <numeric>
 
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -11,6 +13,7 @@
 
 #include "chart/ViewOutliers.h"
 #include "engine/dualCalibration.h"
+#include "station/InputFiles.h"
 #include "station/RunOutputs.h"
 #include "station/StationError.h"
 
@@ -20,7 +23,13 @@ constexpr int kCoverageColumns = 8;
 constexpr int kPanelWidthPx = 640;
 constexpr int kTitleHeightPx = 28;
 constexpr int kMarginPx = 12;
-constexpr double kLongestArrowPx = 40.0;
+// The run's magnification draws the 95th percentile residual at most this long;
+// a longer arrow is cut at the second length (its corner is circled).
+constexpr double kTypicalArrowPx = 40.0;
+constexpr double kLongestArrowPx = 160.0;
+// Circled corners beyond this many per panel keep their circle but lose their label.
+constexpr size_t kLabelledCorners = 10;
+constexpr int kCircleRadiusPx = 9;
 constexpr int kChartWidthPx = 800, kChartHeightPx = 360;
 constexpr int kFont = cv::FONT_HERSHEY_SIMPLEX;
 constexpr double kFontScale = 0.45;
@@ -28,15 +37,28 @@ constexpr double kFontScale = 0.45;
 const cv::Scalar kBackground(255, 255, 255), kImageArea(236, 236, 236), kGridLine(200, 200, 200);
 const cv::Scalar kShade(170, 170, 235), kText(20, 20, 20), kCorner(180, 90, 20), kArrow(30, 30, 210);
 const cv::Scalar kCameraColours[2] = {cv::Scalar(180, 110, 40), cv::Scalar(40, 150, 240)};
-const cv::Scalar kOutlier(30, 30, 210);
+const cv::Scalar kOutlier(30, 30, 210), kWorstWithinLimit(60, 60, 60);
 
 struct CameraFit {
   std::vector<std::vector<cv::Point2f>> residuals;  // per view: detected minus projected, pixels
+  std::vector<std::vector<float>> cornerErrors;     // per view: the residuals' lengths
   std::vector<float> errors;                        // per view: RMS of the residuals
   double limit = 0.0;
   std::vector<bool> outliers;
-  std::vector<std::vector<int>> cellCounts;  // [row][column]: corners per coverage cell
+  double cornerLimit = 0.0;
+  std::vector<std::vector<size_t>> worstCorners;  // per view, worst first: over cornerLimit, else the worst alone
+  std::vector<std::vector<int>> cellCounts;       // [row][column]: corners per coverage cell
 };
+
+std::vector<size_t> WorstCorners(const std::vector<float>& errors, double limit) {
+  std::vector<size_t> order(errors.size());
+  std::iota(order.begin(), order.end(), size_t{0});
+  std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return errors[a] > errors[b]; });
+  size_t over = 0;
+  while (over < order.size() && errors[order[over]] > limit) ++over;
+  order.resize(std::min(order.size(), std::max<size_t>(over, 1)));
+  return order;
+}
 
 CameraFit FitCamera(const std::vector<std::vector<cv::Point3f>>& objectPoints, const ReportCamera& camera) {
   CameraFit fit;
@@ -46,16 +68,21 @@ CameraFit FitCamera(const std::vector<std::vector<cv::Point3f>>& objectPoints, c
     cv::solvePnP(objectPoints[k], camera.corners[k], camera.K, camera.D, rvec, tvec);
     cv::projectPoints(objectPoints[k], rvec, tvec, camera.K, camera.D, projected);
     std::vector<cv::Point2f> residuals;
+    std::vector<float> lengths;
     double sumOfSquares = 0.0;
     for (size_t i = 0; i < projected.size(); ++i) {
       residuals.push_back(camera.corners[k][i] - projected[i]);
       sumOfSquares += residuals.back().dot(residuals.back());
+      lengths.push_back(static_cast<float>(std::hypot(double{residuals.back().x}, double{residuals.back().y})));
     }
     fit.residuals.push_back(residuals);
+    fit.cornerErrors.push_back(lengths);
     fit.errors.push_back(static_cast<float>(std::sqrt(sumOfSquares / std::max<size_t>(projected.size(), 1))));
   }
   fit.limit = ViewOutlierLimit(fit.errors);
   fit.outliers = ViewOutliers(fit.errors);
+  fit.cornerLimit = CornerOutlierLimit(fit.cornerErrors);
+  for (const std::vector<float>& view : fit.cornerErrors) fit.worstCorners.push_back(WorstCorners(view, fit.cornerLimit));
   return fit;
 }
 
@@ -88,23 +115,39 @@ void PutText(cv::Mat& canvas, const std::string& text, cv::Point origin, const c
   cv::putText(canvas, text, origin, kFont, kFontScale, colour, 1, cv::LINE_AA);
 }
 
-// A canvas with a title band above the camera's image area drawn at scale.
+// Panel pixels per image pixel.
+double PanelScale(const cv::Size& imageSize) { return static_cast<double>(kPanelWidthPx) / imageSize.width; }
+
+// A canvas with a title band above the camera's image area drawn at scale
+// and a footer band below it.
 struct Panel {
   cv::Mat canvas;
   double scale;
   cv::Point origin;  // where image pixel (0, 0) lands
+  cv::Size area;     // the image area's size on the canvas
   cv::Point2f At(const cv::Point2f& p) const { return {origin.x + p.x * float(scale), origin.y + p.y * float(scale)}; }
 };
 
-Panel ImagePanel(const cv::Size& imageSize, const std::string& title) {
+Panel ImagePanel(const cv::Size& imageSize, const std::string& title, int footerPx = 0) {
   Panel panel;
-  panel.scale = static_cast<double>(kPanelWidthPx) / imageSize.width;
-  const int height = static_cast<int>(std::lround(imageSize.height * panel.scale));
-  panel.canvas = cv::Mat(kTitleHeightPx + height + 2 * kMarginPx, kPanelWidthPx + 2 * kMarginPx, CV_8UC3, kBackground);
+  panel.scale = PanelScale(imageSize);
+  panel.area = {kPanelWidthPx, static_cast<int>(std::lround(imageSize.height * panel.scale))};
+  panel.canvas = cv::Mat(kTitleHeightPx + panel.area.height + 2 * kMarginPx + footerPx, kPanelWidthPx + 2 * kMarginPx,
+                         CV_8UC3, kBackground);
   panel.origin = {kMarginPx, kTitleHeightPx + kMarginPx};
-  cv::rectangle(panel.canvas, cv::Rect(panel.origin, cv::Size(kPanelWidthPx, height)), kImageArea, cv::FILLED);
+  cv::rectangle(panel.canvas, cv::Rect(panel.origin, panel.area), kImageArea, cv::FILLED);
   PutText(panel.canvas, title, {kMarginPx, kTitleHeightPx - 8});
   return panel;
+}
+
+// The camera's image under the panel's image area, grey and lightened so
+// that the corners and arrows drawn over it read.
+void DrawDimmedImage(Panel& panel, const cv::Mat& gray) {
+  cv::Mat small, dimmed;
+  cv::resize(gray, small, panel.area, 0.0, 0.0, cv::INTER_AREA);
+  small.convertTo(small, CV_8U, 0.45, 140.0);
+  cv::cvtColor(small, dimmed, cv::COLOR_GRAY2BGR);
+  dimmed.copyTo(panel.canvas(cv::Rect(panel.origin, panel.area)));
 }
 
 cv::Mat CoverageMap(const ReportCamera& camera, const CameraFit& fit) {
@@ -144,42 +187,124 @@ double FloorOneTwoFive(double value) {
   return decade;
 }
 
-cv::Mat ResidualPanel(const ReportCamera& camera, const CameraFit& fit, size_t view) {
-  const std::vector<cv::Point2f>& residuals = fit.residuals[view];
-  double longest = 0.0;
-  for (const cv::Point2f& r : residuals) longest = std::max(longest, std::hypot(double{r.x}, double{r.y}));
-  Panel panel = ImagePanel(camera.imageSize, "");
-  const double magnification = longest > 0.0 ? FloorOneTwoFive(kLongestArrowPx / (longest * panel.scale)) : 1.0;
+// The one magnification of every view panel's arrows, and what the scale
+// bar stands for in image pixels (0: no bar, every residual is 0).
+struct ArrowScale {
+  double magnification = 1.0;
+  double barPx = 0.0;
+};
+
+ArrowScale RunArrowScale(const ReportInput& input, const CameraFit fits[2]) {
+  std::vector<double> drawnPx;  // each residual's length on its panel, not magnified
+  double largestScale = 0.0;
+  for (int c = 0; c < 2; ++c) {
+    const double scale = PanelScale(input.cameras[c].imageSize);
+    largestScale = std::max(largestScale, scale);
+    for (const std::vector<float>& view : fits[c].cornerErrors) {
+      for (float error : view) drawnPx.push_back(error * scale);
+    }
+  }
+  if (drawnPx.empty()) return {};
+  // The nearest rank: the ceil(0.95 n)-th smallest.
+  const size_t rank = (drawnPx.size() * 95 + 99) / 100 - 1;
+  std::nth_element(drawnPx.begin(), drawnPx.begin() + static_cast<std::ptrdiff_t>(rank), drawnPx.end());
+  if (!(drawnPx[rank] > 0.0) || !std::isfinite(drawnPx[rank])) return {};
+  const double magnification = FloorOneTwoFive(kTypicalArrowPx / drawnPx[rank]);
+  if (!std::isfinite(magnification) || !(magnification > 0.0)) return {};
+  return {magnification, FloorOneTwoFive(kTypicalArrowPx / (magnification * largestScale))};
+}
+
+std::string ErrorLabel(double errorPx) { return Format(errorPx >= 1.0 ? "%.1f px" : "%.2f px", errorPx); }
+
+// Circles the view's worst corners, each labelled with its error while
+// kLabelledCorners last: red over the corner limit, dark grey within it.
+void CircleWorstCorners(Panel& panel, const ReportCamera& camera, const CameraFit& fit, size_t view) {
+  const std::vector<size_t>& worst = fit.worstCorners[view];
+  for (size_t n = 0; n < worst.size(); ++n) {
+    const float error = fit.cornerErrors[view][worst[n]];
+    const cv::Scalar colour = error > fit.cornerLimit ? kOutlier : kWorstWithinLimit;
+    const cv::Point at(panel.At(camera.corners[view][worst[n]]));
+    cv::circle(panel.canvas, at, kCircleRadiusPx, colour, 2, cv::LINE_AA);
+    if (n >= kLabelledCorners) continue;
+    const std::string label = ErrorLabel(error);
+    const int widthPx = cv::getTextSize(label, kFont, kFontScale, 1, nullptr).width;
+    const bool right = at.x + kCircleRadiusPx + 2 + widthPx < panel.canvas.cols;
+    PutText(panel.canvas, label, at + cv::Point(right ? kCircleRadiusPx + 2 : -kCircleRadiusPx - 2 - widthPx, -kCircleRadiusPx),
+            colour);
+  }
+}
+
+// One camera's panel of a view: the corners over the image (blank when
+// image is empty), the residual arrows and the circled worst corners, with
+// the scale and the corner limit in the footer.
+cv::Mat ResidualPanel(const ReportCamera& camera, const CameraFit& fit, size_t view, const ArrowScale& arrows,
+                      const cv::Mat& image) {
+  Panel panel = ImagePanel(camera.imageSize, "", kTitleHeightPx);
+  if (!image.empty()) DrawDimmedImage(panel, image);
   const std::string status = fit.outliers[view] ? "  OUTLIER" : "";
   PutText(panel.canvas, camera.name + ": RMS " + Format("%.3f px", fit.errors[view]) + ", limit " +
                             Format("%.3f px", fit.limit) + status,
           {kMarginPx, kTitleHeightPx - 8}, fit.outliers[view] ? kOutlier : kText);
+  const std::vector<cv::Point2f>& residuals = fit.residuals[view];
+  const float toPanel = static_cast<float>(arrows.magnification * panel.scale);
   for (size_t i = 0; i < residuals.size(); ++i) {
     const cv::Point2f from = panel.At(camera.corners[view][i]);
     cv::circle(panel.canvas, from, 2, kCorner, cv::FILLED, cv::LINE_AA);
-    const cv::Point2f to = from + residuals[i] * float(magnification * panel.scale);
-    cv::arrowedLine(panel.canvas, from, to, kArrow, 1, cv::LINE_AA, 0, 0.25);
+    cv::Point2f arrow = residuals[i] * toPanel;
+    const double lengthPx = std::hypot(double{arrow.x}, double{arrow.y});
+    if (lengthPx > kLongestArrowPx) arrow *= static_cast<float>(kLongestArrowPx / lengthPx);
+    const double tip = lengthPx > 0.0 ? std::min(0.25, 8.0 / std::min(lengthPx, kLongestArrowPx)) : 0.25;
+    cv::arrowedLine(panel.canvas, from, from + arrow, kArrow, 1, cv::LINE_AA, 0, tip);
   }
-  if (longest > 0.0) {
-    const double barPx = FloorOneTwoFive(longest);
-    const cv::Point start(panel.origin.x + 8, panel.canvas.rows - kMarginPx - 8);
-    cv::line(panel.canvas, start, start + cv::Point(int(std::lround(barPx * magnification * panel.scale)), 0), kArrow, 2);
-    PutText(panel.canvas, "arrows x" + Format("%g", magnification) + ", bar = " + Format("%g px", barPx),
-            start + cv::Point(0, -8));
+  CircleWorstCorners(panel, camera, fit, view);
+  cv::Point start(panel.origin.x, panel.canvas.rows - kMarginPx - 6);
+  std::string legend = "arrows x" + Format("%.10g", arrows.magnification);
+  if (arrows.barPx > 0.0) {
+    const int barPx = static_cast<int>(std::lround(arrows.barPx * arrows.magnification * panel.scale));
+    cv::line(panel.canvas, start + cv::Point(0, -4), start + cv::Point(barPx, -4), kArrow, 2);
+    start.x += barPx + 8;
+    legend += ", bar " + Format("%g px", arrows.barPx);
   }
+  PutText(panel.canvas, legend + "; circled: over " + Format("%.3f px", fit.cornerLimit) + ", or the worst", start);
   return panel.canvas;
 }
 
-cv::Mat ViewPicture(const ReportInput& input, const CameraFit fits[2], size_t view) {
-  cv::Mat sides[2] = {ResidualPanel(input.cameras[0], fits[0], view), ResidualPanel(input.cameras[1], fits[1], view)};
+std::string ImagesText(const ReportInput& input, size_t view) {
+  if (view >= input.viewImages.size()) return "";
+  const std::array<std::string, 2>& files = input.viewImages[view];
+  return files[0].empty() && files[1].empty() ? "" : files[0] + " " + files[1];
+}
+
+cv::Mat ViewPicture(const ReportInput& input, const cv::Mat sides[2], size_t view) {
   const int height = std::max(sides[0].rows, sides[1].rows);
   cv::Mat canvas(height + kTitleHeightPx, sides[0].cols + sides[1].cols, CV_8UC3, kBackground);
   sides[0].copyTo(canvas(cv::Rect(0, kTitleHeightPx, sides[0].cols, sides[0].rows)));
   sides[1].copyTo(canvas(cv::Rect(sides[0].cols, kTitleHeightPx, sides[1].cols, sides[1].rows)));
-  const std::string images = view < input.viewImages.size() ? ": " + input.viewImages[view] : "";
-  PutText(canvas, "pair " + std::to_string(input.viewPairs[view]) + images + " (residual = detected - reprojected)",
+  const std::string images = ImagesText(input, view);
+  PutText(canvas, "pair " + std::to_string(input.viewPairs[view]) + (images.empty() ? "" : ": " + images) +
+                      " (residual = detected - reprojected)",
           {kMarginPx, kTitleHeightPx - 6});
   return canvas;
+}
+
+// The image file under one camera's panel of a view, or why there is none.
+struct PanelImage {
+  cv::Mat gray;
+  std::string problem;
+};
+
+std::string SizeText(const cv::Size& size) { return std::to_string(size.width) + "x" + std::to_string(size.height); }
+
+PanelImage ReadPanelImage(const std::string& path, const cv::Size& imageSize) {
+  if (path.empty()) return {cv::Mat(), "no image file given"};
+  try {
+    const cv::Mat gray = ReadGrayImage(path);
+    if (gray.size() == imageSize) return {gray, ""};
+    return {cv::Mat(), path + ": " + SizeText(gray.size()) + ", the camera's images are " + SizeText(imageSize)};
+  } catch (const std::exception& error) {
+    // Deliberately not fatal: the panel shows the corners on a blank background instead.
+    return {cv::Mat(), error.what()};
+  }
 }
 
 void DashedLine(cv::Mat& canvas, cv::Point from, int length, const cv::Scalar& colour) {
@@ -236,6 +361,7 @@ nlohmann::json CameraJson(const ReportCamera& camera, const CameraFit& fit) {
           {"image_size", {camera.imageSize.width, camera.imageSize.height}},
           {"view_errors_px", fit.errors},
           {"outlier_limit_px", fit.limit},
+          {"corner_outlier_limit_px", fit.cornerLimit},
           {"coverage",
            {{"grid", {grid.width, grid.height}},
             {"corner_counts", fit.cellCounts},
@@ -243,10 +369,57 @@ nlohmann::json CameraJson(const ReportCamera& camera, const CameraFit& fit) {
             {"reached_fraction", 1.0 - static_cast<double>(empty.size()) / grid.area()}}}};
 }
 
+// Residuals in report.json: a ten-thousandth of a pixel is far below any corner's accuracy.
+double Rounded(double px) { return std::round(px * 1e4) / 1e4; }
+
+nlohmann::json ViewCameraJson(const ReportCamera& camera, const CameraFit& fit, size_t view, const std::string& file,
+                              const PanelImage& image) {
+  nlohmann::json residuals = nlohmann::json::array(), worst = nlohmann::json::array();
+  for (const cv::Point2f& r : fit.residuals[view]) residuals.push_back({Rounded(r.x), Rounded(r.y)});
+  for (const size_t i : fit.worstCorners[view]) {
+    const float error = fit.cornerErrors[view][i];
+    worst.push_back({{"corner", i + 1}, {"error_px", Rounded(error)}, {"over_limit", error > fit.cornerLimit}});
+  }
+  nlohmann::json json = {{"name", camera.name},
+                         {"image", image.gray.empty() ? nlohmann::json(nullptr) : nlohmann::json(file)},
+                         {"residuals_px", residuals},
+                         {"worst_corners", worst}};
+  if (image.gray.empty()) json["image_problem"] = image.problem;
+  return json;
+}
+
+nlohmann::json RowErrorJson(const std::vector<float>& rowErrors) {
+  double sumOfSquares = 0.0, largest = 0.0;
+  for (const float error : rowErrors) {
+    sumOfSquares += double{error} * error;
+    largest = std::max(largest, std::fabs(double{error}));
+  }
+  return {{"rms", std::sqrt(sumOfSquares / std::max<size_t>(rowErrors.size(), 1))}, {"max", largest}};
+}
+
+// Why pair k gave no view of summary; empty when it did.
+std::string RejectionReason(const ChartSummary& summary, const ChartSummary& firstRun, size_t k) {
+  switch (PairResultOf(summary, k)) {
+    case ChartPairResult::kView:
+      return "";
+    case ChartPairResult::kNoBoardQuickCheck:
+      return "board not found (quick check of the main image)";
+    case ChartPairResult::kOrderUndecided:
+      return "corner order not decided";
+    case ChartPairResult::kCornersUnlocated:
+      return "corners not located";
+    case ChartPairResult::kNoBoard:
+      break;
+  }
+  // The run without outliers clears the found flag of the views it leaves out.
+  return PairResultOf(firstRun, k) == ChartPairResult::kView ? "outlier view, left out of the run without outliers"
+                                                             : "board not found";
+}
+
 }  // namespace
 
 ReportInput ChartReportInput(const dualCalibration& engine, const ChartSummary& summary,
-                             const std::vector<std::string>& images) {
+                             const ChartSummary& firstRun, const std::vector<std::string>& images) {
   ReportInput input;
   input.objectPoints = engine.mObjectPoints;
   input.cameras[0] = {"main", {engine.chartImageSizes[0], engine.chartImageSizes[1]}, summary.mono1.K,
@@ -256,19 +429,31 @@ ReportInput ChartReportInput(const dualCalibration& engine, const ChartSummary& 
   input.viewPairs = PairNumbersOfViews(summary);
   for (const int32_t pair : input.viewPairs) {
     const size_t k = static_cast<size_t>(pair - 1);
-    input.viewImages.push_back(2 * k + 1 < images.size() ? images[2 * k] + " " + images[2 * k + 1] : "");
+    input.viewImages.push_back({2 * k + 1 < images.size() ? images[2 * k] : "",
+                                2 * k + 1 < images.size() ? images[2 * k + 1] : ""});
+  }
+  for (size_t k = 0; k < images.size() / 2; ++k) {
+    const std::string why = RejectionReason(summary, firstRun, k);
+    if (!why.empty()) input.rejectedPairs.push_back({int32_t(k + 1), images[2 * k] + " " + images[2 * k + 1], why});
   }
   return input;
 }
 
 nlohmann::json WriteChartReport(const std::string& directory, const ReportInput& input) {
-  if (input.viewPairs.size() != input.objectPoints.size()) throw StationError(directory + ": views without pair numbers");
+  const size_t views = input.objectPoints.size();
+  if (input.viewPairs.size() != views) throw StationError(directory + ": views without pair numbers");
+  if (!input.rowErrors.empty() && input.rowErrors.size() != views) {
+    throw StationError(directory + ": row errors of " + std::to_string(input.rowErrors.size()) + " views for " +
+                       std::to_string(views));
+  }
   CreateOutputFolder(directory);
   CameraFit fits[2];
   nlohmann::json report = {{"outlier_rule", "view error above 3 x the median of the camera's view errors"},
+                           {"corner_outlier_rule", "corner error above 5 x the median of the camera's corner errors"},
                            {"cameras", nlohmann::json::array()},
                            {"views", nlohmann::json::array()},
-                           {"outlier_pairs", nlohmann::json::array()}};
+                           {"outlier_pairs", nlohmann::json::array()},
+                           {"rejected_pairs", nlohmann::json::array()}};
   for (int c = 0; c < 2; ++c) {
     fits[c] = FitCamera(input.objectPoints, input.cameras[c]);
     fits[c].cellCounts = CellCounts(input.cameras[c]);
@@ -277,17 +462,35 @@ nlohmann::json WriteChartReport(const std::string& directory, const ReportInput&
     report["cameras"].push_back(CameraJson(input.cameras[c], fits[c]));
     report["cameras"].back()["picture"] = picture;
   }
-  for (size_t k = 0; k < input.objectPoints.size(); ++k) {
+  const ArrowScale arrows = RunArrowScale(input, fits);
+  report["arrow_scale"] = arrows.magnification;
+  report["arrow_bar_px"] = arrows.barPx;
+  for (size_t k = 0; k < views; ++k) {
     const int32_t pair = input.viewPairs[k];
+    nlohmann::json cameras = nlohmann::json::array();
+    cv::Mat sides[2];
+    for (int c = 0; c < 2; ++c) {
+      // One image at a time, so that memory stays flat however many views there are.
+      const std::string file = k < input.viewImages.size() ? input.viewImages[k][c] : "";
+      const PanelImage image = ReadPanelImage(file, input.cameras[c].imageSize);
+      sides[c] = ResidualPanel(input.cameras[c], fits[c], k, arrows, image.gray);
+      cameras.push_back(ViewCameraJson(input.cameras[c], fits[c], k, file, image));
+    }
     const std::string picture = "pair_" + Format("%02.0f", static_cast<double>(pair)) + ".png";
-    WriteImageAtomically(directory + "/" + picture, ViewPicture(input, fits, k));
+    WriteImageAtomically(directory + "/" + picture, ViewPicture(input, sides, k));
     const bool outlier = fits[0].outliers[k] || fits[1].outliers[k];
     if (outlier) report["outlier_pairs"].push_back(pair);
-    report["views"].push_back({{"pair", pair},
-                               {"images", k < input.viewImages.size() ? input.viewImages[k] : ""},
-                               {"error_px", {fits[0].errors[k], fits[1].errors[k]}},
-                               {"outlier", outlier},
-                               {"picture", picture}});
+    nlohmann::json view = {{"pair", pair},
+                           {"images", ImagesText(input, k)},
+                           {"error_px", {fits[0].errors[k], fits[1].errors[k]}},
+                           {"outlier", outlier},
+                           {"picture", picture},
+                           {"cameras", cameras}};
+    if (!input.rowErrors.empty()) view["row_error_px"] = RowErrorJson(input.rowErrors[k]);
+    report["views"].push_back(view);
+  }
+  for (const ReportRejectedPair& rejected : input.rejectedPairs) {
+    report["rejected_pairs"].push_back({{"pair", rejected.pair}, {"images", rejected.images}, {"why", rejected.why}});
   }
   WriteImageAtomically(directory + "/errors.png", ErrorChart(input, fits));
   report["errors_picture"] = "errors.png";

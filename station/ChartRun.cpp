@@ -15,6 +15,7 @@
 #include "station/InputFiles.h"
 #include "station/PairIntake.h"
 #include "station/PairList.h"
+#include "station/RecaptureAdvice.h"
 #include "station/RunOutputs.h"
 #include "station/VerifyRun.h"
 
@@ -285,6 +286,20 @@ void ChartRun::MeasureDelivered() {
                                            mOptions.uncertaintyFolds);
 }
 
+std::string ChartRun::Recapture() const {
+  if (!RowErrors()) return "";
+  const ChartSummary& final = mOutcome.Final();
+  RecaptureInput input{{{mEngine.chartImageSizes[0], mEngine.chartImageSizes[1]},
+                        {mEngine.chartImageSizes[2], mEngine.chartImageSizes[3]}},
+                       {mEngine.mImagePoints1, mEngine.mImagePoints2},
+                       PairsOf(final.outlierViews, PairNumbersOfViews(final)),
+                       0.0};
+  if (const StereoUncertainty* uncertainty = Uncertainty()) {
+    input.baselineStdDevFraction = cv::norm(uncertainty->stdDev.T) / std::max(cv::norm(final.T), 1e-12);
+  }
+  return RecaptureAdvice(input);
+}
+
 double ChartRun::MillimetresPerUnit() const {
   return mOptions.squareMm > 0.0 ? mOptions.squareMm / std::max(mEngine.m_nSquareSize, 1) : 1.0;
 }
@@ -317,6 +332,7 @@ nlohmann::json ChartRun::Json() const {
     json["row_error"] = ErrorFiguresJson(rows->rowError);
     json["epipolar_error"] = ErrorFiguresJson(rows->epipolarError);
     json["health"] = HealthName(HealthOf(rows->rowError.p95, mOptions.health));
+    json["recapture"] = Recapture();
     const char* cameras[2] = {"main", "second"};
     if (const StereoUncertainty* uncertainty = Uncertainty()) {
       json["stereo_std_dev"] = StereoParametersJson(uncertainty->stdDev, MillimetresPerUnit());
@@ -346,7 +362,11 @@ void ChartRun::WriteOutputs() const {
     WriteImageAtomically(mOptions.saveRectified,
                          RectifiedSideBySide(mEngine, {mEngine.mChartImages[0], mEngine.mChartImages[1]}));
   }
-  if (!mOptions.reportDir.empty()) WriteChartReport(mOptions.reportDir, ChartReportInput(mEngine, final, mImages));
+  if (!mOptions.reportDir.empty()) {
+    ReportInput report = ChartReportInput(mEngine, final, mOutcome.summary, mImages);
+    if (const StereoVerification* rows = RowErrors()) report.rowErrors = rows->rowErrors;
+    WriteChartReport(mOptions.reportDir, report);
+  }
   if (!mOptions.androidMetadata.empty()) {
     WriteJsonAtomically(mOptions.androidMetadata,
                         AndroidMetadataJson(mEngine, mOptions.squareMm, mOptions.sensorOrientationDeg));

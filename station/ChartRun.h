@@ -90,6 +90,8 @@ class ChartRun {
   // The jackknife of the final run's stereo stage (station/StereoUncertainty.h);
   // nullptr without a calibration, folds or at least 5 views.
   const StereoUncertainty* Uncertainty() const { return mUncertainty.groups > 0 ? &mUncertainty : nullptr; }
+  // What to capture again (station/RecaptureAdvice.h); empty without a calibration.
+  std::string Recapture() const;
   // Millimetres per unit of T: --square-mm over nSquareSize, else 1.
   double MillimetresPerUnit() const;
   // The final run succeeded, passed every limit check (AllChartChecksPassed)

@@ -237,6 +237,7 @@ ChartOutcome CalibrateChart(const ChartOptions& options) {
                   lenses[i].valid ? "model holds out to the image corners"
                                   : ("FAIL: " + lenses[i].problem + " (the calibration failed)").c_str());
     }
+    std::printf("recapture:        %s\n", run.Recapture().c_str());
   }
   run.WriteOutputs();
   if (run.Outcome().Final().status == kChartOk) {
