@@ -6,11 +6,12 @@
 # prints per parameter the mean reported standard deviation, the standard
 # deviation of (result - truth) over the N runs, and their ratio.
 #   scripts/uncertainty-over-renders.sh [N] [WORKDIR]    (defaults 30, /tmp/qlm-uncertainty)
+#   QLM_CALIB    the qlm-calib to run (default: build/tools/qlm-calib)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 runs=${1:-30}
 work=${2:-/tmp/qlm-uncertainty}
-tool=$PWD/build/tools/qlm-calib
+tool=${QLM_CALIB:-$PWD/build/tools/qlm-calib}
 
 bash scripts/install-deps.sh
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo > /dev/null

@@ -233,3 +233,23 @@ std::string RosCameraInfoYaml(const StereoCalibration& calibration, int camera, 
          RosMatrix("rectification_matrix", camera == 0 ? r.R1 : r.R2) +
          RosMatrix("projection_matrix", camera == 0 ? r.P1 : r.P2);
 }
+
+RectifyingWarp RectifyingWarpOf(const StereoCalibration& calibration, int camera) {
+  if (camera != 0 && camera != 1) {
+    throw StationError("camera " + std::to_string(camera) + ": expected 0 (main) or 1 (second)");
+  }
+  const StereoCalibration c = CheckedForWriting(calibration);
+  const Rectification r = Rectify(c);
+  const cv::Mat_<double> K = camera == 0 ? c.K1 : c.K2, D = camera == 0 ? c.D1 : c.D2;
+  const cv::Mat_<double> R = camera == 0 ? r.R1 : r.R2, P = camera == 0 ? r.P1 : r.P2;
+  RectifyingWarp warp{{K(0, 0), K(1, 1), K(0, 2), K(1, 2)},
+                      {P(0, 0), P(1, 1), P(0, 2), P(1, 2)},
+                      {D(0), D(1), D.cols > 4 ? D(4) : 0.0},
+                      {},
+                      0.0};
+  for (int i = 0; i < 9; ++i) warp.rotation[i] = R(i / 3, i % 3);
+  for (int i = 2; i < D.cols; ++i) {
+    if (i != 4) warp.leftOut = std::max(warp.leftOut, std::abs(D(i)));
+  }
+  return warp;
+}

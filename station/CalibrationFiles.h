@@ -55,3 +55,15 @@ StereoCalibration ReadOpenCvCalibration(const std::string& intrinsicsPath, const
 // shortest form that reads back as the same double, so the text is the same
 // byte for byte on every platform that computes the same rectification.
 std::string RosCameraInfoYaml(const StereoCalibration& calibration, int camera, const std::string& cameraName);
+
+// What undistorts and rectifies one camera's frames with the warp's radial
+// model (qlm-calib warp-yuv): the camera's fx, fy, cx, cy; k1, k2, k3 of its
+// lens (p1, p2 and the rational terms have no place in that model and are
+// left out, their largest magnitude kept in leftOut); the rectifying
+// rotation R1 or R2 row by row; and the rectified camera from P1 or P2.
+// Camera 0 is the main one. Refuses what OpenCvCalibrationYaml refuses.
+struct RectifyingWarp {
+  double sourceCamera[4], targetCamera[4], radial[3], rotation[9];
+  double leftOut = 0.0;
+};
+RectifyingWarp RectifyingWarpOf(const StereoCalibration& calibration, int camera);

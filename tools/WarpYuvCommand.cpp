@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "distortion/CDistortionFilter.h"
+#include "station/CalibrationFiles.h"
 #include "station/RunOutputs.h"
 #include "tools/ToolInput.h"
 
@@ -146,6 +147,39 @@ bool WarpFrameFile(const FrameWarp& warp, const WarpYuvOptions& options, int64_t
   return true;
 }
 
+// "1,2,3" with each number as a float reads it back exactly.
+std::string FloatList(const double* values, size_t count) {
+  std::string text;
+  char number[32];
+  for (size_t i = 0; i < count; ++i) {
+    std::snprintf(number, sizeof number, "%.9g", static_cast<double>(static_cast<float>(values[i])));
+    text += (i == 0 ? "" : ",") + std::string(number);
+  }
+  return text;
+}
+
+// The options with the camera, lens and rotation numbers of the calibration,
+// printed as the options that type them.
+WarpYuvOptions WithCalibration(const WarpYuvOptions& given) {
+  const int camera = given.calibrationCamera == "second" ? 1 : 0;
+  StereoCalibration calibration = ReadOpenCvCalibration(given.calibration[0], given.calibration[1]);
+  // Files without image_width and image_height are taken for frames of the input's size.
+  if (calibration.imageSize.area() == 0) calibration.imageSize = ParseFrameSize(given.inputSize, "--size");
+  const RectifyingWarp numbers = RectifyingWarpOf(calibration, camera);
+  WarpYuvOptions options = given;
+  options.sourceCamera = FloatList(numbers.sourceCamera, 4);
+  options.targetCamera = FloatList(numbers.targetCamera, 4);
+  options.radial = FloatList(numbers.radial, 3);
+  options.rotation = FloatList(numbers.rotation, 9);
+  std::printf("calibration:      --source-camera %s --target-camera %s --radial %s --rotation %s\n",
+              options.sourceCamera.c_str(), options.targetCamera.c_str(), options.radial.c_str(),
+              options.rotation.c_str());
+  if (numbers.leftOut > 0.0) {
+    std::printf("lens terms left out: up to %.3g (p1, p2, k4..k6: the warp's model is radial)\n", numbers.leftOut);
+  }
+  return options;
+}
+
 }  // namespace
 
 void AddWarpYuvOptions(CLI::App& command, WarpYuvOptions& options) {
@@ -154,11 +188,23 @@ void AddWarpYuvOptions(CLI::App& command, WarpYuvOptions& options) {
   command.add_option("--size", options.inputSize, "Input size WxH (even)")->required();
   command.add_option("--out", options.output, "Output frame file")->required();
   command.add_option("--out-size", options.outputSize, "Output size WxH (even)")->required();
-  command.add_option("--source-camera", options.sourceCamera, "Input camera fx,fy,cx,cy")->required();
-  command.add_option("--target-camera", options.targetCamera, "Output camera fx,fy,cx,cy")->required();
-  command.add_option("--radial", options.radial, "Radial model k1,k2,k3")->capture_default_str();
-  command.add_option("--rotation", options.rotation, "Rectifying rotation m0,...,m8 (row major)")
+  CLI::Option* calibration =
+      command.add_option("--opencv", options.calibration,
+                         "intrinsics.yml and extrinsics.yml (OpenCV's stereo sample): the cameras, lens and "
+                         "rectifying rotation of --camera, for the next four options")
+          ->expected(2)
+          ->allow_extra_args(false);
+  command.add_option("--camera", options.calibrationCamera, "With --opencv: main or second")
+      ->check(CLI::IsMember({"main", "second"}))
+      ->needs(calibration)
       ->capture_default_str();
+  CLI::Option* numbers[] = {
+      command.add_option("--source-camera", options.sourceCamera, "Input camera fx,fy,cx,cy"),
+      command.add_option("--target-camera", options.targetCamera, "Output camera fx,fy,cx,cy"),
+      command.add_option("--radial", options.radial, "Radial model k1,k2,k3")->capture_default_str(),
+      command.add_option("--rotation", options.rotation, "Rectifying rotation m0,...,m8 (row major)")
+          ->capture_default_str()};
+  for (CLI::Option* number : numbers) number->excludes(calibration);
   command.add_option("--forward", options.forward, "Forward transform ox,oy,s")->capture_default_str();
   command.add_option("--source", options.source, "Source transform ox,oy,s")->capture_default_str();
   command.add_option("--frames", options.frames, "Frames to warp from the start of the input (default: all)")
@@ -167,7 +213,11 @@ void AddWarpYuvOptions(CLI::App& command, WarpYuvOptions& options) {
       ->check(CLI::PositiveNumber);
 }
 
-int RunWarpYuv(const WarpYuvOptions& options) {
+int RunWarpYuv(const WarpYuvOptions& given) {
+  const WarpYuvOptions options = given.calibration.empty() ? given : WithCalibration(given);
+  if (options.sourceCamera.empty() || options.targetCamera.empty()) {
+    throw StationError("warp-yuv: give --source-camera and --target-camera, or --opencv");
+  }
   FrameWarp warp;
   warp.inputSize = ParseFrameSize(options.inputSize, "--size");
   warp.outputSize = ParseFrameSize(options.outputSize, "--out-size");
@@ -178,7 +228,9 @@ int RunWarpYuv(const WarpYuvOptions& options) {
   CopyValues(ParseFloatList(options.forward, 3, "--forward"), warp.filter.forwardTransform);
   CopyValues(ParseFloatList(options.source, 3, "--source"), warp.filter.sourceTransform);
 
-  CheckRunFiles({{options.input}, {}, {options.output}, {}});
+  std::vector<std::string> inputs = options.calibration;
+  inputs.push_back(options.input);
+  CheckRunFiles({inputs, {}, {options.output}, {}});
   const int64_t frames = CountFrames(options, FrameBytes(warp.inputSize));
   bool readFailed = false;
   try {

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
@@ -16,6 +17,10 @@ struct WarpYuvOptions {
   std::string rotation = "1,0,0,0,1,0,0,0,1";
   std::string forward = "0,0,1";
   std::string source = "0,0,1";
+  // intrinsics.yml and extrinsics.yml: the cameras, lens and rotation of
+  // calibrationCamera ("main" or "second") instead of the four options above.
+  std::vector<std::string> calibration;
+  std::string calibrationCamera = "main";
   int64_t frames = 0;    // 0: as many as fill the input file
   unsigned threads = 0;  // 0: one per processor
 };

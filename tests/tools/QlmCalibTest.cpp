@@ -344,7 +344,8 @@ TEST_F(QlmCalib, ChartNamesEveryViewByItsPair) {
   EXPECT_TRUE(FileExists(Path("report/pair_06.png")) && !FileExists(Path("report/pair_02.png")));
 }
 
-// chart --from-corners solves its --save-corners file to the same JSON. verify measures a calibration on pairs by the
+// chart --from-corners solves its --save-corners file to the same JSON; warp-yuv --opencv warps as its numbers typed
+// as options do. verify measures a calibration on pairs by the
 // rows of their rectified corners: the same figures from the chart's JSON and from its OpenCV files read back, and about f * tan(0.1 deg) of row error once R is turned 0.1 degree about
 // x, which --max-row-error fails with status 5.
 TEST_F(QlmCalib, VerifyFindsTheRowErrorOfASecondCameraTurnedFurther) {
@@ -366,6 +367,18 @@ TEST_F(QlmCalib, VerifyFindsTheRowErrorOfASecondCameraTurnedFurther) {
   EXPECT_EQ(v1["health"], "good");
   EXPECT_EQ(chart["row_error"], v1["row_error"]);
   EXPECT_TRUE(FileExists(Path("map.png")) && FileExists(Path("ros/main.yaml")) && FileExists(Path("ros/second.yaml")));
+  // warp-yuv from the OpenCV files prints the options that type its numbers; typed, they give the same bytes.
+  std::string frame(2000 * 1500 * 3 / 2, '\0');
+  for (size_t i = 0; i < frame.size(); ++i) frame[i] = static_cast<char>(i * 7 % 251);
+  WriteFile(Path("frame.yuv"), frame);
+  const std::string warp = "warp-yuv --in " + Path("frame.yuv") + " --size 2000x1500 --out-size 640x480 --out ";
+  const ToolRun fromFiles = RunTool(warp + Path("a.yuv") + " --opencv " + Path("ocv/intrinsics.yml") + " " +
+                                    Path("ocv/extrinsics.yml") + " --camera second");
+  const size_t typed = fromFiles.out.find("calibration:      ");
+  ASSERT_TRUE(fromFiles.status == 0 && typed != std::string::npos) << fromFiles.out;
+  const std::string options = fromFiles.out.substr(typed + 18, fromFiles.out.find('\n', typed) - typed - 18);
+  ASSERT_EQ(RunTool(warp + Path("b.yuv") + " " + options).status, 0) << options;
+  EXPECT_EQ(ReadFile(Path("a.yuv")), ReadFile(Path("b.yuv")));
 
   nlohmann::json turned = chart;
   cv::Mat R(3, 3, CV_64F), turn;
