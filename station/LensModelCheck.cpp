@@ -8,6 +8,8 @@
 
 #include <opencv2/calib3d.hpp>
 
+#include "station/CameraModel.h"
+
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
@@ -37,29 +39,14 @@ std::string Number(const char* format, double value) {
   return text;
 }
 
-bool IsFloatMatrix(const cv::Mat& matrix) {
-  return matrix.dims == 2 && matrix.channels() == 1 && (matrix.depth() == CV_32F || matrix.depth() == CV_64F);
-}
-
 Lens CheckedLens(const cv::Mat& K, const cv::Mat& D, cv::Size imageSize) {
   if (imageSize.width <= 0 || imageSize.height <= 0)
     throw StationError("image size " + std::to_string(imageSize.width) + "x" + std::to_string(imageSize.height) +
                        " is not positive");
   Lens lens;
   lens.size = imageSize;
-  cv::Mat camera;
-  if (IsFloatMatrix(K) && K.rows == 3 && K.cols == 3) K.convertTo(camera, CV_64F);
-  if (camera.empty() || !cv::checkRange(camera) || !(camera.at<double>(0, 0) > 0) ||
-      !(camera.at<double>(1, 1) > 0) || camera.at<double>(2, 0) != 0 || camera.at<double>(2, 1) != 0 ||
-      camera.at<double>(2, 2) != 1)
-    throw StationError("K is not a 3x3 camera matrix (finite, fx and fy positive, last row 0 0 1)");
-  lens.K = cv::Matx33d(camera.ptr<double>());
-  const size_t count = D.total();
-  if (IsFloatMatrix(D) && (D.rows == 1 || D.cols == 1) &&
-      (count == 4 || count == 5 || count == 8 || count == 12 || count == 14))
-    D.clone().reshape(1, 1).convertTo(lens.D, CV_64F);
-  if (lens.D.empty() || !cv::checkRange(lens.D))
-    throw StationError("D is not a row or column of 4, 5, 8, 12 or 14 finite coefficients");
+  lens.K = CheckedCameraMatrix(K, "K");
+  lens.D = CheckedLensCoefficients(D, "D");
   return lens;
 }
 

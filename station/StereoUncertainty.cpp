@@ -7,6 +7,7 @@
 #include <opencv2/calib3d.hpp>
 
 #include "api/Globals.h"
+#include "station/CameraModel.h"
 
 namespace {
 
@@ -62,17 +63,6 @@ void CheckView(const StereoSolveInput& input, size_t view, const std::string& pr
   CheckFinite(input.imagePoints2[view], where, "second corner");
 }
 
-void CheckCameraMatrix(const cv::Mat& K, const char* name, const std::string& prefix) {
-  cv::Mat converted;
-  const bool shaped = K.dims == 2 && K.rows == 3 && K.cols == 3 && K.channels() == 1 &&
-                      (K.depth() == CV_32F || K.depth() == CV_64F);
-  if (shaped) K.convertTo(converted, CV_64F);
-  if (!shaped || !cv::checkRange(converted) || !(converted.at<double>(0, 0) > 0) ||
-      !(converted.at<double>(1, 1) > 0) || converted.at<double>(2, 0) != 0 || converted.at<double>(2, 1) != 0 ||
-      converted.at<double>(2, 2) != 1)
-    throw StationError(prefix + name + " is not a 3x3 camera matrix (finite, fx and fy positive, last row 0 0 1)");
-}
-
 void CheckInput(const StereoSolveInput& input, size_t minViews, const std::string& prefix) {
   const size_t views = input.objectPoints.size();
   if (input.imagePoints1.size() != views || input.imagePoints2.size() != views)
@@ -84,8 +74,8 @@ void CheckInput(const StereoSolveInput& input, size_t minViews, const std::strin
   if (input.imageSize.width <= 0 || input.imageSize.height <= 0)
     throw StationError(prefix + "image size " + std::to_string(input.imageSize.width) + "x" +
                        std::to_string(input.imageSize.height) + " is not positive");
-  CheckCameraMatrix(input.K1, "K1", prefix);
-  CheckCameraMatrix(input.K2, "K2", prefix);
+  CheckedCameraMatrix(input.K1, prefix + "K1");
+  CheckedCameraMatrix(input.K2, prefix + "K2");
 }
 
 cv::Vec4d Intrinsics(const cv::Mat& K) {

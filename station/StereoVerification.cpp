@@ -1,5 +1,7 @@
 #include "station/StereoVerification.h"
 
+#include "station/CameraModel.h"
+
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
@@ -41,10 +43,6 @@ void CheckImageSize(cv::Size size) {
     throw StationError("calibration: image size " + SizeText(size) + " is not positive");
 }
 
-bool IsFloatMatrix(const cv::Mat& matrix) {
-  return matrix.dims == 2 && matrix.channels() == 1 && (matrix.depth() == CV_32F || matrix.depth() == CV_64F);
-}
-
 // A finite 3x3 matrix as doubles, or false.
 bool ReadMatx33(const cv::Mat& matrix, cv::Matx33d& out) {
   if (!IsFloatMatrix(matrix) || matrix.rows != 3 || matrix.cols != 3) return false;
@@ -55,35 +53,15 @@ bool ReadMatx33(const cv::Mat& matrix, cv::Matx33d& out) {
   return true;
 }
 
-cv::Matx33d CameraMatrix(const cv::Mat& matrix, const char* name) {
-  cv::Matx33d K;
-  if (!ReadMatx33(matrix, K) || !(K(0, 0) > 0) || !(K(1, 1) > 0) || K(2, 0) != 0 || K(2, 1) != 0 || K(2, 2) != 1)
-    throw StationError(std::string("calibration: ") + name +
-                       " is not a 3x3 camera matrix (finite, fx and fy positive, last row 0 0 1)");
-  return K;
-}
-
-cv::Mat DistortionCoefficients(const cv::Mat& coefficients, const char* name) {
-  if (coefficients.empty()) return cv::Mat();
-  const size_t count = coefficients.total();
-  cv::Mat row;
-  if (IsFloatMatrix(coefficients) && (coefficients.rows == 1 || coefficients.cols == 1) &&
-      (count == 4 || count == 5 || count == 8 || count == 12 || count == 14)) {
-    coefficients.clone().reshape(1, 1).convertTo(row, CV_64F);
-    if (cv::checkRange(row)) return row;
-  }
-  throw StationError(std::string("calibration: ") + name +
-                     " is not a row or column of 4, 5, 8, 12 or 14 finite coefficients");
-}
-
 Rig CheckedRig(const StereoCalibration& calibration) {
   Rig rig;
   rig.imageSize = calibration.imageSize;
   CheckImageSize(rig.imageSize);
-  rig.K1 = CameraMatrix(calibration.K1, "K1");
-  rig.K2 = CameraMatrix(calibration.K2, "K2");
-  rig.D1 = DistortionCoefficients(calibration.D1, "D1");
-  rig.D2 = DistortionCoefficients(calibration.D2, "D2");
+  rig.K1 = CheckedCameraMatrix(calibration.K1, "calibration: K1");
+  rig.K2 = CheckedCameraMatrix(calibration.K2, "calibration: K2");
+  // An empty D is a camera without lens distortion.
+  rig.D1 = calibration.D1.empty() ? cv::Mat() : CheckedLensCoefficients(calibration.D1, "calibration: D1");
+  rig.D2 = calibration.D2.empty() ? cv::Mat() : CheckedLensCoefficients(calibration.D2, "calibration: D2");
   if (!ReadMatx33(calibration.R, rig.R) || cv::determinant(rig.R) < 0 ||
       cv::norm(rig.R.t() * rig.R - cv::Matx33d::eye(), cv::NORM_INF) > kRotationTolerance)
     throw StationError("calibration: R is not a 3x3 rotation");
