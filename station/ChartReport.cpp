@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <exception>
 #include <filesystem>
-#include <numeric>
 
 #include <opencv2/calib3d.hpp>
 #include <opencv2/imgcodecs.hpp>
@@ -40,49 +39,90 @@ const cv::Scalar kCameraColours[2] = {cv::Scalar(180, 110, 40), cv::Scalar(40, 1
 const cv::Scalar kOutlier(30, 30, 210), kWorstWithinLimit(60, 60, 60);
 
 struct CameraFit {
-  std::vector<std::vector<cv::Point2f>> residuals;  // per view: detected minus projected, pixels
-  std::vector<std::vector<float>> cornerErrors;     // per view: the residuals' lengths
-  std::vector<float> errors;                        // per view: RMS of the residuals
+  std::vector<float> errors;  // per view: RMS of the residuals under the pose fitted to all its corners
   double limit = 0.0;
   std::vector<bool> outliers;
-  double cornerLimit = 0.0;
-  std::vector<std::vector<size_t>> worstCorners;  // per view, worst first: over cornerLimit, else the worst alone
+  double cornerLimit = 0.0;  // over the corner errors under those poses
+  // Per view and corner: detected minus projected, pixels, and its length,
+  // under the pose fitted without the corners over cornerLimit.
+  std::vector<std::vector<cv::Point2f>> residuals;
+  std::vector<std::vector<float>> cornerErrors;
+  std::vector<std::vector<size_t>> worstCorners;  // per view, worst first: those over cornerLimit, else the worst alone
+  std::vector<bool> overLimit;                    // per view: its worst corners are over cornerLimit
   std::vector<std::vector<int>> cellCounts;       // [row][column]: corners per coverage cell
 };
 
-std::vector<size_t> WorstCorners(const std::vector<float>& errors, double limit) {
-  std::vector<size_t> order(errors.size());
-  std::iota(order.begin(), order.end(), size_t{0});
-  std::stable_sort(order.begin(), order.end(), [&](size_t a, size_t b) { return errors[a] > errors[b]; });
-  size_t over = 0;
-  while (over < order.size() && errors[order[over]] > limit) ++over;
-  order.resize(std::min(order.size(), std::max<size_t>(over, 1)));
-  return order;
+struct ViewFit {
+  std::vector<cv::Point2f> residuals;
+  std::vector<float> lengths;
+};
+
+// Every corner's residual under the pose fitted to the corners not left out.
+ViewFit FitView(const std::vector<cv::Point3f>& board, const std::vector<cv::Point2f>& image, const ReportCamera& camera,
+                const std::vector<bool>& leftOut) {
+  std::vector<cv::Point3f> keptBoard;
+  std::vector<cv::Point2f> keptImage, projected;
+  for (size_t i = 0; i < board.size(); ++i) {
+    if (!leftOut[i]) keptBoard.push_back(board[i]), keptImage.push_back(image[i]);
+  }
+  cv::Mat rvec, tvec;
+  cv::solvePnP(keptBoard, keptImage, camera.K, camera.D, rvec, tvec);
+  cv::projectPoints(board, rvec, tvec, camera.K, camera.D, projected);
+  ViewFit fit;
+  for (size_t i = 0; i < projected.size(); ++i) {
+    fit.residuals.push_back(image[i] - projected[i]);
+    fit.lengths.push_back(static_cast<float>(std::hypot(double{fit.residuals[i].x}, double{fit.residuals[i].y})));
+  }
+  return fit;
+}
+
+// As the run drops corners (chart/ViewOutliers.h): the worst corner over
+// limit leaves and the pose is fitted again without it, until none is over,
+// more than half have left or fewer than four stay. Leaves view under the
+// last pose and returns the corners that left, worst first.
+std::vector<size_t> PeelCornersOverLimit(const std::vector<cv::Point3f>& board, const std::vector<cv::Point2f>& image,
+                                         const ReportCamera& camera, double limit, ViewFit& view) {
+  std::vector<bool> leftOut(board.size(), false);
+  std::vector<size_t> peeled;
+  while (2 * peeled.size() <= board.size() && board.size() - peeled.size() >= 4) {
+    size_t worst = board.size();
+    for (size_t i = 0; i < board.size(); ++i) {
+      if (!leftOut[i] && (worst == board.size() || view.lengths[i] > view.lengths[worst])) worst = i;
+    }
+    if (!(view.lengths[worst] > limit)) break;
+    leftOut[worst] = true;
+    peeled.push_back(worst);
+    view = FitView(board, image, camera, leftOut);
+  }
+  std::stable_sort(peeled.begin(), peeled.end(), [&](size_t a, size_t b) { return view.lengths[a] > view.lengths[b]; });
+  return peeled;
 }
 
 CameraFit FitCamera(const std::vector<std::vector<cv::Point3f>>& objectPoints, const ReportCamera& camera) {
   CameraFit fit;
+  std::vector<ViewFit> views;
+  std::vector<std::vector<float>> allCornerErrors;  // per view, under the pose fitted to all its corners
   for (size_t k = 0; k < camera.corners.size(); ++k) {
-    cv::Mat rvec, tvec;
-    std::vector<cv::Point2f> projected;
-    cv::solvePnP(objectPoints[k], camera.corners[k], camera.K, camera.D, rvec, tvec);
-    cv::projectPoints(objectPoints[k], rvec, tvec, camera.K, camera.D, projected);
-    std::vector<cv::Point2f> residuals;
-    std::vector<float> lengths;
+    views.push_back(FitView(objectPoints[k], camera.corners[k], camera, std::vector<bool>(objectPoints[k].size(), false)));
     double sumOfSquares = 0.0;
-    for (size_t i = 0; i < projected.size(); ++i) {
-      residuals.push_back(camera.corners[k][i] - projected[i]);
-      sumOfSquares += residuals.back().dot(residuals.back());
-      lengths.push_back(static_cast<float>(std::hypot(double{residuals.back().x}, double{residuals.back().y})));
-    }
-    fit.residuals.push_back(residuals);
-    fit.cornerErrors.push_back(lengths);
-    fit.errors.push_back(static_cast<float>(std::sqrt(sumOfSquares / std::max<size_t>(projected.size(), 1))));
+    for (const float length : views.back().lengths) sumOfSquares += double{length} * length;
+    fit.errors.push_back(static_cast<float>(std::sqrt(sumOfSquares / std::max<size_t>(views.back().lengths.size(), 1))));
+    allCornerErrors.push_back(views.back().lengths);
   }
   fit.limit = ViewOutlierLimit(fit.errors);
   fit.outliers = ViewOutliers(fit.errors);
-  fit.cornerLimit = CornerOutlierLimit(fit.cornerErrors);
-  for (const std::vector<float>& view : fit.cornerErrors) fit.worstCorners.push_back(WorstCorners(view, fit.cornerLimit));
+  fit.cornerLimit = CornerOutlierLimit(allCornerErrors);
+  for (size_t k = 0; k < views.size(); ++k) {
+    std::vector<size_t> worst = PeelCornersOverLimit(objectPoints[k], camera.corners[k], camera, fit.cornerLimit, views[k]);
+    const std::vector<float>& lengths = views[k].lengths;
+    fit.overLimit.push_back(!worst.empty());
+    if (worst.empty() && !lengths.empty()) {
+      worst.push_back(static_cast<size_t>(std::max_element(lengths.begin(), lengths.end()) - lengths.begin()));
+    }
+    fit.worstCorners.push_back(worst);
+    fit.residuals.push_back(views[k].residuals);
+    fit.cornerErrors.push_back(views[k].lengths);
+  }
   return fit;
 }
 
@@ -214,23 +254,27 @@ ArrowScale RunArrowScale(const ReportInput& input, const CameraFit fits[2]) {
   return {magnification, FloorOneTwoFive(kTypicalArrowPx / (magnification * largestScale))};
 }
 
-std::string ErrorLabel(double errorPx) { return Format(errorPx >= 1.0 ? "%.1f px" : "%.2f px", errorPx); }
+std::string ErrorLabel(double errorPx) { return Format(errorPx >= 1.0 ? "%.1f px" : "%.2g px", errorPx); }
 
-// Circles the view's worst corners, each labelled with its error while
-// kLabelledCorners last: red over the corner limit, dark grey within it.
+// Circles the view's worst corners, red over the corner limit, dark grey
+// within it; the worst kLabelledCorners get their error beside the circle
+// where it does not cover a label already drawn.
 void CircleWorstCorners(Panel& panel, const ReportCamera& camera, const CameraFit& fit, size_t view) {
   const std::vector<size_t>& worst = fit.worstCorners[view];
+  const cv::Scalar colour = fit.overLimit[view] ? kOutlier : kWorstWithinLimit;
+  std::vector<cv::Rect> labels;
   for (size_t n = 0; n < worst.size(); ++n) {
-    const float error = fit.cornerErrors[view][worst[n]];
-    const cv::Scalar colour = error > fit.cornerLimit ? kOutlier : kWorstWithinLimit;
     const cv::Point at(panel.At(camera.corners[view][worst[n]]));
     cv::circle(panel.canvas, at, kCircleRadiusPx, colour, 2, cv::LINE_AA);
-    if (n >= kLabelledCorners) continue;
-    const std::string label = ErrorLabel(error);
-    const int widthPx = cv::getTextSize(label, kFont, kFontScale, 1, nullptr).width;
-    const bool right = at.x + kCircleRadiusPx + 2 + widthPx < panel.canvas.cols;
-    PutText(panel.canvas, label, at + cv::Point(right ? kCircleRadiusPx + 2 : -kCircleRadiusPx - 2 - widthPx, -kCircleRadiusPx),
-            colour);
+    const std::string label = ErrorLabel(fit.cornerErrors[view][worst[n]]);
+    const cv::Size size = cv::getTextSize(label, kFont, kFontScale, 1, nullptr);
+    const bool right = at.x + kCircleRadiusPx + 2 + size.width < panel.canvas.cols;
+    const cv::Point origin = at + cv::Point(right ? kCircleRadiusPx + 2 : -kCircleRadiusPx - 2 - size.width, -kCircleRadiusPx);
+    const cv::Rect box(origin - cv::Point(0, size.height), size);
+    const auto covers = [&](const cv::Rect& drawn) { return (drawn & box).area() > 0; };
+    if (n >= kLabelledCorners || std::any_of(labels.begin(), labels.end(), covers)) continue;
+    labels.push_back(box);
+    PutText(panel.canvas, label, origin, colour);
   }
 }
 
@@ -377,8 +421,8 @@ nlohmann::json ViewCameraJson(const ReportCamera& camera, const CameraFit& fit, 
   nlohmann::json residuals = nlohmann::json::array(), worst = nlohmann::json::array();
   for (const cv::Point2f& r : fit.residuals[view]) residuals.push_back({Rounded(r.x), Rounded(r.y)});
   for (const size_t i : fit.worstCorners[view]) {
-    const float error = fit.cornerErrors[view][i];
-    worst.push_back({{"corner", i + 1}, {"error_px", Rounded(error)}, {"over_limit", error > fit.cornerLimit}});
+    worst.push_back(
+        {{"corner", i + 1}, {"error_px", Rounded(fit.cornerErrors[view][i])}, {"over_limit", bool(fit.overLimit[view])}});
   }
   nlohmann::json json = {{"name", camera.name},
                          {"image", image.gray.empty() ? nlohmann::json(nullptr) : nlohmann::json(file)},
@@ -394,7 +438,7 @@ nlohmann::json RowErrorJson(const std::vector<float>& rowErrors) {
     sumOfSquares += double{error} * error;
     largest = std::max(largest, std::fabs(double{error}));
   }
-  return {{"rms", std::sqrt(sumOfSquares / std::max<size_t>(rowErrors.size(), 1))}, {"max", largest}};
+  return {{"rms", Rounded(std::sqrt(sumOfSquares / std::max<size_t>(rowErrors.size(), 1)))}, {"max", Rounded(largest)}};
 }
 
 // Why pair k gave no view of summary; empty when it did.
@@ -442,6 +486,16 @@ ReportInput ChartReportInput(const dualCalibration& engine, const ChartSummary& 
 nlohmann::json WriteChartReport(const std::string& directory, const ReportInput& input) {
   const size_t views = input.objectPoints.size();
   if (input.viewPairs.size() != views) throw StationError(directory + ": views without pair numbers");
+  for (const ReportCamera& camera : input.cameras) {
+    if (camera.corners.size() != views) throw StationError(directory + ": " + camera.name + " corners of other views");
+    for (size_t k = 0; k < views; ++k) {
+      // A board pose needs four corners.
+      if (camera.corners[k].size() != input.objectPoints[k].size() || camera.corners[k].size() < 4) {
+        throw StationError(directory + ": view " + std::to_string(k + 1) + " of the " + camera.name +
+                           " camera does not hold four or more corners, one per board point");
+      }
+    }
+  }
   if (!input.rowErrors.empty() && input.rowErrors.size() != views) {
     throw StationError(directory + ": row errors of " + std::to_string(input.rowErrors.size()) + " views for " +
                        std::to_string(views));

@@ -55,12 +55,14 @@ ReportInput ChartReportInput(const dualCalibration& engine, const ChartSummary& 
 
 // Writes coverage_main.png, coverage_second.png, pair_NN.png per view (NN
 // its pair's number), errors.png and report.json into directory (created
-// when missing) and returns report.json's content. A view's residuals come
-// from its board pose fitted under the camera's intrinsics; its error is
-// their RMS, and it is an outlier when either camera's error is above
-// ViewOutlierLimit. A corner is over the limit when its error is above
-// CornerOutlierLimit of all the camera's corner errors, as the run drops
-// corners; each view panel circles those and at least the view's worst
+// when missing) and returns report.json's content. A view's error is the
+// RMS of its residuals under its board pose fitted to all its corners with
+// the camera's intrinsics, and it is an outlier when either camera's error
+// is above ViewOutlierLimit. A corner is over the limit as the run drops
+// corners: its error above CornerOutlierLimit of those residuals, under a
+// pose fitted without the corners already over it; the corners' residuals
+// in the panels and in report.json are those under that last pose. Each
+// view panel circles the corners over the limit, or else the view's worst
 // corner, with their error. Every view panel draws its arrows at the run's
 // one magnification (arrow_scale: the largest 1-2-5 value that draws the
 // 95th percentile residual of all corners of both cameras at most 40 px),
@@ -68,6 +70,7 @@ ReportInput ChartReportInput(const dualCalibration& engine, const ChartSummary& 
 // at a time, grey and dimmed; a file that cannot be read or is not of the
 // camera's size leaves the panel blank and its "image" null, with
 // "image_problem" saying why. Throws StationError when a file cannot be
-// written, or when viewPairs, or rowErrors when given, do not hold one entry
-// per view.
+// written, when viewPairs, either camera's corners, or rowErrors when given,
+// do not hold one entry per view, or a view's corners are fewer than four
+// or not one per board point.
 nlohmann::json WriteChartReport(const std::string& directory, const ReportInput& input);

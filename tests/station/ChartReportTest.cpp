@@ -48,9 +48,13 @@ TEST(ChartReport, MarksTheSpoiledViewsTheWorstCornerAndTheUncoveredBorder) {
   CommitOutputs();
   const nlohmann::json report = nlohmann::json::parse(ReadFile(dir.File("report/report.json")));
   EXPECT_EQ(report["outlier_pairs"], nlohmann::json({2, 6}));
+  ASSERT_EQ(report["views"].size(), 8u);
+  EXPECT_EQ(report["views"][4]["outlier"].dump() + report["views"][4]["pair"].dump(), "true6");
+  EXPECT_GT(report["views"][4]["error_px"][0].get<double>(), report["cameras"][0]["outlier_limit_px"].get<double>());
+  EXPECT_GT(report["cameras"][1]["outlier_limit_px"].get<double>(), 0.0);
   EXPECT_EQ(report["rejected_pairs"].dump(), R"([{"images":"p5_main.png p5_second.png","pair":5,"why":"board not found"}])");
   EXPECT_EQ(report["views"][2]["row_error_px"]["max"], 0.5);
-  EXPECT_NEAR(report["views"][2]["row_error_px"]["rms"].get<double>(), 0.5 / std::sqrt(54.0), 1e-9);
+  EXPECT_NEAR(report["views"][2]["row_error_px"]["rms"].get<double>(), 0.5 / std::sqrt(54.0), 5e-5);  // to 1e-4 px
   const nlohmann::json& spoiled = report["views"][1]["cameras"][1];
   ASSERT_EQ(spoiled["worst_corners"].size(), 1u) << spoiled["worst_corners"];
   EXPECT_EQ(spoiled["worst_corners"][0]["corner"], 21);
@@ -74,10 +78,6 @@ TEST(ChartReport, MarksTheSpoiledViewsTheWorstCornerAndTheUncoveredBorder) {
   std::nth_element(drawnPx.begin(), drawnPx.begin() + 820, drawnPx.end());  // the 821st of 864
   EXPECT_GT(drawnPx[820], 16.0);
   EXPECT_LE(drawnPx[820], 40.0);
-  ASSERT_EQ(report["views"].size(), 8u);
-  EXPECT_EQ(report["views"][4]["outlier"].dump() + report["views"][4]["pair"].dump(), "true6");
-  EXPECT_GT(report["views"][4]["error_px"][0].get<double>(), report["cameras"][0]["outlier_limit_px"].get<double>());
-  EXPECT_GT(report["cameras"][1]["outlier_limit_px"].get<double>(), 0.0);
   for (int c = 0; c < 2; ++c) {
     const nlohmann::json& coverage = report["cameras"][c]["coverage"];
     EXPECT_EQ(coverage["grid"], nlohmann::json({8, 6}));
