@@ -548,6 +548,7 @@ nlohmann::json WriteChartReport(const std::string& directory, const ReportInput&
   }
   WriteImageAtomically(directory + "/errors.png", ErrorChart(input, fits));
   report["errors_picture"] = "errors.png";
+  if (!input.recapture.empty()) report["recapture"] = input.recapture;
   WriteJsonAtomically(directory + "/report.json", report);
   return report;
 }

@@ -42,6 +42,7 @@ struct ReportInput {
   std::vector<int32_t> viewPairs;                      // per view: its pair's number (PairNumbersOfViews)
   std::vector<std::vector<float>> rowErrors;           // per view and corner, rectified px; empty when not measured
   std::vector<ReportRejectedPair> rejectedPairs;       // ascending pair numbers
+  std::string recapture;                               // the run's recapture advice; empty when not given
 };
 
 // The views of a finished run: the engine's view lists with the mono

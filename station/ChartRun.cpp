@@ -365,6 +365,7 @@ void ChartRun::WriteOutputs() const {
   if (!mOptions.reportDir.empty()) {
     ReportInput report = ChartReportInput(mEngine, final, mOutcome.summary, mImages);
     if (const StereoVerification* rows = RowErrors()) report.rowErrors = rows->rowErrors;
+    report.recapture = Recapture();
     WriteChartReport(mOptions.reportDir, report);
   }
   if (!mOptions.androidMetadata.empty()) {

@@ -341,6 +341,9 @@ TEST_F(QlmCalib, ChartNamesEveryViewByItsPair) {
   EXPECT_EQ(ReadJson(Path("chart.json"))["view_pairs"], nlohmann::json({1, 3, 4, 5, 6}));
   const nlohmann::json report = ReadJson(Path("report/report.json"));
   EXPECT_EQ(report["views"][1]["pair"].dump() + report["views"][1]["picture"].dump(), "3\"pair_03.png\"");
+  EXPECT_EQ(report["recapture"], ReadJson(Path("chart.json"))["recapture"]);
+  EXPECT_EQ(report["rejected_pairs"], nlohmann::json::parse(R"([{"pair": 2, "images": ")" + Path("flat_main.png") + " " +
+                                                            Path("flat_second.png") + R"(", "why": "board not found"}])"));
   EXPECT_TRUE(FileExists(Path("report/pair_06.png")) && !FileExists(Path("report/pair_02.png")));
 }
 
