@@ -62,7 +62,7 @@ const VerifyOutcome& VerifyRun::Verify(const VerifyPairProgress& onPair) {
   for (size_t k = 0; k < mImages.size() / 2; ++k) {
     const std::pair<cv::Mat, cv::Mat> pair = intake.Read(k);
     if (k == 0 && mOutcome.calibration.imageSize.area() == 0) mOutcome.calibration.imageSize = pair.first.size();
-    RequireSameSize(pair.first, mImages[0], mOutcome.calibration.imageSize, "the calibration");
+    RequireSameSize(pair.first, mImages[2 * k], mOutcome.calibration.imageSize, "the calibration");
     std::vector<cv::Point2f> corners1, corners2;
     const bool view = mEngine.detectChessboardCorners(pair.first, pair.second, static_cast<int>(k + 1), patternSize,
                                                       corners1, corners2);
