@@ -15,6 +15,7 @@
 #include "station/InputFiles.h"
 #include "station/PairIntake.h"
 #include "station/PairList.h"
+#include "station/ParameterText.h"
 #include "station/RecaptureAdvice.h"
 #include "station/RunOutputs.h"
 #include "station/VerifyRun.h"
@@ -210,16 +211,11 @@ ChartRun::ChartRun(dualCalibration& engine, ChartOptions options)
   files.inputs.insert(files.inputs.end(), {mOptions.params, mOptions.pairsFile, mOptions.fromCorners});
   files.inputs.insert(files.inputs.end(), mOptions.tables.begin(), mOptions.tables.end());
   CheckRunFiles(files);
-  if (mImages.size() < 2 || mImages.size() % 2 != 0) {
-    throw StationError("chart: expected image pairs MAIN1 SECOND1 [MAIN2 SECOND2 ...], got " +
-                       std::to_string(mImages.size()) + " files");
-  }
+  RequireImagePairs(mImages, "chart");
   if (!fromCorners) {
     for (const std::string& image : mImages) RequireReadableFile(image, kMaxImageFileBytes);
   }
-  if (LoadParametersFromFile(mEngine, mOptions.params.c_str()) != 1) {
-    throw StationError(mOptions.params + ": parameter file could not be loaded");
-  }
+  LoadParameterFile(mEngine, mOptions.params);
   if (fromCorners) {
     const CornersBoard board{mEngine.m_nBoardWidth, mEngine.m_nBoardHeight, mEngine.m_nSquareSize};
     if (!(corners.board == board)) {

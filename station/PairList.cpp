@@ -120,3 +120,10 @@ std::vector<std::string> ChartImagePaths(const std::vector<std::string>& images,
   if (!pairsFile.empty()) return PairsFromListFile(pairsFile);
   return images;
 }
+
+void RequireImagePairs(const std::vector<std::string>& images, const std::string& command) {
+  if (images.size() < 2 || images.size() % 2 != 0) {
+    throw StationError(command + ": expected image pairs MAIN1 SECOND1 [MAIN2 SECOND2 ...], got " +
+                       std::to_string(images.size()) + " files");
+  }
+}

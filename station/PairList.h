@@ -23,5 +23,8 @@ std::vector<std::string> PairsFromListFile(const std::string& path);
 
 // The image paths of exactly one of the three sources: the positional
 // images, the folder or the list file; several or none is an error.
+// Throws, naming command, unless images hold whole pairs, one at least.
+void RequireImagePairs(const std::vector<std::string>& images, const std::string& command);
+
 std::vector<std::string> ChartImagePaths(const std::vector<std::string>& images, const std::string& pairsDir,
                                          const std::string& pairsFile);

@@ -18,3 +18,7 @@ std::string ParameterSectionText(CFilter& filter) {
   if (!saved) throw StationError(std::string(filter.mName) + ": parameters cannot be written");
   return std::string(buffer, size);
 }
+
+void LoadParameterFile(CFilter& filter, const std::string& path) {
+  if (LoadParametersFromFile(filter, path.c_str()) != 1) throw StationError(path + ": parameter file could not be loaded");
+}

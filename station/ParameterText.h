@@ -7,5 +7,8 @@
 
 class CFilter;
 
+// Loads the parameter file at path into filter; StationError naming path
+// when it cannot be loaded.
+void LoadParameterFile(CFilter& filter, const std::string& path);
 // What SaveParametersToFile writes for filter.
 std::string ParameterSectionText(CFilter& filter);

@@ -9,6 +9,7 @@
 #include "station/InputFiles.h"
 #include "station/PairIntake.h"
 #include "station/PairList.h"
+#include "station/ParameterText.h"
 #include "station/RunOutputs.h"
 
 namespace {
@@ -38,17 +39,12 @@ VerifyRun::VerifyRun(dualCalibration& engine, VerifyOptions options)
   files.inputs.insert(files.inputs.end(), {mOptions.params, mOptions.pairsFile, mOptions.calibration});
   files.inputs.insert(files.inputs.end(), mOptions.openCvFiles.begin(), mOptions.openCvFiles.end());
   CheckRunFiles(files);
-  if (mImages.size() < 2 || mImages.size() % 2 != 0) {
-    throw StationError("verify: expected image pairs MAIN1 SECOND1 [MAIN2 SECOND2 ...], got " +
-                       std::to_string(mImages.size()) + " files");
-  }
+  RequireImagePairs(mImages, "verify");
   if (mOptions.calibration.empty() == (mOptions.openCvFiles.size() != 2)) {
     throw StationError("verify: expected one calibration: a chart JSON or intrinsics.yml and extrinsics.yml");
   }
   for (const std::string& image : mImages) RequireReadableFile(image, kMaxImageFileBytes);
-  if (LoadParametersFromFile(mEngine, mOptions.params.c_str()) != 1) {
-    throw StationError(mOptions.params + ": parameter file could not be loaded");
-  }
+  LoadParameterFile(mEngine, mOptions.params);
   mOutcome.calibration = mOptions.calibration.empty()
                              ? ReadOpenCvCalibration(mOptions.openCvFiles[0], mOptions.openCvFiles[1])
                              : ChartJsonCalibration(mOptions.calibration);
