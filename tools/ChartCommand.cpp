@@ -159,6 +159,12 @@ void PrintUncertainty(const StereoUncertainty& u, double millimetresPerUnit) {
 
 }  // namespace
 
+void AddPairOptions(CLI::App& command, std::vector<std::string>& images, std::string& pairsDir, std::string& pairsFile) {
+  command.add_option("IMAGES", images, "MAIN1 SECOND1 [MAIN2 SECOND2 ...]");
+  command.add_option("--pairs-dir", pairsDir, "Folder of NAME_main.EXT / NAME_second.EXT pairs");
+  command.add_option("--pairs", pairsFile, "Text file with one pair 'MAIN SECOND' per line");
+}
+
 void AddChartOptions(CLI::App& command, ChartOptions& options) {
   command.add_option("--params", options.params, "Parameter file (section ParameterList)")->required();
   command.add_option("--tables", options.tables, "Distortion tables of the main and the second camera")
@@ -184,9 +190,7 @@ void AddChartOptions(CLI::App& command, ChartOptions& options) {
   command.add_flag("--drop-outliers", options.dropOutliers,
                    "Calibrate again without the outlier corners (over 5 x the median corner error; a view "
                    "with more than half of them goes whole while 4 views stay) and report both runs");
-  command.add_option("IMAGES", options.images, "MAIN1 SECOND1 [MAIN2 SECOND2 ...]");
-  command.add_option("--pairs-dir", options.pairsDir, "Folder of NAME_main.EXT / NAME_second.EXT pairs");
-  command.add_option("--pairs", options.pairsFile, "Text file with one pair 'MAIN SECOND' per line");
+  AddPairOptions(command, options.images, options.pairsDir, options.pairsFile);
   command.add_option("--report", options.reportDir, "Folder for the picture report (PNGs and report.json)");
   command.add_option("--android-metadata", options.androidMetadata, "Camera2 static metadata of both cameras (JSON)");
   command.add_option("--save-corners", options.saveCorners,

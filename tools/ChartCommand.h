@@ -10,6 +10,8 @@
 #include "station/ChartRun.h"
 
 void AddChartOptions(CLI::App& command, ChartOptions& options);
+// The three ways to give image pairs (station/PairList.h), shared with verify.
+void AddPairOptions(CLI::App& command, std::vector<std::string>& images, std::string& pairsDir, std::string& pairsFile);
 // Runs the chart calibration on the global engine, prints each pair's result
 // and the summary of each run, and writes the requested files.
 ChartOutcome CalibrateChart(const ChartOptions& options);

@@ -5,6 +5,7 @@
 
 #include "api/Globals.h"
 #include "station/StationError.h"
+#include "tools/ChartCommand.h"
 #include "tools/ToolInput.h"
 
 namespace {
@@ -38,9 +39,7 @@ void AddVerifyOptions(CLI::App& command, VerifyOptions& options) {
   command.add_option("--opencv", options.openCvFiles, "intrinsics.yml and extrinsics.yml (OpenCV's stereo sample)")
       ->expected(2)
       ->allow_extra_args(false);
-  command.add_option("IMAGES", options.images, "MAIN1 SECOND1 [MAIN2 SECOND2 ...]");
-  command.add_option("--pairs-dir", options.pairsDir, "Folder of NAME_main.EXT / NAME_second.EXT pairs");
-  command.add_option("--pairs", options.pairsFile, "Text file with one pair 'MAIN SECOND' per line");
+  AddPairOptions(command, options.images, options.pairsDir, options.pairsFile);
   command.add_option("--json", options.json, "Figures as JSON, with every corner's row error");
   command.add_option("--map", options.map, "Row error over the main image (PNG)");
   command.add_option("--max-row-error", options.maxRowErrorPx,
