@@ -274,7 +274,8 @@ void ChartRun::MeasureDelivered() {
   mLensModels = {CheckLensModel(calibration.K1, calibration.D1, calibration.imageSize),
                  CheckLensModel(calibration.K2, calibration.D2, {mEngine.chartImageSizes[2], mEngine.chartImageSizes[3]})};
   mUncertainty = StereoUncertainty();
-  if (mOptions.uncertaintyFolds < 2 || mEngine.mObjectPoints.size() < 5) return;
+  // Its folds are solves of their own: spent only on the run that is delivered.
+  if (mOptions.uncertaintyFolds < 2 || mEngine.mObjectPoints.size() < 5 || RecalibrationDue()) return;
   const ChartSummary& final = mOutcome.Final();
   mUncertainty = EstimateStereoUncertainty({mEngine.mObjectPoints, mEngine.mImagePoints1, mEngine.mImagePoints2,
                                             calibration.imageSize, final.mono1.K, final.mono2.K,
@@ -300,9 +301,15 @@ double ChartRun::MillimetresPerUnit() const {
   return mOptions.squareMm > 0.0 ? mOptions.squareMm / std::max(mEngine.m_nSquareSize, 1) : 1.0;
 }
 
+bool ChartRun::RecalibrationDue() const {
+  const ChartSummary& summary = mOutcome.summary;
+  return mOptions.dropOutliers && !mOutcome.recalibrated && summary.status == kChartOk &&
+         !summary.outlierCorners.empty();
+}
+
 const ChartSummary* ChartRun::RecalibrateWithoutOutliers() {
   const ChartSummary& summary = mOutcome.summary;
-  if (!mOptions.dropOutliers || summary.status != kChartOk || summary.outlierCorners.empty()) return nullptr;
+  if (!RecalibrationDue()) return nullptr;
   mOutcome.recalibrated = true;
   mOutcome.withoutOutliers = mEngine.recalibrateChartWithout(summary, summary.outlierCorners);
   MeasureDelivered();

@@ -88,7 +88,8 @@ class ChartRun {
   // corners; both valid when it did not calibrate.
   const std::array<LensModelCheck, 2>& LensModels() const { return mLensModels; }
   // The jackknife of the final run's stereo stage (station/StereoUncertainty.h);
-  // nullptr without a calibration, folds or at least 5 views.
+  // nullptr without a calibration, folds or at least 5 views, and after a
+  // first run that RecalibrateWithoutOutliers is still to replace.
   const StereoUncertainty* Uncertainty() const { return mUncertainty.groups > 0 ? &mUncertainty : nullptr; }
   // What to capture again (station/RecaptureAdvice.h); empty without a calibration.
   std::string Recapture() const;
@@ -120,6 +121,8 @@ class ChartRun {
 
   // Row errors, lens model checks and uncertainty of the final run's calibration.
   void MeasureDelivered();
+  // With dropOutliers: the first run succeeded with outlier corners and was not run again yet.
+  bool RecalibrationDue() const;
 };
 
 // The library's verdict: every check passed, the translation counting only
