@@ -46,17 +46,29 @@ bool FindCornersAtQuarterSize(const cv::Mat& image, cv::Size patternSize, int fl
 // twice as fine while the image shows no checker squares at all (the
 // board's squares too small at that scale; the fast check decides); a step
 // that would come within kFullSizeStep of full size goes to full size.
-// Where a pass saw checker squares but found no board, one sector pass
-// (findChessboardCornersSB) at a longer side of at most kSectorSidePx finds
-// boards whose outer squares leave the image, in a time bounded by the
-// image size. A flat scene costs the fast checks only.
+// Where they find no board, one sector pass (findChessboardCornersSB) at a
+// longer side of at most kSectorSidePx finds boards whose outer squares
+// leave the image, dark boards and boards of squares the quad passes split.
+// Only an image known to show the board (the second image of a pair whose
+// main image showed it) gets OpenCV's adaptive-threshold fallback last: its
+// 48 binarisations cost seconds on a textured scene without a board, where
+// the passes before it stay within a few tenths of a second at 12 MP.
 constexpr int kAnyScaleFirstSidePx = 2000;
 constexpr double kFullSizeStep = 0.7;
 constexpr int kSectorSidePx = 1000;
-// Without normalisation: it turns sensor noise on a flat scene into a
-// checker-like texture that passes the fast check.
-constexpr int kAnyScaleFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_FAST_CHECK;
+// The quad passes binarise by the histogram and by the mean level, without
+// normalisation: it turns sensor noise on a flat scene into a checker-like
+// texture that passes the fast check.
+constexpr int kAnyScaleFlags = cv::CALIB_CB_FAST_CHECK;
+constexpr int kInViewFlags = cv::CALIB_CB_ADAPTIVE_THRESH | cv::CALIB_CB_FAST_CHECK;
 constexpr int kSectorFlags = cv::CALIB_CB_NORMALIZE_IMAGE;
+// The sector pass needs a light and a dark square side by side: a step of at
+// least kMinSquareContrast grey levels within kContrastReachPx of the sector
+// image once it is averaged over kContrastBlurPx. A flat backdrop's noise stays
+// below it; a board of 12-px squares at a quarter of their contrast passes.
+constexpr int kMinSquareContrast = 24;
+constexpr int kContrastBlurPx = 5;
+constexpr int kContrastReachPx = 3;
 // Refinement half-window: this share of the corner's shortest square side,
 // at most the larger of kSharpHalfWindowPx and kEdgeWidths times the view's
 // edge blur (a soft edge needs a window over its whole profile), at least
@@ -65,11 +77,27 @@ constexpr double kHalfWindowShare = 0.5;
 constexpr int kMinHalfWindowPx = 2;
 constexpr int kSharpHalfWindowPx = 11;
 constexpr double kEdgeWidths = 7.0;
-// The refinement runs on the image smoothed by a Gaussian of this sigma: the
-// smoothing keeps a corner where it is and takes the sensor noise and the
-// pixel steps of sharp edges out of the gradients (corner RMS on the
-// detection benchmark's scenes down by a quarter to a half).
+// The refinement runs on the board's region smoothed by a Gaussian of
+// kRefineSmoothingSigmaPx: the smoothing keeps a corner where it is and
+// takes the sensor noise and the pixel steps of sharp edges out of the
+// gradients.
 constexpr double kRefineSmoothingSigmaPx = 1.0;
+// A noisy capture (the sensor noise over kNoisyContrastShare of the board's
+// contrast: small pixels in low light) is smoothed by kNoisySmoothingSigmaPx
+// and refined a second time in windows widened, within the share of the
+// square, as far as the lens lets the edges stay straight: to where the
+// grid's bend at the corner (GridBendPx, over squares of side s) moves an
+// edge at most kEdgeBendLimitPx from its tangent, bend * (half / s)^2. Wider
+// windows average more of the noise; on a clean capture they gain little and
+// a lighting gradient across them (a vignetted lens) pulls the corners.
+constexpr double kNoisyContrastShare = 0.03;
+constexpr double kNoisySmoothingSigmaPx = 2.0;
+constexpr double kEdgeBendLimitPx = 0.02;
+// The noise is read from a 4-neighbour Laplacian, whose response to white
+// noise of sigma 1 has a deviation of sqrt(20); the contrast between the
+// kContrastPercentile-th lowest and highest percentiles of the board's box.
+constexpr double kLaplacianNoiseGain = 4.47213595499958;
+constexpr double kContrastPercentile = 5.0;
 // Edge blur is measured within this radius of each corner.
 constexpr int kBlurProbeRadiusPx = 6;
 
@@ -100,36 +128,104 @@ double ViewEdgeSigma(const cv::Mat& image, const std::vector<cv::Point2f>& corne
   return sigmas[sigmas.size() / 2];
 }
 
-// The board's part of the image, smoothed by kRefineSmoothingSigmaPx, with
-// its offset: the region the corners' windows and the smoothing reach.
-cv::Mat SmoothedBoardRegion(const cv::Mat& image, const std::vector<cv::Point2f>& corners, int widest,
+// The grey level below which the given share of the image's pixels lie.
+int GreyPercentile(const cv::Mat& image, double share) {
+  const int bins = 256;
+  const float range[] = {0.0f, 256.0f};
+  const float* ranges[] = {range};
+  cv::Mat histogram;
+  cv::calcHist(&image, 1, nullptr, cv::Mat(), histogram, 1, &bins, ranges);
+  double below = 0.0;
+  for (int level = 0; level < bins; ++level) {
+    below += histogram.at<float>(level);
+    if (below >= share * static_cast<double>(image.total())) return level;
+  }
+  return bins - 1;
+}
+
+// True when the sensor noise in the board's box, as the median absolute
+// Laplacian reads it (most of the box is the squares' flat insides), is
+// over kNoisyContrastShare of the board's contrast.
+bool IsNoisy(const cv::Mat& image, const std::vector<cv::Point2f>& corners) {
+  const cv::Mat board = image(cv::boundingRect(corners) & cv::Rect(0, 0, image.cols, image.rows));
+  if (board.rows < 3 || board.cols < 3) return false;
+  cv::Mat laplacian;
+  cv::Laplacian(board, laplacian, CV_16S);
+  std::vector<int> magnitudes;
+  magnitudes.reserve(laplacian.total());
+  for (int y = 1; y < laplacian.rows - 1; ++y) {
+    for (int x = 1; x < laplacian.cols - 1; ++x) magnitudes.push_back(std::abs(laplacian.at<int16_t>(y, x)));
+  }
+  if (magnitudes.empty()) return false;
+  std::nth_element(magnitudes.begin(), magnitudes.begin() + magnitudes.size() / 2, magnitudes.end());
+  const double noise = 1.4826 * magnitudes[magnitudes.size() / 2] / kLaplacianNoiseGain;
+  const double share = kContrastPercentile / 100.0;
+  const int contrast = GreyPercentile(board, 1.0 - share) - GreyPercentile(board, share);
+  return noise > kNoisyContrastShare * contrast;
+}
+
+// The board's part of the image smoothed by sigma, with its offset: the
+// region the corners' windows (half-widths up to widest) and the smoothing
+// reach.
+cv::Mat SmoothedBoardRegion(const cv::Mat& image, const std::vector<cv::Point2f>& corners, double sigma, int widest,
                             cv::Point& offset) {
-  const int reach = widest + 2 + static_cast<int>(std::ceil(4.0 * kRefineSmoothingSigmaPx));
+  const int reach = widest + 2 + static_cast<int>(std::ceil(4.0 * sigma));
   const cv::Rect board = cv::boundingRect(corners);
   const cv::Rect region = cv::Rect(board.tl() - cv::Point(reach, reach), board.br() + cv::Point(reach, reach)) &
                           cv::Rect(0, 0, image.cols, image.rows);
   offset = region.tl();
   cv::Mat smoothed;
-  cv::GaussianBlur(image(region), smoothed, cv::Size(0, 0), kRefineSmoothingSigmaPx);
+  cv::GaussianBlur(image(region), smoothed, cv::Size(0, 0), sigma);
   return smoothed;
 }
 
-// Each corner refined on the smoothed image in its own window.
-void RefineInSquareWindows(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
-  const std::vector<cv::Point2f> found = corners;
-  const int widest = std::max(kSharpHalfWindowPx, static_cast<int>(kEdgeWidths * ViewEdgeSigma(image, found)));
-  cv::Point offset;
-  const cv::Mat smoothed = SmoothedBoardRegion(image, found, widest, offset);
+// Half-windows of every corner: kHalfWindowShare of its shortest square
+// side, at most widest (or, bendLimited, as far as the grid's bend allows
+// when that is wider), at least kMinHalfWindowPx, inside the image.
+std::vector<int> HalfWindows(cv::Size imageSize, const std::vector<cv::Point2f>& corners, cv::Size patternSize,
+                             int widest, bool bendLimited) {
+  std::vector<int> halves(corners.size());
   for (size_t k = 0; k < corners.size(); ++k) {
-    const cv::Point2f& p = found[k];
-    const float toEdge = std::min({p.x, p.y, image.cols - 1 - p.x, image.rows - 1 - p.y});
-    int half = static_cast<int>(kHalfWindowShare * ShortestSquareSide(found, patternSize, static_cast<int>(k)));
-    half = std::max(std::min({half, widest, static_cast<int>(toEdge) - 1}), kMinHalfWindowPx);
-    std::vector<cv::Point2f> one = {p - cv::Point2f(offset)};
-    cv::cornerSubPix(smoothed, one, cv::Size(half, half), cv::Size(-1, -1),
+    const cv::Point2f& p = corners[k];
+    const float toEdge = std::min({p.x, p.y, imageSize.width - 1 - p.x, imageSize.height - 1 - p.y});
+    const double side = ShortestSquareSide(corners, patternSize, static_cast<int>(k));
+    double allowed = widest;
+    if (bendLimited) {
+      const double bend = GridBendPx(corners, patternSize, static_cast<int>(k));
+      allowed = bend > 0.0 ? std::max(allowed, side * std::sqrt(kEdgeBendLimitPx / bend)) : side;
+    }
+    const int half = static_cast<int>(std::min(kHalfWindowShare * side, allowed));
+    halves[k] = std::max(std::min(half, static_cast<int>(toEdge) - 1), kMinHalfWindowPx);
+  }
+  return halves;
+}
+
+// Each corner refined on the smoothed region in its own half-window.
+void RefineEach(const cv::Mat& smoothed, cv::Point offset, const std::vector<int>& halves,
+                std::vector<cv::Point2f>& corners) {
+  for (size_t k = 0; k < corners.size(); ++k) {
+    std::vector<cv::Point2f> one = {corners[k] - cv::Point2f(offset)};
+    cv::cornerSubPix(smoothed, one, cv::Size(halves[k], halves[k]), cv::Size(-1, -1),
                      cv::TermCriteria(cv::TermCriteria::COUNT + cv::TermCriteria::EPS, 40, 0.001));
     corners[k] = one[0] + cv::Point2f(offset);
   }
+}
+
+// Each corner refined in the windows of the found corners; on a noisy
+// capture, on a smoother image and then again in windows widened as far as
+// the bend of the refined grid allows.
+void RefineInSquareWindows(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
+  const int widest = std::max(kSharpHalfWindowPx, static_cast<int>(kEdgeWidths * ViewEdgeSigma(image, corners)));
+  const bool noisy = IsNoisy(image, corners);
+  int reach = widest;
+  for (size_t k = 0; noisy && k < corners.size(); ++k) {
+    reach = std::max(reach, static_cast<int>(kHalfWindowShare * ShortestSquareSide(corners, patternSize, int(k))));
+  }
+  cv::Point offset;
+  const cv::Mat smoothed =
+      SmoothedBoardRegion(image, corners, noisy ? kNoisySmoothingSigmaPx : kRefineSmoothingSigmaPx, reach, offset);
+  RefineEach(smoothed, offset, HalfWindows(image.size(), corners, patternSize, widest, false), corners);
+  if (noisy) RefineEach(smoothed, offset, HalfWindows(image.size(), corners, patternSize, widest, true), corners);
 }
 
 double ScaleForSide(const cv::Mat& image, int sidePx) {
@@ -148,31 +244,55 @@ void ToFullScale(std::vector<cv::Point2f>& corners, double scale) {
   for (cv::Point2f& corner : corners) corner = (corner + cv::Point2f(0.5f, 0.5f)) / scale - cv::Point2f(0.5f, 0.5f);
 }
 
-bool SearchAnyScale(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
+bool ShowsSquareContrast(const cv::Mat& image) {
+  cv::Mat averaged, steps;
+  cv::blur(image, averaged, cv::Size(kContrastBlurPx, kContrastBlurPx));
+  cv::morphologyEx(averaged, steps, cv::MORPH_GRADIENT,
+                   cv::getStructuringElement(cv::MORPH_RECT, cv::Size(kContrastReachPx, kContrastReachPx)));
+  double largest = 0.0;
+  cv::minMaxLoc(steps, nullptr, &largest);
+  return largest >= kMinSquareContrast;
+}
+
+// Corners of a pass at the given scale moved to the full image, when it found
+// the board.
+bool FoundAtScale(bool found, double scale, std::vector<cv::Point2f>& corners) {
+  if (found) ToFullScale(corners, scale);
+  return found;
+}
+
+bool SearchAnyScale(const cv::Mat& image, cv::Size patternSize, bool boardInView, std::vector<cv::Point2f>& corners) {
+  const double first = ScaleForSide(image, kAnyScaleFirstSidePx);
   bool sawChecker = false;
-  for (double scale = ScaleForSide(image, kAnyScaleFirstSidePx), first = scale;;
-       scale = 2.0 * scale >= kFullSizeStep ? 1.0 : 2.0 * scale) {
+  for (double scale = first;; scale = 2.0 * scale >= kFullSizeStep ? 1.0 : 2.0 * scale) {
     const cv::Mat reduced = Reduced(image, scale);
     // A finer pass runs only where its image shows checker squares.
     if (scale == first || cv::checkChessboard(reduced, patternSize)) {
       if (cv::findChessboardCorners(reduced, patternSize, corners, kAnyScaleFlags)) {
-        ToFullScale(corners, scale);
-        return true;
+        return FoundAtScale(true, scale, corners);
       }
       // Squares of a checker seen at this scale: finer scales show no more.
       sawChecker = scale != first || cv::checkChessboard(reduced, patternSize);
     }
     if (sawChecker || scale >= 1.0) break;
   }
-  if (!sawChecker) return false;
-  const double scale = ScaleForSide(image, kSectorSidePx);
-  if (!cv::findChessboardCornersSB(Reduced(image, scale), patternSize, corners, kSectorFlags)) return false;
-  ToFullScale(corners, scale);
-  return true;
+  // The sector pass looks for a board only where the board is known to be,
+  // checker squares were seen, or squares could be: a flat backdrop costs
+  // the checks alone.
+  const double sectorScale = ScaleForSide(image, kSectorSidePx);
+  const cv::Mat sector = Reduced(image, sectorScale);
+  if ((boardInView || sawChecker || ShowsSquareContrast(sector)) &&
+      FoundAtScale(cv::findChessboardCornersSB(sector, patternSize, corners, kSectorFlags), sectorScale, corners)) {
+    return true;
+  }
+  return boardInView &&
+         FoundAtScale(cv::findChessboardCorners(Reduced(image, first), patternSize, corners, kInViewFlags), first,
+                      corners);
 }
 
-bool FindCornersAtAnyScale(const cv::Mat& image, cv::Size patternSize, std::vector<cv::Point2f>& corners) {
-  if (!SearchAnyScale(image, patternSize, corners)) return false;
+bool FindCornersAtAnyScale(const cv::Mat& image, cv::Size patternSize, bool boardInView,
+                           std::vector<cv::Point2f>& corners) {
+  if (!SearchAnyScale(image, patternSize, boardInView, corners)) return false;
   RefineInSquareWindows(image, patternSize, corners);
   return true;
 }
@@ -194,8 +314,8 @@ bool dualCalibration::detectChessboardCorners(const cv::Mat& mainImage, const cv
   std::vector<cv::Point2f> found1, found2;
   bool mainFound = false, secondFound = false;
   if (mCornerSearch == CornerSearch::kAnyScale) {
-    mainFound = FindCornersAtAnyScale(mainImage, patternSize, found1);
-    secondFound = mainFound && FindCornersAtAnyScale(secondImage, patternSize, found2);
+    mainFound = FindCornersAtAnyScale(mainImage, patternSize, false, found1);
+    secondFound = mainFound && FindCornersAtAnyScale(secondImage, patternSize, true, found2);
   } else {
     mainFound = FindCornersAtQuarterSize(mainImage, patternSize, kMainSearchFlags, found1);
     secondFound = FindCornersAtQuarterSize(secondImage, patternSize, kSecondSearchFlags, found2);
@@ -242,6 +362,6 @@ int dualCalibration::findImagePoints(const cv::Mat& mainImage, const cv::Mat& se
 
 bool dualCalibration::passesQuickBoardCheck(const cv::Mat& image, cv::Size patternSize) const {
   std::vector<cv::Point2f> corners;
-  if (mCornerSearch == CornerSearch::kAnyScale) return SearchAnyScale(image, patternSize, corners);
+  if (mCornerSearch == CornerSearch::kAnyScale) return SearchAnyScale(image, patternSize, false, corners);
   return SearchAtQuarterSize(image, patternSize, kMainSearchFlags, corners);
 }

@@ -2,6 +2,7 @@
 #include "chart/CornerQuality.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 
 namespace {
@@ -39,7 +40,28 @@ cv::Point2d Predicted(const std::vector<cv::Point2d>& offsets, const std::vector
   return {solution.at<double>(0, 0), solution.at<double>(0, 1)};
 }
 
+// Distance of middle from the chord through a and b.
+float ChordDistance(const cv::Point2f& a, const cv::Point2f& middle, const cv::Point2f& b) {
+  const float chord = static_cast<float>(cv::norm(b - a));
+  return chord > 0.0f ? static_cast<float>(std::abs((b - a).cross(middle - a))) / chord : 0.0f;
+}
+
 }  // namespace
+
+float GridBendPx(const std::vector<cv::Point2f>& corners, cv::Size patternSize, int k) {
+  const int w = patternSize.width, h = patternSize.height, row = k / w, column = k % w;
+  float bend = 0.0f;
+  if (w >= 3) {
+    const int c = std::clamp(column, 1, w - 2);
+    bend = ChordDistance(corners[row * w + c - 1], corners[row * w + c], corners[row * w + c + 1]);
+  }
+  if (h >= 3) {
+    const int r = std::clamp(row, 1, h - 2);
+    bend = std::max(
+        bend, ChordDistance(corners[(r - 1) * w + column], corners[r * w + column], corners[(r + 1) * w + column]));
+  }
+  return bend;
+}
 
 float UpperMedian(std::vector<float> values) {
   if (values.empty()) return 0.0f;

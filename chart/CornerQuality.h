@@ -19,6 +19,12 @@ constexpr double kUnlocatedMedianFactor = 4.0;
 // Distance from corner k of the grid to its nearest neighbour in the grid.
 float ShortestSquareSide(const std::vector<cv::Point2f>& corners, cv::Size patternSize, int k);
 
+// How far the grid bends at corner k: over the row and the column through
+// it, the largest distance (px) of a triple's middle corner from the chord
+// of the other two, the triple centred on k or shifted inside the grid at its
+// edges. Perspective keeps the board's lines straight; a lens bends them.
+float GridBendPx(const std::vector<cv::Point2f>& corners, cv::Size patternSize, int k);
+
 // The middle value (the upper of the two middle ones for an even count); 0
 // without values.
 float UpperMedian(std::vector<float> values);

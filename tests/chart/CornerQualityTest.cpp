@@ -47,3 +47,24 @@ TEST(CornerQuality, NeighboursPutTheTrueCornersInPlaceAndFindAMisplacedOne) {
   EXPECT_LT(CornerNeighbourResiduals(two, kPattern, excluded)[11], 0.5f);
   EXPECT_TRUE(UnlocatedCorners(std::vector<cv::Point2f>(corners.begin(), corners.end() - 1), kPattern).empty());
 }
+
+// Perspective keeps a tilted board's rows and columns straight; the lens bends them. Corner 1 moved half a pixel off
+// its row: the triple 0-1-2 bends by that (corner 0, at the grid's edge, borrows it), the triple 1-2-3 by half of it.
+TEST(CornerQuality, GridBendIsTheLensNotThePerspective) {
+  std::vector<cv::Point3f> board;
+  for (int r = 0; r < kPattern.height; ++r) {
+    for (int c = 0; c < kPattern.width; ++c) board.emplace_back(60.0f * c, 60.0f * r, 0.0f);
+  }
+  std::vector<cv::Point2f> straight;
+  cv::projectPoints(board, cv::Vec3d(0.2, 0.6, 0.1), cv::Vec3d(-1000, -200, 1500),
+                    cv::Matx33d(1600, 0, 1000, 0, 1600, 750, 0, 0, 1), cv::noArray(), straight);
+  const std::vector<cv::Point2f> distorted = DistortedBoard();
+  float straightest = 0.0f;
+  for (int k = 0; k < kPattern.area(); ++k) straightest = std::max(straightest, GridBendPx(straight, kPattern, k));
+  EXPECT_LT(straightest, 1e-3f);
+  EXPECT_GT(GridBendPx(distorted, kPattern, 0), 0.3f);
+  const cv::Point2f along = straight[2] - straight[0];
+  straight[1] += 0.5f / static_cast<float>(cv::norm(along)) * cv::Point2f(-along.y, along.x);
+  const float bends[] = {0.5f, 0.5f, 0.25f, 0.0f};
+  for (int k = 0; k < 4; ++k) EXPECT_NEAR(GridBendPx(straight, kPattern, k), bends[k], 0.01f) << k;
+}
