@@ -43,6 +43,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
+#include "bench/CpuSeconds.h"
 #include "bench/SilencedOutput.h"
 #include "engine/dualCalibration.h"
 #include "synthetic/BoardPlacement.h"
@@ -67,15 +68,6 @@ constexpr double kGrossErrorSquares = 0.5;
 constexpr double kMotionAngleDeg = 30.0;
 
 double SecondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-// CPU time of this process: searches are timed by it, so that their times
-// do not depend on what else the machine runs (every search runs on one
-// thread).
-double CpuSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return now.tv_sec + 1e-9 * now.tv_nsec;
-}
 
 std::string Printed(const char* format, ...) {
   va_list arguments, copy;

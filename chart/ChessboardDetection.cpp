@@ -144,21 +144,16 @@ int GreyPercentile(const cv::Mat& image, double share) {
 }
 
 // True when the sensor noise in the board's box, as the median absolute
-// Laplacian reads it (most of the box is the squares' flat insides), is
-// over kNoisyContrastShare of the board's contrast.
+// Laplacian reads it (most of the box is the squares' flat insides; the
+// magnitudes saturate at 255, far above any median), is over
+// kNoisyContrastShare of the board's contrast.
 bool IsNoisy(const cv::Mat& image, const std::vector<cv::Point2f>& corners) {
   const cv::Mat board = image(cv::boundingRect(corners) & cv::Rect(0, 0, image.cols, image.rows));
   if (board.rows < 3 || board.cols < 3) return false;
-  cv::Mat laplacian;
+  cv::Mat laplacian, magnitude;
   cv::Laplacian(board, laplacian, CV_16S);
-  std::vector<int> magnitudes;
-  magnitudes.reserve(laplacian.total());
-  for (int y = 1; y < laplacian.rows - 1; ++y) {
-    for (int x = 1; x < laplacian.cols - 1; ++x) magnitudes.push_back(std::abs(laplacian.at<int16_t>(y, x)));
-  }
-  if (magnitudes.empty()) return false;
-  std::nth_element(magnitudes.begin(), magnitudes.begin() + magnitudes.size() / 2, magnitudes.end());
-  const double noise = 1.4826 * magnitudes[magnitudes.size() / 2] / kLaplacianNoiseGain;
+  cv::convertScaleAbs(laplacian, magnitude);
+  const double noise = 1.4826 * GreyPercentile(magnitude, 0.5) / kLaplacianNoiseGain;
   const double share = kContrastPercentile / 100.0;
   const int contrast = GreyPercentile(board, 1.0 - share) - GreyPercentile(board, share);
   return noise > kNoisyContrastShare * contrast;
