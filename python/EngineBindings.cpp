@@ -35,8 +35,9 @@ py::bytes BytesOf(const CalibrationRecord& record) {
 // several threads wait for each other.
 class Engine {
  public:
-  explicit Engine(const std::optional<std::string>& picturesDir)
-      : mEngine(std::make_unique<dualCalibration>()), mPicturesDir(ChoosePicturesDir(picturesDir.value_or(""))) {}
+  // picturesDir: as qlm-calib's --pictures-dir, empty for its default.
+  explicit Engine(const std::string& picturesDir)
+      : mEngine(std::make_unique<dualCalibration>()), mPicturesDir(ChoosePicturesDir(picturesDir)) {}
 
   int Init(const std::string& params, const std::string& recordFile, const std::optional<py::bytes>& record, int a,
            int b, int c, int d) {
@@ -99,7 +100,8 @@ void BindEngine(py::module_& module) {
   py::class_<Engine>(module, "Engine",
                      "The library's engine as a factory tool drives it through INIT, PROCESS and GET_RESULT; each "
                      "Engine is an engine of its own, so engines in different threads run at once.")
-      .def(py::init<const std::optional<std::string>&>(), py::arg("pictures_dir") = py::none(),
+      .def(py::init([](const py::object& picturesDir) { return std::make_unique<Engine>(PathOf(picturesDir)); }),
+           py::arg("pictures_dir") = py::none(),
            "pictures_dir: where the library writes log.txt and defaultParameters.txt (default: QLM_PICTURES_DIR, "
            "else /sdcard/Pictures/ when it exists, else ./qlm-output/).")
       .def(

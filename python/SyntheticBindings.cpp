@@ -42,7 +42,7 @@ DistortionCoefficients LensOf(const std::optional<std::vector<double>>& lens, co
 
 SyntheticChart SynthChart(int pairs, const std::pair<int, int>& size, uint32_t seed,
                           const std::optional<std::vector<double>>& mainLens,
-                          const std::optional<std::vector<double>>& secondLens) {
+                          const std::optional<std::vector<double>>& secondLens, const std::string& placement) {
   SyntheticChartRequest request;
   request.size = {size.first, size.second};
   request.sizeText = SizeText(size);
@@ -50,6 +50,9 @@ SyntheticChart SynthChart(int pairs, const std::pair<int, int>& size, uint32_t s
   request.pairs = pairs;
   request.mainLens = LensOf(mainLens, "main_lens");
   request.secondLens = LensOf(secondLens, "second_lens");
+  if (!ParsePlacement(placement, request.placement.placement)) {
+    throw StationError("placement: expected centre, anywhere, border or corner, got '" + placement + "'");
+  }
   SyntheticChartData data;
   {
     py::gil_scoped_release released;
@@ -78,6 +81,7 @@ void BindSynthetic(py::module_& module) {
       .def_readonly("truth", &SyntheticChart::truth, "Ground truth as ground_truth.json holds it: the rig, every corner.");
   module.def("synth_chart", &SynthChart, py::arg("pairs") = 8, py::arg("size") = std::pair<int, int>(2000, 1500),
              py::arg("seed") = 1, py::arg("main_lens") = py::none(), py::arg("second_lens") = py::none(),
+             py::arg("placement") = "centre",
              "The pairs qlm-calib synth chart writes with its default conditions, as arrays; lenses in OpenCV's "
              "model of 4, 5 or 8 coefficients.");
 }

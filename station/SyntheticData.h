@@ -42,6 +42,7 @@ struct SyntheticChartRequest {
   SyntheticChartRequest() {
     render.blurSigmaPx = kChartBlurSigmaPx;
     render.noiseSigma = kChartNoiseSigma;
+    placement.placement = Placement::kCentre;
   }
 
   cv::Size size;
