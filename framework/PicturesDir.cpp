@@ -4,23 +4,28 @@
 
 namespace {
 
-// Empty: no ThreadPicturesDir on this thread.
-thread_local std::string tThreadDirectory;
+// The innermost ThreadPicturesDir's folder on this thread, or null. A plain
+// pointer on purpose: a thread-local with a destructor would keep the shared
+// library from ever being unloaded.
+thread_local const std::string* tThreadDirectory = nullptr;
 
 }  // namespace
 
 std::string PicturesPath(const char* fileName) {
-  std::string path = tThreadDirectory;
-  if (path.empty()) {
+  std::string path;
+  if (tThreadDirectory != nullptr) {
+    path = *tThreadDirectory;
+  } else {
     const char* directory = std::getenv("QLM_PICTURES_DIR");
     path = (directory != nullptr && directory[0] != '\0') ? directory : "/sdcard/Pictures/";
   }
-  if (path.back() != '/') path += '/';
+  if (path.empty() || path.back() != '/') path += '/';
   return path + fileName;
 }
 
-ThreadPicturesDir::ThreadPicturesDir(const std::string& directory) : mPrevious(tThreadDirectory) {
-  tThreadDirectory = directory;
+ThreadPicturesDir::ThreadPicturesDir(const std::string& directory)
+    : mDirectory(directory), mPrevious(tThreadDirectory) {
+  tThreadDirectory = &mDirectory;
 }
 
 ThreadPicturesDir::~ThreadPicturesDir() { tThreadDirectory = mPrevious; }

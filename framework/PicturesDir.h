@@ -21,5 +21,6 @@ class ThreadPicturesDir {
   ThreadPicturesDir& operator=(const ThreadPicturesDir&) = delete;
 
  private:
-  std::string mPrevious;
+  const std::string mDirectory;
+  const std::string* const mPrevious;
 };
