@@ -290,7 +290,11 @@ void BindStation(py::module_& module) {
       .def_property_readonly("K2", [](const ChartResult& r) { return r.Matrix(r.calibration.K2); }, "Second camera matrix, 3x3.")
       .def_property_readonly("D2", [](const ChartResult& r) { return r.Matrix(r.calibration.D2); }, "Second lens coefficients, 1xN.")
       .def_property_readonly("R", [](const ChartResult& r) { return r.Matrix(r.calibration.R); }, "Rotation from main to second camera, 3x3.")
-      .def_property_readonly("T", [](const ChartResult& r) { return r.Matrix(cv::Mat(r.calibration.T).t()).attr("reshape")(3); },
+      .def_property_readonly("T",
+                             [](const ChartResult& r) {
+                               return r.calibrated ? ArrayOf(cv::Mat(r.calibration.T).reshape(1, 1)).attr("reshape")(3)
+                                                   : py::none();
+                             },
                              "Translation from main to second camera, in units of nSquareSize, shape (3,).")
       .def_property_readonly("image_size", [](const ChartResult& r) { return r.FinalValue("image_size"); }, "(width, height) of the main images.")
       .def_property_readonly("stereo_rms", [](const ChartResult& r) { return r.FinalValue("rms"); }, "Stereo RMS reprojection error (px).")

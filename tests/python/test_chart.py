@@ -149,3 +149,18 @@ def test_two_threads_calibrate_two_units_at_once(chart_set, chart_arrays, tmp_pa
     for name in ["files", "arrays"]:
         assert (tmp_path / name / "calibrationResult.txt").read_text().strip() != ""
         assert json.loads((tmp_path / f"{name}.json").read_text()) == results[name].json
+
+
+def test_a_run_whose_library_files_are_missing_raises_storage_error(chart_set, tmp_path):
+    # Two views stop the run before the stereo stage, which would append to calib_log.txt.
+    folder, pairs = chart_set
+    images = [image for pair in pairs[:2] for image in pair]
+    status, _, stderr = run_tool("chart", "--params", folder / "params.txt", "--json", tmp_path / "tool.json",
+                                 "--pictures-dir", tmp_path / "library", *images)
+    assert status == 4
+    with pytest.raises(qlm.StorageError) as error:
+        qlm.calibrate_chart(pairs[:2], params=folder / "params.txt", json=tmp_path / "module.json",
+                            pictures_dir=tmp_path / "library")
+    assert "qlm-calib: " + str(error.value) == stderr.splitlines()[-1]
+    assert str(error.value) == f"{tmp_path / 'library'}: the library did not write calib_log.txt"
+    assert not (tmp_path / "module.json").exists() and not (tmp_path / "tool.json").exists()
