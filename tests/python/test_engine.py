@@ -1,5 +1,6 @@
 """The exported path through qlm.Engine against the C exports and qlm-calib refine."""
 import ctypes
+import pathlib
 
 import numpy as np
 import pytest
@@ -106,3 +107,11 @@ def test_tool_messages_pass_through_unchanged(tmp_path):
     with pytest.raises(qlm.StationError) as error:
         qlm.calibrate_chart([(missing, missing + "2")], params=tmp_path / "p.txt")
     assert str(error.value) == expected
+
+
+def test_the_stub_and_docstrings_cover_every_public_name():
+    stub = (pathlib.Path(qlm.__file__).parent / "qlm.pyi").read_text()
+    for name in [name for name in dir(qlm) if not name.startswith("_")]:
+        declared = [f"def {name}(", f"class {name}(", f"class {name}:", f"\n{name}: "]
+        assert any(declaration in stub for declaration in declared), name
+        assert getattr(qlm, name).__doc__ or isinstance(getattr(qlm, name), int), name
