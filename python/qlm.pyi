@@ -100,7 +100,8 @@ def calibrate_chart(pairs: Optional[Sequence[Pair]] = None, *, params: PathLike,
                     pictures_dir: Optional[PathLike] = None) -> ChartResult:
     """qlm-calib chart: the same options (underscores for dashes), the same files, committed together only when
     the run succeeds. pairs: (main, second) file names, or 2-D uint8 arrays named pairs[k][0] in messages and
-    files. The GIL is released while it runs, so threads calibrate units at once (runs with tables take turns)."""
+    files. The GIL is released while it runs, so threads calibrate units at once (runs with tables take turns);
+    give each thread its own pictures_dir, as the library writes calibrationResult.txt under one name."""
 
 
 class VerifyResult:

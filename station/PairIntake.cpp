@@ -32,6 +32,10 @@ void RequirePixelsNamed(const std::vector<cv::Mat>& pixels, const std::vector<st
     if (pixels[i].type() != CV_8UC1 || !pixels[i].isContinuous()) {
       throw StationError(images[i] + ": not an 8-bit single-channel image with packed rows");
     }
+    if (pixels[i].cols > kMaxImageSidePx || pixels[i].rows > kMaxImageSidePx) {
+      throw StationError(images[i] + ": " + std::to_string(pixels[i].cols) + "x" + std::to_string(pixels[i].rows) +
+                         " is larger than the accepted 10000x10000");
+    }
   }
 }
 

@@ -40,6 +40,7 @@ class PairIntake {
 
 // Images of a run held in memory instead of files. Throws StationError,
 // naming command, unless pixels is empty or holds one image per name of
-// images, each 8-bit with one channel and its rows packed.
+// images, each 8-bit with one channel, its rows packed and no side above
+// kMaxImageSidePx.
 void RequirePixelsNamed(const std::vector<cv::Mat>& pixels, const std::vector<std::string>& images,
                         const std::string& command);

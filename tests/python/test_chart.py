@@ -111,6 +111,8 @@ def test_failures_raise_the_tool_message_and_write_nothing(chart_set, tmp_path):
     ([(np.zeros((100, 100), np.uint8), np.zeros((100, 100), np.uint8))],
      "pair 1: pairs[0][0] and pairs[0][1] are the same image"),
     (["main.png"], "pairs[0]: expected a (main, second) pair"),
+    ([(np.zeros((64, 10001), np.uint8), np.ones((64, 64), np.uint8))],
+     "pairs[0][0]: 10001x64 is larger than the accepted 10000x10000"),
 ])
 def test_arrays_that_cannot_be_pairs_are_refused(chart_set, pairs, message):
     folder, _ = chart_set
