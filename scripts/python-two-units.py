@@ -20,18 +20,20 @@ import qlm
 
 
 def at_once_and_in_turn(work):
-    """Times of work(0) then work(1), and of both in two threads at once."""
+    """Times of work(0) then work(1), of both in two threads at once, and the processors the process used
+    meanwhile (its processor time over the time taken)."""
     start = time.perf_counter()
     work(0)
     work(1)
     in_turn = time.perf_counter() - start
     threads = [threading.Thread(target=work, args=(k,)) for k in (0, 1)]
-    start = time.perf_counter()
+    start, processor = time.perf_counter(), time.process_time()
     for thread in threads:
         thread.start()
     for thread in threads:
         thread.join()
-    return in_turn, time.perf_counter() - start
+    at_once = time.perf_counter() - start
+    return in_turn, at_once, (time.process_time() - processor) / at_once
 
 
 def main():
@@ -57,16 +59,16 @@ def main():
                 if not result.calibrated:
                     failures.append(k)
 
-        in_turn, at_once = at_once_and_in_turn(calibrate)
+        in_turn, at_once, used = at_once_and_in_turn(calibrate)
     if failures:
         raise SystemExit(f"units {sorted(set(failures))} did not calibrate")
     print(f"two units of {options.pairs} pairs at {options.size}, each calibrated {options.repeat} times, "
           f"on {os.cpu_count()} processors")
     print(f"one after the other: {in_turn:.2f} s")
-    print(f"two threads at once: {at_once:.2f} s")
+    print(f"two threads at once: {at_once:.2f} s ({used:.2f} processors used)")
     print(f"ratio:               {at_once / in_turn:.3f}")
     print(f"control (SHA-256, GIL released): {control[0]:.2f} s in turn, {control[1]:.2f} s at once, "
-          f"ratio {control[1] / control[0]:.3f}")
+          f"ratio {control[1] / control[0]:.3f} ({control[2]:.2f} processors used)")
 
 
 if __name__ == "__main__":
