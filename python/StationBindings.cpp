@@ -322,7 +322,8 @@ void BindStation(py::module_& module) {
         return CalibrateChart(pairs, params, Keywords(kwargs, "calibrate_chart", kChartKeywords));
       },
       py::arg("pairs") = py::none(), py::kw_only(), py::arg("params"),
-      "Chessboard stereo calibration, as qlm-calib chart runs it (see qlm.pyi for every option).");
+      "Chessboard stereo calibration, as qlm-calib chart runs it (see qlm.pyi for every option). The GIL is released "
+      "while it runs.");
 
   py::class_<VerifyResult>(module, "VerifyResult", "A verification's figures, health and verdict.")
       .def_readonly("passed", &VerifyResult::passed, "The p95 row error is within max_row_error (always without one).")
@@ -339,7 +340,9 @@ void BindStation(py::module_& module) {
       [](const py::object& pairs, const py::object& params, const py::kwargs& kwargs) {
         return Verify(pairs, params, Keywords(kwargs, "verify", kVerifyKeywords));
       },
-      py::arg("pairs") = py::none(), py::kw_only(), py::arg("params"), "Checks a stereo calibration on board pairs, as qlm-calib verify does.");
+      py::arg("pairs") = py::none(), py::kw_only(), py::arg("params"),
+      "Checks a stereo calibration on board pairs, as qlm-calib verify does (see qlm.pyi for every option). The GIL is "
+      "released while it runs.");
 
   module.def("warp_yuv", &WarpYuv, py::arg("frame"), py::arg("size"), py::arg("out_size"), py::arg("source_camera"),
              py::arg("target_camera"), py::arg("radial") = std::vector<float>{0, 0, 0},
