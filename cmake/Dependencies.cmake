@@ -25,6 +25,6 @@ else()
 endif()
 
 # Header-only JSON for the synthetic scenes' ground truth and the tools.
-if(QLM_BUILD_TOOLS OR QLM_BUILD_TESTS OR QLM_BUILD_BENCH)
+if(QLM_BUILD_TOOLS OR QLM_BUILD_TESTS OR QLM_BUILD_BENCH OR QLM_BUILD_PYTHON)
   find_package(nlohmann_json 3 REQUIRED)
 endif()

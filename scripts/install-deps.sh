@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libjpeg62-turbo-dev
   python3-camera-calibration-parsers
+  python3-dev pybind11-dev python3-numpy python3-pytest
 )
 
 # A package counts as installed in the native architecture or as an

@@ -339,12 +339,15 @@ struct PanelImage {
 
 std::string SizeText(const cv::Size& size) { return std::to_string(size.width) + "x" + std::to_string(size.height); }
 
+PanelImage HeldPanelImage(const std::string& name, const cv::Mat& gray, const cv::Size& imageSize) {
+  if (gray.size() == imageSize) return {gray, ""};
+  return {cv::Mat(), name + ": " + SizeText(gray.size()) + ", the camera's images are " + SizeText(imageSize)};
+}
+
 PanelImage ReadPanelImage(const std::string& path, const cv::Size& imageSize) {
   if (path.empty()) return {cv::Mat(), "no image file given"};
   try {
-    const cv::Mat gray = ReadGrayImage(path);
-    if (gray.size() == imageSize) return {gray, ""};
-    return {cv::Mat(), path + ": " + SizeText(gray.size()) + ", the camera's images are " + SizeText(imageSize)};
+    return HeldPanelImage(path, ReadGrayImage(path), imageSize);
   } catch (const std::exception& error) {
     // Deliberately not fatal: the panel shows the corners on a blank background instead.
     return {cv::Mat(), error.what()};
@@ -526,7 +529,8 @@ nlohmann::json WriteChartReport(const std::string& directory, const ReportInput&
     for (int c = 0; c < 2; ++c) {
       // One image at a time, so that memory stays flat however many views there are.
       const std::string file = k < input.viewImages.size() ? input.viewImages[k][c] : "";
-      const PanelImage image = ReadPanelImage(file, input.cameras[c].imageSize);
+      const PanelImage image = k < input.viewPixels.size() ? HeldPanelImage(file, input.viewPixels[k][c], input.cameras[c].imageSize)
+                                                           : ReadPanelImage(file, input.cameras[c].imageSize);
       sides[c] = ResidualPanel(input.cameras[c], fits[c], k, arrows, image.gray);
       cameras.push_back(ViewCameraJson(input.cameras[c], fits[c], k, file, image));
     }

@@ -39,6 +39,7 @@ struct ReportInput {
   std::vector<std::vector<cv::Point3f>> objectPoints;  // per view
   ReportCamera cameras[2];                             // main, second
   std::vector<std::array<std::string, 2>> viewImages;  // per view: main and second image file (may be empty)
+  std::vector<std::array<cv::Mat, 2>> viewPixels;      // per view, its images when held in memory (viewImages name them)
   std::vector<int32_t> viewPairs;                      // per view: its pair's number (PairNumbersOfViews)
   std::vector<std::vector<float>> rowErrors;           // per view and corner, rectified px; empty when not measured
   std::vector<ReportRejectedPair> rejectedPairs;       // ascending pair numbers

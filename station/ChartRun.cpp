@@ -205,14 +205,16 @@ ChartRun::ChartRun(dualCalibration& engine, ChartOptions options)
   } else {
     mImages = ChartImagePaths(mOptions.images, mOptions.pairsDir, mOptions.pairsFile);
   }
-  RunFiles files{fromCorners ? std::vector<std::string>() : mImages, {mOptions.pairsDir},
+  const bool fromFiles = !fromCorners && mOptions.pixels.empty();
+  RunFiles files{fromFiles ? mImages : std::vector<std::string>(), {mOptions.pairsDir},
                  {mOptions.json, mOptions.saveRectified, mOptions.androidMetadata, mOptions.saveCorners},
                  {mOptions.reportDir, mOptions.openCvDir, mOptions.rosDir}};
   files.inputs.insert(files.inputs.end(), {mOptions.params, mOptions.pairsFile, mOptions.fromCorners});
   files.inputs.insert(files.inputs.end(), mOptions.tables.begin(), mOptions.tables.end());
   CheckRunFiles(files);
   RequireImagePairs(mImages, "chart");
-  if (!fromCorners) {
+  RequirePixelsNamed(mOptions.pixels, mImages, "chart");
+  if (fromFiles) {
     for (const std::string& image : mImages) RequireReadableFile(image, kMaxImageFileBytes);
   }
   LoadParameterFile(mEngine, mOptions.params);
@@ -238,7 +240,7 @@ const ChartSummary& ChartRun::Calibrate(const ChartPairProgress& onPair) {
   // The stereo stage appends its limits to the log.
   AppendedLibraryFile("calib_log.txt");
   // Pairs are read as their searches come; the first bad one stops the run.
-  PairIntake intake(mImages);
+  PairIntake intake(mImages, mOptions.pixels);
   std::unique_ptr<StationError> badPair;
   mOutcome = ChartOutcome();
   if (mStoredViews) {
@@ -367,6 +369,10 @@ void ChartRun::WriteOutputs() const {
   }
   if (!mOptions.reportDir.empty()) {
     ReportInput report = ChartReportInput(mEngine, final, mOutcome.summary, mImages);
+    for (size_t v = 0; v < report.viewPairs.size() && !mOptions.pixels.empty(); ++v) {
+      const size_t k = static_cast<size_t>(report.viewPairs[v] - 1);
+      report.viewPixels.push_back({mOptions.pixels.at(2 * k), mOptions.pixels.at(2 * k + 1)});
+    }
     if (const StereoVerification* rows = RowErrors()) report.rowErrors = rows->rowErrors;
     report.recapture = Recapture();
     WriteChartReport(mOptions.reportDir, report);

@@ -31,6 +31,9 @@ struct ChartOptions {
   std::vector<std::string> tables;
   std::string json, saveRectified;
   std::vector<std::string> images;  // main1 second1 main2 second2 ...
+  // The images themselves, in the order of images, which then only name
+  // them (station/PairIntake.h); empty: images are files.
+  std::vector<cv::Mat> pixels;
   std::string pairsDir, pairsFile;  // the other two sources of pairs (station/PairList.h)
   std::string reportDir, androidMetadata;
   double squareMm = 0.0;             // 0: nSquareSize counts as millimetres

@@ -14,6 +14,7 @@
 #include <fstream>
 #include <iterator>
 #include <mutex>
+#include <set>
 #include <thread>
 #include <vector>
 
@@ -39,9 +40,9 @@ struct LibraryFileRule {
   uintmax_t sizeAtStart = 0;
 };
 
-// Everything one run of the tool writes or names. The stop-signal thread
-// takes the lock to clean up; the run holds it while it changes the lists
-// or moves files into place.
+// Everything one run writes or names. The stop-signal thread takes the
+// lock to clean up; the run holds it while it changes the lists or moves
+// files into place.
 struct RunOutputs {
   std::mutex lock;
   std::string picturesDir;
@@ -49,7 +50,8 @@ struct RunOutputs {
   std::vector<LibraryFileRule> libraryFiles;
   std::vector<WaitingOutput> waiting;
   std::vector<std::string> createdFolders;  // deepest last
-  ~RunOutputs() { RemoveAll(); }
+  RunOutputs();
+  ~RunOutputs();
   // Waiting files first, then the folders this run created while empty.
   void RemoveAll() {
     std::error_code error;
@@ -60,8 +62,32 @@ struct RunOutputs {
   }
 };
 
+// Every thread's run, for the stop-signal thread.
+struct AllRuns {
+  std::mutex lock;
+  std::set<RunOutputs*> runs;
+};
+
+AllRuns& Runs() {
+  static AllRuns* const runs = new AllRuns();  // never destroyed: threads may end after static destruction
+  return *runs;
+}
+
+RunOutputs::RunOutputs() {
+  std::lock_guard<std::mutex> hold(Runs().lock);
+  Runs().runs.insert(this);
+}
+
+RunOutputs::~RunOutputs() {
+  {
+    std::lock_guard<std::mutex> hold(Runs().lock);
+    Runs().runs.erase(this);
+  }
+  RemoveAll();
+}
+
 RunOutputs& Run() {
-  static RunOutputs run;
+  thread_local RunOutputs run;
   return run;
 }
 
@@ -221,29 +247,34 @@ void WaitForStopSignals(sigset_t signals) {
   int signal = 0;
   while (sigwait(&signals, &signal) != 0) {
   }
-  std::lock_guard<std::mutex> hold(Run().lock);
-  Run().RemoveAll();
+  std::lock_guard<std::mutex> hold(Runs().lock);
+  for (RunOutputs* run : Runs().runs) {
+    std::lock_guard<std::mutex> holdRun(run->lock);
+    run->RemoveAll();
+  }
   _exit(128 + signal);
 }
 
 }  // namespace
 
-std::string SelectPicturesDir(const std::string& option) {
-  std::string directory;
+std::string ChoosePicturesDir(const std::string& option) {
   const char* environment = std::getenv("QLM_PICTURES_DIR");
-  if (!option.empty()) {
-    directory = EnsureDirectory(option);
-  } else if (environment != nullptr && environment[0] != '\0') {
-    directory = EnsureDirectory(environment);
-  } else if (fs::is_directory("/sdcard/Pictures/")) {
-    directory = "/sdcard/Pictures/";
-  } else {
-    directory = EnsureDirectory("qlm-output");
-  }
-  setenv("QLM_PICTURES_DIR", directory.c_str(), 1);
+  if (!option.empty()) return EnsureDirectory(option);
+  if (environment != nullptr && environment[0] != '\0') return EnsureDirectory(environment);
+  if (fs::is_directory("/sdcard/Pictures/")) return "/sdcard/Pictures/";
+  return EnsureDirectory("qlm-output");
+}
+
+void StartLibraryRun(const std::string& directory) {
   Run().picturesDir = directory;
   Run().start = Now();
   Run().libraryFiles.clear();
+}
+
+std::string SelectPicturesDir(const std::string& option) {
+  const std::string directory = ChoosePicturesDir(option);
+  setenv("QLM_PICTURES_DIR", directory.c_str(), 1);
+  StartLibraryRun(directory);
   return directory;
 }
 

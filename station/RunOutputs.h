@@ -9,6 +9,10 @@
 // An output that is a symbolic link is followed: its target is written and
 // the link stays. An output that is a character device or a pipe
 // (/dev/stdout) is written through at the commit, before the files.
+//
+// A run belongs to the thread that makes it: its waiting files, created
+// folders and library files are that thread's, so threads run at once
+// without meeting, and a stop signal removes what every thread has waiting.
 #pragma once
 
 #include <functional>
@@ -22,9 +26,13 @@
 
 // Chooses the directory for the files the library writes: the option when
 // given, else QLM_PICTURES_DIR, else /sdcard/Pictures/ when it exists, else
-// ./qlm-output/ (created). Creates it when needed, points QLM_PICTURES_DIR at
-// it for the library, returns it, and starts the run that LibraryFile and
-// CheckLibraryFiles speak of.
+// ./qlm-output/ (created). Creates it when needed and returns it.
+std::string ChoosePicturesDir(const std::string& option);
+// Starts the calling thread's run that LibraryFile and CheckLibraryFiles
+// speak of, with the library's files in directory.
+void StartLibraryRun(const std::string& directory);
+// ChoosePicturesDir, pointed QLM_PICTURES_DIR at for the library (the whole
+// process), then StartLibraryRun on it; returns the directory.
 std::string SelectPicturesDir(const std::string& option);
 
 // The path of fileName in the library's directory, named as an output of

@@ -35,7 +35,8 @@ nlohmann::json ErrorFiguresJson(const ErrorFigures& figures) {
 VerifyRun::VerifyRun(dualCalibration& engine, VerifyOptions options)
     : mEngine(engine), mOptions(std::move(options)) {
   mImages = ChartImagePaths(mOptions.images, mOptions.pairsDir, mOptions.pairsFile);
-  RunFiles files{mImages, {mOptions.pairsDir}, {mOptions.json, mOptions.map}, {}};
+  const bool fromFiles = mOptions.pixels.empty();
+  RunFiles files{fromFiles ? mImages : std::vector<std::string>(), {mOptions.pairsDir}, {mOptions.json, mOptions.map}, {}};
   files.inputs.insert(files.inputs.end(), {mOptions.params, mOptions.pairsFile, mOptions.calibration});
   files.inputs.insert(files.inputs.end(), mOptions.openCvFiles.begin(), mOptions.openCvFiles.end());
   CheckRunFiles(files);
@@ -43,7 +44,8 @@ VerifyRun::VerifyRun(dualCalibration& engine, VerifyOptions options)
   if (mOptions.calibration.empty() == (mOptions.openCvFiles.size() != 2)) {
     throw StationError("verify: expected one calibration: a chart JSON or intrinsics.yml and extrinsics.yml");
   }
-  for (const std::string& image : mImages) RequireReadableFile(image, kMaxImageFileBytes);
+  RequirePixelsNamed(mOptions.pixels, mImages, "verify");
+  for (size_t i = 0; i < mImages.size() && fromFiles; ++i) RequireReadableFile(mImages[i], kMaxImageFileBytes);
   LoadParameterFile(mEngine, mOptions.params);
   mOutcome.calibration = mOptions.calibration.empty()
                              ? ReadOpenCvCalibration(mOptions.openCvFiles[0], mOptions.openCvFiles[1])
@@ -54,7 +56,7 @@ const VerifyOutcome& VerifyRun::Verify(const VerifyPairProgress& onPair) {
   const cv::Size patternSize(mEngine.m_nBoardWidth, mEngine.m_nBoardHeight);
   mEngine.mCornerSearch = CornerSearch::kAnyScale;
   mEngine.mCornerPairing = CornerPairing::kGrid;
-  PairIntake intake(mImages);
+  PairIntake intake(mImages, mOptions.pixels);
   for (size_t k = 0; k < mImages.size() / 2; ++k) {
     const std::pair<cv::Mat, cv::Mat> pair = intake.Read(k);
     if (k == 0 && mOutcome.calibration.imageSize.area() == 0) mOutcome.calibration.imageSize = pair.first.size();

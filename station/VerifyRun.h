@@ -25,6 +25,7 @@ struct VerifyOptions {
   std::string calibration;                // a chart run's JSON, or
   std::vector<std::string> openCvFiles;   // intrinsics.yml and extrinsics.yml
   std::vector<std::string> images;        // main1 second1 main2 second2 ...
+  std::vector<cv::Mat> pixels;            // the images themselves, which images then name; empty: files
   std::string pairsDir, pairsFile;        // the other two sources of pairs (station/PairList.h)
   std::string json, map;                  // outputs: figures as JSON, the row error map (PNG)
   double maxRowErrorPx = 0.0;             // fails the check above this p95 row error; 0: no check

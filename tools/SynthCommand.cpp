@@ -2,65 +2,24 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <memory>
 
 #include <opencv2/imgcodecs.hpp>
 
-#include "engine/dualCalibration.h"
-#include "synthetic/BoardPlacement.h"
-#include "synthetic/ChessboardRenderer.h"
-#include "synthetic/SyntheticScene.h"
-#include "station/ParameterText.h"
 #include "station/RunOutputs.h"
+#include "synthetic/ChessboardRenderer.h"
 #include "tools/ToolInput.h"
 
 namespace {
 
 constexpr char kDefaultSceneSize[] = "2000x1500";
-constexpr int kMaxChartPairs = 64;
-
-// Limits that a good refinement of the generated scene meets.
-constexpr int32_t kSceneFeatureThreshold = 100;
-constexpr int32_t kSceneMatchThreshold = 30;
-constexpr int32_t kSceneScaleToleranceHundredths = 3;
-constexpr int32_t kSceneOffsetLimitPx = 40;
-
-void WriteSceneParameters(const std::string& path) {
-  auto engine = std::make_unique<dualCalibration>();
-  engine->m_nFeaturePointsNumThreshold = kSceneFeatureThreshold;
-  engine->m_nRefineFeaturePointsNumThreshold = kSceneMatchThreshold;
-  engine->m_nHomographyConstraintScale = kSceneScaleToleranceHundredths;
-  engine->m_nHomographyConstraintOffsetX = kSceneOffsetLimitPx;
-  engine->m_nHomographyConstraintOffsetY = kSceneOffsetLimitPx;
-  const std::string text = ParameterSectionText(*engine);
-  WriteBytesAtomically(path, text.data(), text.size());
-}
-
-// A misalignment drawn from the seed: scale within 1%, rotation within
-// 0.5 degrees, translation within 20 pixels.
-cv::Matx33d SeededMisalignment(uint32_t seed) {
-  cv::RNG random(seed);
-  return SimilarityTransform(1.0 + random.uniform(-0.008, 0.008), random.uniform(-0.4, 0.4),
-                             random.uniform(-15.0, 15.0), random.uniform(-15.0, 15.0));
-}
 
 cv::Size ParseOutputSize(const SynthOptions& options) {
-  const cv::Size size = ParseSize(options.size.empty() ? kDefaultSceneSize : options.size, "--size");
-  if (size.width < 1000 || size.width > 10000 || size.height < 1000 || size.height > 10000) {
-    throw StationError("--size: each side must lie in 1000..10000, got '" + options.size + "'");
-  }
-  return size;
+  return ParseSize(options.size.empty() ? kDefaultSceneSize : options.size, "--size");
 }
 
 DistortionCoefficients ParseLens(const std::string& text, const std::string& option) {
-  DistortionCoefficients lens = DistortionCoefficients::all(0.0);
-  if (text.empty()) return lens;
-  const std::vector<double> values = ParseDoubleList(text, {4, 5, 8}, option);
-  for (size_t k = 0; k < values.size(); ++k) lens[static_cast<int>(k)] = values[k];
-  if (MonotonicRadius(lens) < 1.0) {
-    throw StationError(option + ": the lens folds back within 45 degrees of its axis, got '" + text + "'");
-  }
-  return lens;
+  if (text.empty()) return DistortionCoefficients::all(0.0);
+  return SyntheticLens(ParseDoubleList(text, {4, 5, 8}, option), option, text);
 }
 
 // A pair of positive numbers for the two cameras, or both values as they were.
@@ -72,10 +31,11 @@ void ParseCameraPair(const std::string& text, const std::string& option, cv::Vec
 }
 
 // The command line's lenses, placement and conditions on the rig and options.
-void ApplyChartConditions(const SynthChartConditions& chart, StereoRig& rig, PlacementOptions& placement,
-                          RenderOptions& render) {
-  rig.main.distortion = ParseLens(chart.mainLens, "--main-lens");
-  rig.second.distortion = ParseLens(chart.secondLens, "--second-lens");
+void ApplyChartConditions(const SynthChartConditions& chart, SyntheticChartRequest& request) {
+  PlacementOptions& placement = request.placement;
+  RenderOptions& render = request.render;
+  request.mainLens = ParseLens(chart.mainLens, "--main-lens");
+  request.secondLens = ParseLens(chart.secondLens, "--second-lens");
   ParsePlacement(chart.placement, placement.placement);
   if (!chart.squarePx.empty()) {
     const std::vector<double> side = ParseDoubleList(chart.squarePx, {2}, "--square-px");
@@ -108,26 +68,15 @@ void AddCommonOptions(CLI::App& command, SynthOptions& options) {
 void AddSynthSceneOptions(CLI::App& command, SynthOptions& options) { AddCommonOptions(command, options); }
 
 nlohmann::json WriteSyntheticScene(const SynthOptions& options) {
-  const cv::Size size = ParseOutputSize(options);
+  const SyntheticSceneData scene = MakeSyntheticScene(ParseOutputSize(options), options.seed, options.size);
   CreateOutputFolder(options.out);
-
-  const cv::Matx33d mainToSecond = SimilarityTransform(1.002, 0.3, 12.0, -8.0);
-  const cv::Matx33d misalignment = SeededMisalignment(options.seed);
-  const SyntheticPair pair = RenderSyntheticPair(size, options.seed, mainToSecond, misalignment);
-
-  CalibrationRecord record{};
-  SetRecordHOtp(record, pair.hOtp);
   const std::filesystem::path directory(options.out);
-  WriteImageAtomically((directory / kSceneMainImage).string(), pair.mainImage);
-  WriteImageAtomically((directory / kSceneSecondImage).string(), pair.secondImage);
-  WriteBytesAtomically((directory / kSceneRecord).string(), record.bytes, sizeof(record.bytes));
-  WriteSceneParameters((directory / kSceneParams).string());
-  const nlohmann::json truth = {{"size", {size.width, size.height}},
-                                {"seed", options.seed},
-                                {"main_to_second", MatrixJson(cv::Mat(mainToSecond))},
-                                {"expected_estimate", MatrixJson(cv::Mat(pair.expectedEstimate))}};
-  WriteJsonAtomically((directory / kSceneTruth).string(), truth);
-  return truth;
+  WriteImageAtomically((directory / kSceneMainImage).string(), scene.mainImage);
+  WriteImageAtomically((directory / kSceneSecondImage).string(), scene.secondImage);
+  WriteBytesAtomically((directory / kSceneRecord).string(), scene.record.bytes, sizeof(scene.record.bytes));
+  WriteStringAtomically((directory / kSceneParams).string(), scene.parameters);
+  WriteJsonAtomically((directory / kSceneTruth).string(), scene.truth);
+  return scene.truth;
 }
 
 int RunSynthScene(const SynthOptions& options) {
@@ -192,43 +141,32 @@ void AddSynthChartOptions(CLI::App& command, SynthOptions& options) {
 }
 
 std::vector<std::string> WriteSyntheticChart(const SynthOptions& options) {
-  const cv::Size size = ParseOutputSize(options);
-  if (options.pairs < 1 || options.pairs > kMaxChartPairs) {
-    throw StationError("--pairs: expected 1.." + std::to_string(kMaxChartPairs) + ", got " +
-                    std::to_string(options.pairs));
-  }
-  StereoRig rig = ExampleStereoRig(size, size);
-  PlacementOptions placement = options.chart.placementOptions;
-  RenderOptions render = options.chart.render;
-  ApplyChartConditions(options.chart, rig, placement, render);
-  const ChessboardLayout layout;
-  const std::vector<BoardPose> poses = PlaceBoards(rig, layout, options.pairs, options.seed, placement);
-  if (poses.empty()) throw StationError("synth chart: no board pose meets these placement options");
+  SyntheticChartRequest request;
+  request.size = ParseOutputSize(options);
+  request.sizeText = options.size;
+  request.seed = options.seed;
+  request.pairs = options.pairs;
+  request.placement = options.chart.placementOptions;
+  request.render = options.chart.render;
+  ApplyChartConditions(options.chart, request);
+  const SyntheticChartData chart = MakeSyntheticChart(request);
   CreateOutputFolder(options.out);
-  std::vector<RenderedPair> pairs;
+  const bool jpeg = request.render.jpegQuality > 0;
   std::vector<std::string> images;
-  for (const BoardPose& pose : poses) {
-    pairs.push_back(RenderPair(rig, layout, pose, render, options.seed * 1000 + pairs.size()));
-    const bool jpeg = render.jpegQuality > 0;
-    images.push_back(options.out + "/" + RenderedImageName(pairs.size() - 1, 0, jpeg));
-    images.push_back(options.out + "/" + RenderedImageName(pairs.size() - 1, 1, jpeg));
-  }
-  for (size_t k = 0; k < pairs.size(); ++k) {
+  for (size_t k = 0; k < chart.pairs.size(); ++k) {
     for (int camera = 0; camera < 2; ++camera) {
-      const cv::Mat& image = camera == 0 ? pairs[k].mainImage : pairs[k].secondImage;
-      const std::vector<uchar>& jpeg = camera == 0 ? pairs[k].mainJpeg : pairs[k].secondJpeg;
-      if (jpeg.empty()) {
-        WriteImageAtomically(images[2 * k + camera], image);
+      images.push_back(options.out + "/" + RenderedImageName(k, camera, jpeg));
+      const cv::Mat& image = camera == 0 ? chart.pairs[k].mainImage : chart.pairs[k].secondImage;
+      const std::vector<uchar>& encoded = camera == 0 ? chart.pairs[k].mainJpeg : chart.pairs[k].secondJpeg;
+      if (encoded.empty()) {
+        WriteImageAtomically(images.back(), image);
       } else {
-        WriteBytesAtomically(images[2 * k + camera], jpeg.data(), jpeg.size());
+        WriteBytesAtomically(images.back(), encoded.data(), encoded.size());
       }
     }
   }
-  WriteJsonAtomically(options.out + "/" + kChartTruth, GroundTruthJson(rig, layout, render, pairs));
-  auto engine = std::make_unique<dualCalibration>();
-  ApplyExampleChartSettings(*engine);
-  const std::string text = ParameterSectionText(*engine);
-  WriteBytesAtomically(options.out + "/" + kChartParams, text.data(), text.size());
+  WriteJsonAtomically(options.out + "/" + kChartTruth, chart.truth);
+  WriteStringAtomically(options.out + "/" + kChartParams, chart.parameters);
   return images;
 }
 

@@ -9,11 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include "synthetic/BoardPlacement.h"
-
-// Slight blur and sensor noise, as a real chart shot has.
-constexpr double kChartBlurSigmaPx = 0.6;
-constexpr double kChartNoiseSigma = 1.5;
+#include "station/SyntheticData.h"
 
 // The chart generator's lenses and capture conditions as given on the
 // command line; empty strings keep the defaults.

@@ -95,20 +95,12 @@ CLI::Validator FiniteWithin(double low, double high) {
 
 cv::Size ParseFrameSize(const std::string& text, const std::string& option) {
   const cv::Size size = ParseSize(text, option);
-  if (size.width % 2 != 0 || size.height % 2 != 0) {
-    throw StationError(option + ": width and height must be even, got '" + text + "'");
-  }
-  if (size.width > kMaxImageSidePx || size.height > kMaxImageSidePx) {
-    throw StationError(option + ": each side must be at most 10000, got '" + text + "'");
-  }
+  RequireFrameSize(size, option, text);
   return size;
-}
-
-size_t FrameBytes(cv::Size size) {
-  return static_cast<size_t>(size.width) * size.height + static_cast<size_t>(size.width) * (size.height / 2);
 }
 
 std::vector<float> ParseCamera(const std::string& text, const std::string& option) {
   const std::vector<float> v = ParseFloatList(text, 4, option);
-  return {v[0], 0.0f, v[2], 0.0f, v[1], v[3], 0.0f, 0.0f, 1.0f};
+  const std::array<float, 9> camera = CameraMatrix(v[0], v[1], v[2], v[3]);
+  return {camera.begin(), camera.end()};
 }

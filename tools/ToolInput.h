@@ -13,6 +13,7 @@
 
 #include "station/InputFiles.h"
 #include "station/StationError.h"
+#include "station/YuvFrameWarp.h"
 
 // "WxH" with positive integers, e.g. "4000x3000".
 cv::Size ParseSize(const std::string& text, const std::string& option);
@@ -25,8 +26,7 @@ std::vector<double> ParseDoubleList(const std::string& text, const std::vector<s
 // checks let NaN through).
 CLI::Validator FiniteWithin(double low, double high);
 // Raw 4:2:0 frames with interleaved chroma: "WxH" with even sides of at most
-// kMaxImageSidePx, and the frame's byte count (W*H luma, W*(H/2) chroma).
+// kMaxImageSidePx (station/YuvFrameWarp.h gives a frame's bytes).
 cv::Size ParseFrameSize(const std::string& text, const std::string& option);
-size_t FrameBytes(cv::Size size);
 // "fx,fy,cx,cy" as a row-major 3x3 camera matrix.
 std::vector<float> ParseCamera(const std::string& text, const std::string& option);

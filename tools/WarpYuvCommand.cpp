@@ -12,9 +12,9 @@
 #include <thread>
 #include <vector>
 
-#include "distortion/CDistortionFilter.h"
 #include "station/CalibrationFiles.h"
 #include "station/RunOutputs.h"
+#include "station/YuvFrameWarp.h"
 #include "tools/ToolInput.h"
 
 namespace {
@@ -23,15 +23,6 @@ namespace fs = std::filesystem;
 
 void CopyValues(const std::vector<float>& values, float* destination) {
   for (size_t i = 0; i < values.size(); ++i) destination[i] = values[i];
-}
-
-YuvImage FrameOf(std::vector<uint8_t>& bytes, cv::Size size) {
-  YuvImage image;
-  image.luma = bytes.data();
-  image.chroma = bytes.data() + static_cast<size_t>(size.width) * size.height;
-  image.width = size.width;
-  image.height = size.height;
-  return image;
 }
 
 // Frames to warp: the given count, which the file must hold, or as many as
@@ -57,21 +48,6 @@ int64_t CountFrames(const WarpYuvOptions& options, size_t frameBytes) {
   return static_cast<int64_t>(fileBytes / frameBytes);
 }
 
-// Everything one frame's warp needs; the warp only reads it, so several
-// threads share it.
-struct FrameWarp {
-  CDistortionFilter filter;
-  cv::Size inputSize, outputSize;
-  float sourceCamera[9] = {}, targetCamera[9] = {}, rotation[9] = {};
-
-  float Run(std::vector<uint8_t>& input, std::vector<uint8_t>& output) const {
-    float zoom = 1.0f;
-    filter.WarpYuvImageRadial(FrameOf(input, inputSize), FrameOf(output, outputSize), sourceCamera,
-                              targetCamera, rotation, &zoom);
-    return zoom;
-  }
-};
-
 // Threads that are joined however the scope is left. Work that gets no
 // thread of its own runs at once on the caller's.
 class JoinedThreads {
@@ -94,11 +70,11 @@ class JoinedThreads {
 
 // Warps the first count frames of a batch, one thread each, and returns the
 // zoom (the same for every frame).
-float WarpBatch(const FrameWarp& warp, std::vector<std::vector<uint8_t>>& inputs,
+float WarpBatch(const YuvFrameWarp& warp, std::vector<std::vector<uint8_t>>& inputs,
                 std::vector<std::vector<uint8_t>>& outputs, size_t count) {
   JoinedThreads threads;
-  for (size_t i = 1; i < count; ++i) threads.Start([&, i] { warp.Run(inputs[i], outputs[i]); });
-  return warp.Run(inputs[0], outputs[0]);
+  for (size_t i = 1; i < count; ++i) threads.Start([&, i] { warp.Run(inputs[i].data(), outputs[i].data()); });
+  return warp.Run(inputs[0].data(), outputs[0].data());
 }
 
 // One per processor, never more.
@@ -109,7 +85,7 @@ unsigned ThreadCount(unsigned requested) {
 
 // Reads, warps and writes the frames batch by batch, in input order. Returns
 // false when a read or a write fails; readFailed tells which.
-bool WarpFrameFile(const FrameWarp& warp, const WarpYuvOptions& options, int64_t frames,
+bool WarpFrameFile(const YuvFrameWarp& warp, const WarpYuvOptions& options, int64_t frames,
                    const std::string& outputPath, bool* readFailed) {
   std::ifstream in(options.input, std::ios::binary);
   const int out = open(outputPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
@@ -218,7 +194,7 @@ int RunWarpYuv(const WarpYuvOptions& given) {
   if (options.sourceCamera.empty() || options.targetCamera.empty()) {
     throw StationError("warp-yuv: give --source-camera and --target-camera, or --opencv");
   }
-  FrameWarp warp;
+  YuvFrameWarp warp;
   warp.inputSize = ParseFrameSize(options.inputSize, "--size");
   warp.outputSize = ParseFrameSize(options.outputSize, "--out-size");
   CopyValues(ParseCamera(options.sourceCamera, "--source-camera"), warp.sourceCamera);

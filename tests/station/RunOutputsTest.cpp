@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <new>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -37,6 +38,28 @@ TEST(RunOutputs, WritesAtomically) {
   }
   EXPECT_EQ(ReadFile(path), "abc");
   EXPECT_EQ(ReadFile(longName), "{\n  \"code\": 1\n}\n");
+}
+
+// Each thread's outputs wait for that thread's commit or discard: one thread's failure leaves the other's files,
+// and its library files are checked in its own folder.
+TEST(RunOutputs, EachThreadRunsItsOwn) {
+  TempDir dir;
+  std::thread discarding([&] {
+    StartLibraryRun(dir.File("a"));
+    WriteBytesAtomically(dir.File("a.txt"), "a", 1);
+    LibraryFile("missing.txt");
+    EXPECT_THROW(CheckLibraryFiles(), StorageError);
+    DiscardOutputs();
+  });
+  WriteBytesAtomically(dir.File("b.txt"), "b", 1);
+  StartLibraryRun(dir.Path());
+  discarding.join();
+  CheckLibraryFiles();
+  CommitOutputs();
+  EXPECT_FALSE(FileExists(dir.File("a.txt")));
+  EXPECT_EQ(ReadFile(dir.File("b.txt")), "b");
+  EXPECT_EQ(ChoosePicturesDir(dir.File("chosen")), dir.File("chosen"));
+  EXPECT_TRUE(fs::is_directory(dir.File("chosen")));
 }
 
 // The option wins over the environment and is exported; a library file counts only when this run wrote it as a
