@@ -174,20 +174,18 @@ TEST(ChessboardDetection, AnyScaleSearchFindsBoardsAtTheEdgeAndWithSmallSquares)
 
 // Small pixels in low light (read noise 4, shot noise of variance 2 per grey level): the refinement smooths more and
 // refines again in windows widened as far as the board's edges stay straight, and the corners come within 0.085 px
-// RMS of the truth (0.077), where the clean capture's refinement leaves 0.092; on AArch64, whose OpenCV seeds the
-// refinement from other passes, within 0.09 (0.0876).
+// RMS of the truth (0.077), where the clean capture's refinement leaves 0.092. The poses are written out: the
+// placement's random draws differ between x86-64 and AArch64.
 TEST(ChessboardDetection, NoisyCaptureIsRefinedInWiderWindows) {
-#if defined(__aarch64__)
-  constexpr double kNoisyRmsPx = 0.09;
-#else
-  constexpr double kNoisyRmsPx = 0.085;
-#endif
   const StereoRig rig = ExampleStereoRig(kImageSize, kImageSize);
   RenderOptions capture;
   capture.noiseSigma = 4.0, capture.shotNoise = 2.0;
+  const BoardPose poses[] = {{{0.0544, 0.3871, -0.1242}, {-202.5, 226.1, 797.5}},
+                             {{-0.1386, 0.1359, -0.0781}, {-324.8, -152.6, 799.9}},
+                             {{-0.1727, -0.5030, 0.1399}, {-149.9, 37.4, 561.9}}};
   double squares = 0.0;
   size_t count = 0;
-  for (const BoardPose& pose : PlaceBoards(rig, ChessboardLayout(), 3, 11, PlacementOptions())) {
+  for (const BoardPose& pose : poses) {
     const RenderedPair pair = RenderPair(rig, ChessboardLayout(), pose, capture, 5);
     auto engine = BoardEngine(25);
     engine->mCornerSearch = CornerSearch::kAnyScale;
@@ -198,5 +196,5 @@ TEST(ChessboardDetection, NoisyCaptureIsRefinedInWiderWindows) {
     squares += std::pow(cv::norm(corners1, pair.mainCorners), 2) + std::pow(cv::norm(corners2, pair.secondCorners), 2);
     count += corners1.size() + corners2.size();
   }
-  EXPECT_LT(std::sqrt(squares / count), kNoisyRmsPx);
+  EXPECT_LT(std::sqrt(squares / count), 0.085);
 }
