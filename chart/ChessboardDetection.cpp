@@ -144,14 +144,12 @@ int GreyPercentile(const cv::Mat& image, double share) {
 }
 
 // True when the sensor noise in the board's box, as the median absolute
-// Laplacian reads it on every other pixel of every other row (most of the
-// box is the squares' flat insides; the magnitudes saturate at 255, far
-// above any median), is over kNoisyContrastShare of the board's contrast.
+// Laplacian reads it (most of the box is the squares' flat insides; the
+// magnitudes saturate at 255, far above any median), is over
+// kNoisyContrastShare of the board's contrast.
 bool IsNoisy(const cv::Mat& image, const std::vector<cv::Point2f>& corners) {
-  const cv::Rect box = cv::boundingRect(corners) & cv::Rect(0, 0, image.cols, image.rows);
-  if (box.height < 6 || box.width < 6) return false;
-  cv::Mat board;
-  cv::resize(image(box), board, cv::Size(box.width / 2, box.height / 2), 0.0, 0.0, cv::INTER_NEAREST);
+  const cv::Mat board = image(cv::boundingRect(corners) & cv::Rect(0, 0, image.cols, image.rows));
+  if (board.rows < 3 || board.cols < 3) return false;
   cv::Mat laplacian, magnitude;
   cv::Laplacian(board, laplacian, CV_16S);
   cv::convertScaleAbs(laplacian, magnitude);
