@@ -128,19 +128,25 @@ double ViewEdgeSigma(const cv::Mat& image, const std::vector<cv::Point2f>& corne
   return sigmas[sigmas.size() / 2];
 }
 
-// The grey level below which the given share of the image's pixels lie.
-int GreyPercentile(const cv::Mat& image, double share) {
+// The histogram of an 8-bit image's grey levels.
+cv::Mat GreyHistogram(const cv::Mat& image) {
   const int bins = 256;
   const float range[] = {0.0f, 256.0f};
   const float* ranges[] = {range};
   cv::Mat histogram;
   cv::calcHist(&image, 1, nullptr, cv::Mat(), histogram, 1, &bins, ranges);
+  return histogram;
+}
+
+// The grey level below which the given share of the histogram's pixels lie.
+int GreyPercentile(const cv::Mat& histogram, double share) {
+  const double total = cv::sum(histogram)[0];
   double below = 0.0;
-  for (int level = 0; level < bins; ++level) {
+  for (int level = 0; level < histogram.rows; ++level) {
     below += histogram.at<float>(level);
-    if (below >= share * static_cast<double>(image.total())) return level;
+    if (below >= share * total) return level;
   }
-  return bins - 1;
+  return histogram.rows - 1;
 }
 
 // True when the sensor noise in the board's box, as the median absolute
@@ -153,9 +159,10 @@ bool IsNoisy(const cv::Mat& image, const std::vector<cv::Point2f>& corners) {
   cv::Mat laplacian, magnitude;
   cv::Laplacian(board, laplacian, CV_16S);
   cv::convertScaleAbs(laplacian, magnitude);
-  const double noise = 1.4826 * GreyPercentile(magnitude, 0.5) / kLaplacianNoiseGain;
+  const double noise = 1.4826 * GreyPercentile(GreyHistogram(magnitude), 0.5) / kLaplacianNoiseGain;
+  const cv::Mat levels = GreyHistogram(board);
   const double share = kContrastPercentile / 100.0;
-  const int contrast = GreyPercentile(board, 1.0 - share) - GreyPercentile(board, share);
+  const int contrast = GreyPercentile(levels, 1.0 - share) - GreyPercentile(levels, share);
   return noise > kNoisyContrastShare * contrast;
 }
 
@@ -258,13 +265,14 @@ bool FoundAtScale(bool found, double scale, std::vector<cv::Point2f>& corners) {
 
 bool SearchAnyScale(const cv::Mat& image, cv::Size patternSize, bool boardInView, std::vector<cv::Point2f>& corners) {
   const double first = ScaleForSide(image, kAnyScaleFirstSidePx);
+  const cv::Mat firstImage = Reduced(image, first);
   bool sawChecker = false;
   for (double scale = first;; scale = 2.0 * scale >= kFullSizeStep ? 1.0 : 2.0 * scale) {
-    const cv::Mat reduced = Reduced(image, scale);
+    const cv::Mat reduced = scale == first ? firstImage : Reduced(image, scale);
     // A finer pass runs only where its image shows checker squares.
     if (scale == first || cv::checkChessboard(reduced, patternSize)) {
-      if (cv::findChessboardCorners(reduced, patternSize, corners, kAnyScaleFlags)) {
-        return FoundAtScale(true, scale, corners);
+      if (FoundAtScale(cv::findChessboardCorners(reduced, patternSize, corners, kAnyScaleFlags), scale, corners)) {
+        return true;
       }
       // Squares of a checker seen at this scale: finer scales show no more.
       sawChecker = scale != first || cv::checkChessboard(reduced, patternSize);
@@ -281,8 +289,7 @@ bool SearchAnyScale(const cv::Mat& image, cv::Size patternSize, bool boardInView
     return true;
   }
   return boardInView &&
-         FoundAtScale(cv::findChessboardCorners(Reduced(image, first), patternSize, corners, kInViewFlags), first,
-                      corners);
+         FoundAtScale(cv::findChessboardCorners(firstImage, patternSize, corners, kInViewFlags), first, corners);
 }
 
 bool FindCornersAtAnyScale(const cv::Mat& image, cv::Size patternSize, bool boardInView,
