@@ -10,6 +10,7 @@
 #include "engine/dualCalibration.h"
 #include "python/ModuleSupport.h"
 #include "station/ChartRun.h"
+#include "station/CornersFile.h"
 #include "station/StationError.h"
 #include "station/VerifyRun.h"
 #include "station/YuvFrameWarp.h"
@@ -82,22 +83,6 @@ double FiniteWithin(const std::string& option, double value, double low, double 
 
 HealthLimits HealthOf(double goodPx, double improvablePx) {
   return {FiniteWithin("good_row_error", goodPx, 0.0, 1e6), FiniteWithin("improvable_row_error", improvablePx, 0.0, 1e6)};
-}
-
-const char* PairResultName(ChartPairResult result) {
-  switch (result) {
-    case ChartPairResult::kView:
-      return "view";
-    case ChartPairResult::kNoBoard:
-      return "no board";
-    case ChartPairResult::kNoBoardQuickCheck:
-      return "no board (quick check)";
-    case ChartPairResult::kCornersUnlocated:
-      return "corners not located";
-    case ChartPairResult::kOrderUndecided:
-      return "corner order not decided";
-  }
-  return "";
 }
 
 // What a chart run hands back to Python.
@@ -312,7 +297,8 @@ void BindStation(py::module_& module) {
       .def_property_readonly("health", [](const ChartResult& r) { return r.Value("health"); }, "good, improvable or recalibrate.")
       .def_property_readonly("recapture", [](const ChartResult& r) { return r.Value("recapture"); }, "What to capture again.")
       .def_readonly("pair_results", &ChartResult::pairResults,
-                    "Per pair: view, no board, no board (quick check), corners not located or corner order not decided.")
+                    "Per pair, as the corners file names it: view, no board, no board (quick check), corners unlocated or "
+                    "order undecided.")
       .def_readonly("library_dir", &ChartResult::libraryDir, "Where the library wrote calibrationResult.txt and calib_log.txt.")
       .def_property_readonly("json", [](const ChartResult& r) { return PythonJson(r.json); }, "The summary exactly as --json writes it.");
 

@@ -82,7 +82,7 @@ class ChartResult:
     row_error: Optional[dict]
     health: Optional[str]
     recapture: Optional[str]
-    pair_results: list  # per pair: "view", "no board", "no board (quick check)", ...
+    pair_results: list  # per pair as the corners file names it: "view", "no board", "no board (quick check)", ...
     library_dir: str
     json: dict  # exactly what --json writes
 
